@@ -1,0 +1,105 @@
+#include "ZEP/Logger.h"
+
+#include "LogRecord.h"
+#include "Syslog.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace ZEP::Logger {
+
+namespace {
+
+constexpr int none = -1;
+
+// Handlers read these, so they are lock-free.
+std::atomic<int> threshold{PrintLevel::INFO_LEVEL};
+std::atomic<int> consoleDescriptor{none};
+std::atomic<int> fileDescriptor{STDERR_FILENO};
+std::atomic<bool> toSyslog{false};
+static_assert(std::atomic<int>::is_always_lock_free);
+
+bool writesConsole(PrintMode mode) {
+    return mode == CONSOLE_MODE || mode == CONSOLE_AND_FILE_MODE || mode == CONSOLE_AND_SYSLOG_MODE;
+}
+
+bool writesFile(PrintMode mode) {
+    return mode == FILE_MODE || mode == CONSOLE_AND_FILE_MODE;
+}
+
+bool writesSyslog(PrintMode mode) {
+    return mode == SYSLOG_MODE || mode == CONSOLE_AND_SYSLOG_MODE;
+}
+
+int openLogFile(const char* file) {
+    constexpr mode_t ownerAndGroup = 0640;
+    const int descriptor =
+        file == nullptr ? none
+                        : open(file, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, ownerAndGroup);
+    if (descriptor == none) {
+        std::fprintf(stderr, "Cannot open log file [%s]: %s\n", file == nullptr ? "" : file,
+                     file == nullptr ? "no name" : std::strerror(errno));
+        return STDERR_FILENO;
+    }
+    return descriptor;
+}
+
+void closeLogFile() {
+    const int descriptor = fileDescriptor.exchange(none);
+    if (descriptor > STDERR_FILENO) {
+        close(descriptor);
+    }
+}
+
+void writeRecord(int descriptor, const LogRecord& record) {
+    // A full disk or a closed console loses the record and nothing else.
+    if (descriptor != none && write(descriptor, record.line(), record.lineLength()) < 0) {
+        return;
+    }
+}
+
+} // namespace
+
+void setup(PrintMode mode, const char* file) {
+    closeLogFile();
+    consoleDescriptor = writesConsole(mode) ? STDOUT_FILENO : none;
+    fileDescriptor = writesFile(mode) ? openLogFile(file) : none;
+    toSyslog = writesSyslog(mode) && openSyslog();
+}
+
+void setPrintLevel(unsigned level, bool logChange) {
+    constexpr unsigned everything = 100;
+    threshold = static_cast<int>(level < everything ? level : everything);
+    if (logChange && isPrintable(PrintLevel::INFO_LEVEL)) {
+        printfGeneric(PrintLevel::INFO_LEVEL, PrintLevel::INFO_LABEL, "Print level set to %u",
+                      level);
+    }
+}
+
+bool isPrintable(int level) {
+    return level <= threshold.load(std::memory_order_relaxed);
+}
+
+void printfGeneric(int level, const char* label, const char* format, ...) {
+    const int keptErrno = errno;
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    va_list arguments;
+    va_start(arguments, format);
+    {
+        const LogRecord record(now, label, format, arguments);
+        writeRecord(consoleDescriptor, record);
+        writeRecord(fileDescriptor, record);
+        if (toSyslog) {
+            sendToSyslog(level, record.message(), record.messageLength());
+        }
+    }
+    va_end(arguments);
+    errno = keptErrno;
+}
+
+} // namespace ZEP::Logger
