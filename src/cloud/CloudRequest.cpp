@@ -1,0 +1,146 @@
+#include "cloud/CloudRequest.h"
+
+#include "common/Log.h"
+
+#include <new>
+
+CURL* cloudCurlHandle = nullptr;
+pthread_mutex_t curlMutex = PTHREAD_MUTEX_INITIALIZER;
+std::string gatewaySerial;
+
+namespace {
+
+constexpr const char* cloudCaFile = "/etc/ssl/certs/DigiCert_Global_Root_CA.pem";
+
+// libcurl leaves a header out when only white space follows the colon; a semicolon in the colon's
+// place is its spelling for "send it empty".
+curl_slist* appendHeader(curl_slist* headers, std::string name, const std::string& value) {
+    const bool empty = value.find_first_not_of(" \t\n\v\f\r") == std::string::npos;
+    return curl_slist_append(headers, empty ? (name + ";").c_str() : (name + ": " + value).c_str());
+}
+
+std::string takeMember(Json::Value& body, const char* name) {
+    std::string value = body[name].asString();
+    body.removeMember(name);
+    return value;
+}
+
+// The list is the caller's to free; an exception on the way leaves it behind (see the end of
+// sendCloudRequest).
+curl_slist* buildHeaders(Json::Value& body) {
+    curl_slist* headers = nullptr;
+    headers = curl_slist_append(headers, "Accept: application/json");
+    headers = curl_slist_append(headers, "Content-Type: application/json");
+    headers = curl_slist_append(headers, "charsets: utf-8");
+    headers = appendHeader(headers, "X-API-SERIAL",
+                           body.isMember("brantle_serial") ? takeMember(body, "brantle_serial")
+                                                           : gatewaySerial);
+    if (body.isMember("token")) {
+        headers = appendHeader(headers, "X-API-HASH", takeMember(body, "token"));
+    }
+    if (body.isMember("timestamp")) {
+        headers = appendHeader(headers, "X-API-TIMESTAMP", takeMember(body, "timestamp"));
+    }
+    return headers;
+}
+
+void setTransferOptions(CURL* handle, const std::string& url, curl_slist* headers,
+                        std::string* received) {
+    curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+    if (received != nullptr) {
+        curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, appendToString);
+        curl_easy_setopt(handle, CURLOPT_WRITEDATA, received);
+    }
+    curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers);
+    if (url.find("https:") != std::string::npos) {
+        curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
+        curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
+        curl_easy_setopt(handle, CURLOPT_CAINFO, cloudCaFile);
+    }
+}
+
+// libcurl keeps a pointer to the body: `bodyText` must outlive the transfer.
+void setBody(CURL* handle, const std::string& method, const std::string& bodyText) {
+    VEYRA_LOG(TRACE, "request body: %s", bodyText.c_str());
+    if (method == "PUT") {
+        curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, "PUT");
+        curl_easy_setopt(handle, CURLOPT_POSTFIELDS, bodyText.c_str());
+    } else if (method != "GET") {
+        curl_easy_setopt(handle, CURLOPT_POST, 1L);
+        curl_easy_setopt(handle, CURLOPT_POSTFIELDS, bodyText.c_str());
+    }
+    curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, "");
+}
+
+// The answer's text ends at its first NUL byte.
+void parseResponse(const std::string& method, int status, const std::string& received,
+                   Json::Value& response) {
+    Json::Reader reader;
+    const char* text = received.c_str();
+    if (reader.parse(text, text + std::char_traits<char>::length(text), response, true)) {
+        VEYRA_LOG(TRACE, "%s code: %d response:[%s]", method.c_str(), status, text);
+    } else {
+        VEYRA_LOG(TRACE, "%s code: %d Unable parse text as JSON [%s]", method.c_str(), status,
+                  text);
+        response = Json::Value();
+    }
+}
+
+bool handleStatus(CURL* handle, const std::string& method, const std::string& received,
+                  Json::Value& response) {
+    long code = 0;
+    curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &code);
+    const int status = static_cast<int>(code);
+    if (static_cast<unsigned>(status) - 200U > 1U) {
+        VEYRA_LOG(ERROR, "%s failed CODE:%d BODY:[%s]", method.c_str(), status, received.c_str());
+        return false;
+    }
+    parseResponse(method, status, received, response);
+    return true;
+}
+
+} // namespace
+
+std::size_t appendToString(char* data, std::size_t size, std::size_t nmemb, std::string* buffer) {
+    try {
+        buffer->append(data, size * nmemb);
+    } catch (const std::bad_alloc&) {
+        return 0;
+    }
+    return size * nmemb;
+}
+
+bool sendCloudRequest(CURL* handle, const std::string& url, Json::Value& body,
+                      Json::Value& response, bool collectResponse, const std::string& method) {
+    response = Json::Value();
+    if (handle == nullptr) {
+        return false;
+    }
+    std::string received;
+    pthread_mutex_lock(&curlMutex);
+    try {
+        curl_slist* headers = buildHeaders(body);
+        VEYRA_LOG(TRACE, "Server URL: [%s]", url.c_str());
+        setTransferOptions(handle, url, headers, collectResponse ? &received : nullptr);
+        const std::string bodyText = Json::FastWriter().write(body);
+        setBody(handle, method, bodyText);
+
+        bool accepted = false;
+        if (const CURLcode result = curl_easy_perform(handle); result != CURLE_OK) {
+            VEYRA_LOG(ERROR, "CURL call to Server failed - %s", curl_easy_strerror(result));
+        } else {
+            accepted = handleStatus(handle, method, received, response);
+        }
+        curl_slist_free_all(headers);
+        curl_easy_reset(handle);
+        pthread_mutex_unlock(&curlMutex);
+        return accepted;
+    } catch (...) {
+        // Kept on purpose: the lock stays taken and the header list and the handle's options stay
+        // as they are, so that a handle left half set up is never used for another request.
+        VEYRA_LOG(ERROR, "Exception caught during CURL call to [%s]", url.c_str());
+        return false;
+    }
+}
