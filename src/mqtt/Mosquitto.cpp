@@ -1,0 +1,128 @@
+#include "mqtt/Mosquitto.h"
+
+#include "common/Clock.h"
+#include "common/Exception.h"
+#include "common/Log.h"
+#include "common/ProcessState.h"
+#include "mqtt/MqttQueue.h"
+
+#include <cstring>
+#include <mutex>
+#include <new>
+
+Mosquitto* mqttClient = nullptr;
+std::uint64_t lastKeepalive = 0;
+std::uint64_t lastKeepaliveSent = 0;
+
+namespace {
+
+constexpr const char* bridgeClientId = "VEYRA_SERVER";
+constexpr int subscriptionQos = 2;
+constexpr int publishQos = 1;
+
+bool isRoleKeepalive(const char* topic) {
+    return (roleVeyra && std::strcmp(topic, "lora/veyra_keepalive") == 0) ||
+           (roleNet && std::strcmp(topic, "lora/net_keepalive") == 0);
+}
+
+// The network server's topic dispatcher; that library is not part of this program.
+void dispatchNetworkServerMessage(const mosquitto_message& /*message*/) {}
+
+} // namespace
+
+Mosquitto::Mosquitto(const char* idText, const char* hostText, int portNumber)
+    : mosqpp::mosquittopp(idText, true)
+    , host(hostText)
+    , id(idText)
+    , port(portNumber) {
+    mosqpp::lib_init();
+    keepalive = 5;
+    setCredentials();
+    connect(host, port, keepalive);
+    loop_start();
+}
+
+Mosquitto::~Mosquitto() {
+    disconnect();
+    mosqpp::lib_cleanup();
+    // The base destructor cancels and joins the network thread too, but by then this object is no
+    // Mosquitto any more and a callback would meet it half destroyed.
+    loop_stop(true);
+}
+
+void Mosquitto::setCredentials() {
+    const Json::Value& mqtt = configuration()["mqtt"];
+    if (mqtt.isMember("username") && mqtt.isMember("password")) {
+        username_pw_set(mqtt["username"].asString().c_str(), mqtt["password"].asString().c_str());
+    }
+}
+
+void Mosquitto::on_connect(int rc) {
+    if (rc != 0) {
+        VEYRA_LOG(ERROR, "MQTT - Impossible to connect with server(%d)", rc);
+        return;
+    }
+    VEYRA_LOG(TRACE, "MQTT - connected with server %s", id);
+    connected = true;
+    subscribeToRole();
+    loop_start();
+}
+
+void Mosquitto::subscribeToRole() {
+    if (std::strncmp(id, bridgeClientId, std::strlen(bridgeClientId)) == 0) {
+        subscribe(nullptr, "lora/veyra_keepalive", subscriptionQos);
+        return;
+    }
+    subscribe(nullptr, "lora/+/+", subscriptionQos);
+    subscribe(nullptr, "lora/veyra", subscriptionQos);
+    subscribe(nullptr, "lora/net_keepalive", subscriptionQos);
+}
+
+void Mosquitto::on_disconnect(int rc) {
+    VEYRA_LOG(TRACE, "MQTT - disconnected (%d)", rc);
+    connected = false;
+}
+
+void Mosquitto::on_publish(int /*mid*/) {}
+
+void Mosquitto::on_message(const mosquitto_message* message) {
+    try {
+        if (isRoleKeepalive(message->topic)) {
+            const std::lock_guard<ZEP::Lock> guard(mqttLock);
+            lastKeepalive = monotonicMillis();
+        } else {
+            dispatchNetworkServerMessage(*message);
+        }
+    } catch (const Exception& exception) {
+        VEYRA_LOG(ERROR, "%s", exceptionRecord("Mosquitto Msg exception : ", exception).c_str());
+    }
+}
+
+void Mosquitto::on_subscribe(int mid, int qosCount, const int* grantedQos) {
+    VEYRA_LOG(TRACE, "MQTT - subscribed id: %d qos_count: %d granted_qos: %d", mid, qosCount,
+              grantedQos[0]);
+}
+
+void Mosquitto::on_error() {
+    VEYRA_LOG(ERROR, "MQTT - error occured");
+}
+
+bool Mosquitto::sendMessage(const char* topic, const void* payload, int length) {
+    try {
+        int mid = 0;
+        return publish(&mid, topic, length, payload, publishQos, false) == MOSQ_ERR_SUCCESS;
+    } catch (const Exception& exception) {
+        VEYRA_LOG(ERROR, "%s",
+                  exceptionRecord("Mosquitto publish exception : ", exception).c_str());
+        return false;
+    }
+}
+
+Mosquitto* createMqttClient() {
+    const Json::Value& mqtt = configuration()["mqtt"];
+    if (mqtt.isMember("host") && mqtt.isMember("port")) {
+        return new (std::nothrow)
+            Mosquitto(bridgeClientId, mqtt["host"].asString().c_str(), mqtt["port"].asInt());
+    }
+    return new Mosquitto(bridgeClientId, "127.0.0.1", 1883);
+}

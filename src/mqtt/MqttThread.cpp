@@ -1,0 +1,169 @@
+#include "mqtt/MqttThread.h"
+
+#include "common/Clock.h"
+#include "common/Exception.h"
+#include "common/Log.h"
+#include "common/ProcessState.h"
+#include "mqtt/Mosquitto.h"
+#include "mqtt/MqttQueue.h"
+#include "mqtt/Supervision.h"
+
+#include <csignal>
+#include <mutex>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+// Sanitizers need far more stack than the code that they watch.
+#ifdef VEYRA_SANITIZED
+constexpr unsigned workerStackBytes = 1024 * 1024;
+#else
+constexpr unsigned workerStackBytes = 32708;
+#endif
+
+constexpr int publishQos = 1;
+
+// Shared with the network server of the same sources, which stores its command socket here. Nothing
+// in this program does, so the worker closes standard input when it ends; kept that way.
+int sharedSocket = 0;
+
+// A stop signal is handled by a thread with room for the handler's frame and its log record.
+void leaveStopSignalsToOthers() {
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGINT);
+    sigaddset(&stopSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+}
+
+void publishKeepalive(std::uint64_t passMs) {
+    if (mqttClient != nullptr) {
+        mqttClient->publish(nullptr, "lora/veyra_keepalive", 0, nullptr, publishQos, false);
+    }
+    lastKeepaliveSent = passMs;
+}
+
+bool clientIsConnected() {
+    return mqttClient != nullptr && mqttClient->isConnected();
+}
+
+void destroyClient() {
+    if (mqttClient != nullptr) {
+        mqttClient->disconnect();
+        delete mqttClient;
+        mqttClient = nullptr;
+    }
+}
+
+// Takes about 9 s, in which queued messages wait. The age of the last keepalive is not reset: the
+// new client has to hear its own before the next check.
+void rebuildClient(std::uint64_t passMs) {
+    destroyClient();
+    sleepMillis(1000);
+    mqttClient = createMqttClient();
+    if (mqttClient == nullptr) {
+        VEYRA_LOG(ERROR, "Failed to create MQTT client, exiting application");
+        shutdownRequested = 1;
+    }
+    sleepMillis(2000);
+    {
+        const std::lock_guard<ZEP::Lock> guard(mqttLock);
+        publishKeepalive(passMs);
+    }
+    sleepMillis(6000);
+}
+
+// Returns whether the pass may go on to the queue.
+bool superviseLink() {
+    const std::uint64_t nowMs = monotonicMillis();
+    std::uint64_t heardMs = 0;
+    {
+        const std::lock_guard<ZEP::Lock> guard(mqttLock);
+        if (keepaliveIsDue(nowMs, lastKeepaliveSent)) {
+            publishKeepalive(nowMs);
+        }
+        if (linkIsHealthy(clientIsConnected(), nowMs, lastKeepalive)) {
+            return true;
+        }
+        heardMs = lastKeepalive;
+    }
+    VEYRA_LOG(DEBUG, "MQTT disconnected NET: %d VEYRA: %d Connected: %d Keepalive: %llu.",
+              static_cast<int>(roleNet), static_cast<int>(roleVeyra),
+              static_cast<int>(clientIsConnected()),
+              static_cast<unsigned long long>(nowMs - heardMs));
+    rebuildClient(nowMs);
+    return false;
+}
+
+bool queueIsEmpty() {
+    const std::lock_guard<ZEP::Lock> guard(mqttLock);
+    return mqttQueue.empty();
+}
+
+// An Exception on the way leaves mqttLock taken, on purpose: the message is freed and the thread's
+// boundary logs it.
+void publishFront() {
+    mqttLock.lock();
+    const std::unique_ptr<MqttMessage> message = std::move(mqttQueue.front());
+    mqttQueue.pop_front();
+    if (message == nullptr) {
+        VEYRA_LOG(WARNING, "NULL message pulled from mqtt queue");
+    } else if (mqttClient != nullptr) {
+        const std::string topic = "lora/" + message->topic;
+        mqttClient->publish(nullptr, topic.c_str(), message->length, message->payload.get(),
+                            publishQos, false);
+    }
+    mqttLock.unlock();
+}
+
+void runPass(bool supervise) {
+    if (supervise && !superviseLink()) {
+        return;
+    }
+    if (queueIsEmpty()) {
+        sleepMillis(10);
+        return;
+    }
+    publishFront();
+}
+
+void runPassesUntilStopped(bool supervise) {
+    try {
+        while (!shutdownRequested) {
+            runPass(supervise);
+        }
+    } catch (const Exception& exception) {
+        VEYRA_LOG(ERROR, "%s", exceptionRecord("MQTT Thread Msg exception : ", exception).c_str());
+    }
+    if (sharedSocket != -1) {
+        close(sharedSocket);
+    }
+    sleepMillis(100);
+}
+
+} // namespace
+
+ThreadDescriptor mqttThread = {workerStackBytes, {}, 0, MqttThreadFunction};
+
+int startThread(ThreadDescriptor& descriptor) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, descriptor.stackSize);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    return pthread_create(&descriptor.threadId, &attributes, descriptor.startRoutine, nullptr);
+}
+
+void* MqttThreadFunction(void* /*argument*/) {
+    leaveStopSignalsToOthers();
+    {
+        const std::lock_guard<ZEP::Lock> guard(mqttLock);
+        lastKeepalive = monotonicMillis();
+    }
+    const bool supervise = configuration()["mqtt"]["enabled"].asBool();
+    sleepMillis(100);
+    while (!shutdownRequested) {
+        runPassesUntilStopped(supervise);
+    }
+    return nullptr;
+}
