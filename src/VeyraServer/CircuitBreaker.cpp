@@ -1,0 +1,37 @@
+#include "VeyraServer/CircuitBreaker.h"
+
+#include "common/Clock.h"
+#include "common/Log.h"
+
+#include <cstdlib>
+
+bool CircuitBreaker::allowsRequest() const {
+    if (failureCount < threshold) {
+        return true;
+    }
+    if (openUntilMs != 0 && monotonicMillis() > openUntilMs) {
+        return true;
+    }
+    VEYRA_LOG(WARNING, "Circuit is broken, too many failed requests, backoff %llu ms",
+              static_cast<unsigned long long>(openUntilMs - monotonicMillis()));
+    return false;
+}
+
+void CircuitBreaker::requestFailed() {
+    ++failureCount;
+    if (failureCount < threshold) {
+        return;
+    }
+    const auto jitterMs = static_cast<std::uint64_t>(std::rand() % 1000);
+    openUntilMs = monotonicMillis() + backoffMs + jitterMs;
+    // The ceiling stops further doubling only: a doubled value may pass it.
+    if (backoffMs < backoffMaxMs) {
+        backoffMs *= 2;
+    }
+}
+
+void CircuitBreaker::requestSucceeded() {
+    failureCount = 0;
+    // Not the configured value: after a success every gateway starts over from the same backoff.
+    backoffMs = 5000;
+}

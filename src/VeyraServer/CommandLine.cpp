@@ -1,0 +1,65 @@
+#include "VeyraServer/CommandLine.h"
+
+#include "VeyraServer/Version.h"
+
+#include <cstdio>
+#include <stdexcept>
+#include <string_view>
+
+namespace {
+
+// Shared with the network server of the same sources; this program honours -c, -l, --version and
+// --help of it.
+constexpr const char* usageText =
+    "Usage: lora-net-server [-c file] [-l file] [-d file] [-u port] [-n port]\n"
+    "                       [--version] [--help]\n"
+    "  -c file     configuration file\n"
+    "  -l file     log file\n"
+    "  -d file     database of devices, sessions and profiles\n"
+    "  -u port     UDP port for packet forwarders\n"
+    "  -n port     UDP port for commands\n"
+    "  --version   print the version and exit\n"
+    "  --help      print this text and exit\n";
+
+std::string valueAfter(int index, int argc, const char* const* argv) {
+    if (index + 1 >= argc) {
+        throw std::logic_error(std::string("missing value after ") + argv[index]);
+    }
+    return argv[index + 1];
+}
+
+void printVersion() {
+    std::printf("ZEP LoRa VEYRA Server - Version %s\r\n", programVersion);
+}
+
+void printHelp() {
+    std::printf("Tarnwick Lora VEYRA Server v%s\n\n", programVersion);
+    std::printf("%s\n", usageText);
+}
+
+} // namespace
+
+std::string CommandLine::logFileOrDefault() const {
+    return logFile.value_or("/var/log/lora-veyra-server.log");
+}
+
+CommandLine parseCommandLine(int argc, const char* const* argv) {
+    CommandLine commandLine;
+    for (int index = 1; index < argc && !commandLine.bannerShown; ++index) {
+        const std::string_view argument = argv[index];
+        if (argument == "-c") {
+            commandLine.configurationFile = valueAfter(index, argc, argv);
+        } else if (argument == "-l") {
+            commandLine.logFile = valueAfter(index, argc, argv);
+        } else if (argument == "--var-run") {
+            commandLine.runDirectory = valueAfter(index, argc, argv);
+        } else if (argument == "--version") {
+            printVersion();
+            commandLine.bannerShown = true;
+        } else if (argument == "-help" || argument == "--help") {
+            printHelp();
+            commandLine.bannerShown = true;
+        }
+    }
+    return commandLine;
+}

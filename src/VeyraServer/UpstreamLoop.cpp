@@ -1,0 +1,104 @@
+#include "VeyraServer/UpstreamLoop.h"
+
+#include "VeyraServer/DatagramRelay.h"
+#include "common/Clock.h"
+#include "common/Exception.h"
+#include "common/Log.h"
+#include "common/ProcessState.h"
+#include "net/DatagramSocket.h"
+
+#include <cstring>
+#include <unistd.h>
+
+namespace {
+
+constexpr ssize_t maxDatagramBytes = 16384;
+constexpr const char* sourceName = "src/VeyraServer";
+
+sockaddr_in lastSender{};
+
+// Room for the terminator after a datagram of full length. Made when the endpoint opens; a stop
+// leaves it in place.
+char* receiveBuffer = nullptr;
+
+std::uint16_t configuredPort() {
+    const Json::Value& port = configuration()["udp"]["veyraPort"];
+    return port.isUInt() ? static_cast<std::uint16_t>(port.asUInt()) : std::uint16_t{1790};
+}
+
+// An integer in the configuration takes effect as 1, the outcome of the test, whatever its value:
+// gateways in the field run with it, so it stays.
+std::uint64_t breakerSetting(const char* key, std::uint64_t defaultValue) {
+    const bool integer = configuration()["veyra"][key].isInt();
+    return integer ? static_cast<std::uint64_t>(integer) : defaultValue;
+}
+
+CircuitBreaker configuredBreaker() {
+    CircuitBreaker breaker{};
+    breaker.threshold = static_cast<std::int32_t>(breakerSetting("breakerThreshold", 10));
+    breaker.backoffMs = breakerSetting("breakerTime", 5000);
+    breaker.backoffMaxMs = breakerSetting("breakerTimeMax", 320000);
+    return breaker;
+}
+
+[[noreturn]] void throwSocketError(unsigned line) {
+    throw Exception(exceptionCode, line, sourceName, upstreamSocket.lastErrorText,
+                    upstreamSocket.lastErrorNumber);
+}
+
+void openEndpoint(std::uint16_t port) {
+    receiveBuffer = new char[maxDatagramBytes + 1];
+    if (!bindSocket(upstreamSocket, port, false, "127.0.0.1")) {
+        throwSocketError(381);
+    }
+}
+
+void closeEndpoint() {
+    delete[] receiveBuffer;
+    receiveBuffer = nullptr;
+    if (upstreamSocket.descriptor != -1) {
+        close(upstreamSocket.descriptor);
+        upstreamSocket.descriptor = -1;
+    }
+}
+
+void receiveTurn(UpstreamRelay& relay) {
+    std::memset(receiveBuffer, 0, maxDatagramBytes + 1);
+    const ssize_t count =
+        receiveDatagram(upstreamSocket, lastSender, receiveBuffer, maxDatagramBytes);
+    if (count > maxDatagramBytes) {
+        throwSocketError(393);
+    }
+    if (count < 1) {
+        return;
+    }
+    receiveBuffer[count] = 0;
+    VEYRA_LOG(TRACE, "Parse upstream message %d bytes", static_cast<int>(count));
+    VEYRA_LOG(TRACE, "Parse upstream message [%s]", receiveBuffer);
+    relay.handleDatagram(receiveBuffer);
+}
+
+// Returns when the stop flag is set; the socket stays open and the buffer in place.
+void receiveUntilStopped(std::uint16_t port, UpstreamRelay& relay) {
+    openEndpoint(port);
+    while (!shutdownRequested) {
+        receiveTurn(relay);
+    }
+}
+
+} // namespace
+
+int VeyraReceiveFunction() {
+    UpstreamRelay relay{{}, {}, configuredBreaker()};
+    const std::uint16_t port = configuredPort();
+    for (;;) {
+        try {
+            receiveUntilStopped(port, relay);
+            return 0;
+        } catch (const Exception& exception) {
+            VEYRA_LOG(ERROR, "%s", exceptionRecord("Rx Msg exception :", exception).c_str());
+        }
+        closeEndpoint();
+        sleepMillis(100);
+    }
+}

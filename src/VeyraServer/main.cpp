@@ -1,0 +1,54 @@
+// lora-veyra-server: relays a network server's datagrams to the Veyra cloud and the cloud's answers
+// to the gateway's MQTT broker.
+#include "VeyraServer/Configuration.h"
+#include "VeyraServer/Startup.h"
+#include "VeyraServer/UpstreamLoop.h"
+#include "cloud/CloudRequest.h"
+#include "common/Log.h"
+#include "common/ProcessState.h"
+#include "mqtt/Mosquitto.h"
+
+#include <ZEP/Licence.h>
+
+#include <cstdlib>
+#include <ctime>
+
+int main(int argc, char* argv[]) {
+    roleVeyra = true;
+    roleNet = false;
+    if (!ZEP::Licence::check()) {
+        return refuseLicence();
+    }
+    std::srand(static_cast<unsigned>(std::time(nullptr)));
+    const CommandLine commandLine = parseCommandLine(argc, argv);
+    if (commandLine.bannerShown) {
+        return 0;
+    }
+    if (!readConfiguration(commandLine)) {
+        return 1;
+    }
+    try {
+        installStopHandler();
+        setUpLogger(commandLine);
+        completeUpstreamPort();
+        loadGatewaySecret(commandLine);
+        logConfiguration();
+        testUpstreamPort();
+        keepLibrariesUntilExit();
+        cloudCurlHandle = curl_easy_init();
+        VEYRA_LOG(TRACE, "Connect to MQTT");
+        if (!brokerIsEnabled()) {
+            VEYRA_LOG(ERROR, "MQTT must be enabled.");
+            return 0;
+        }
+        mqttClient = createMqttClient();
+        startBrokerWorker();
+        VEYRA_LOG(TRACE, "Start VeyraReceiveFunction thread");
+        VeyraReceiveFunction();
+    } catch (const Exception& exception) {
+        reportStartupError(exception);
+    } catch (const InputError& error) {
+        reportStartupError(error);
+    }
+    return closeProgram();
+}
