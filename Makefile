@@ -1,0 +1,62 @@
+# Short names for the commands of this project; CMake does the work. Each target installs what it
+# needs on Debian, so that it works as the first command after a clone.
+
+JOBS ?= $(shell nproc)
+DEPENDENCIES := .ci/install-dependencies.sh
+SOURCES = $(shell git ls-files '*.cpp' '*.h')
+SCRIPTS = $(shell git ls-files '*.sh' .ci/run)
+# Most tests wait for a broker or a timer, so they run well beyond the number of cores.
+TEST_JOBS ?= 24
+
+.PHONY: help deps build test demo run lint format loc clean asan tsan
+
+help:
+	@echo 'make demo      the whole road of a datagram, with a real broker and a real TLS server'
+	@echo 'make test      all tests'
+	@echo 'make run       the daemon in the foreground, with lora-veyra-server.conf'
+	@echo 'make build     the program, at build/lora-veyra-server'
+	@echo 'make asan      all tests under AddressSanitizer and UndefinedBehaviorSanitizer'
+	@echo 'make tsan      all tests under ThreadSanitizer'
+	@echo 'make lint      formatting and static analysis; make format mends the formatting'
+	@echo 'make loc       lines of product and tests'
+	@echo 'make clean     removes every build folder'
+
+deps:
+	@$(DEPENDENCIES) build test
+
+build: deps
+	cmake --preset release
+	cmake --build --preset release -j $(JOBS)
+
+test: build
+	ctest --preset release -j $(TEST_JOBS)
+
+demo: build
+	@demo/run.sh build
+
+run: build
+	build/lora-veyra-server -c lora-veyra-server.conf -l build/lora-veyra-server.log
+
+asan tsan: deps
+	cmake --preset $@
+	cmake --build --preset $@ -j $(JOBS)
+	ctest --preset $@ -j $(TEST_JOBS)
+
+lint:
+	@$(DEPENDENCIES) build test lint
+	clang-format --dry-run --Werror $(SOURCES)
+	shellcheck $(SCRIPTS)
+	cmake --preset debug
+	run-clang-tidy -quiet -p build-debug -j $(JOBS)
+
+format:
+	@$(DEPENDENCIES) lint
+	clang-format -i $(SOURCES)
+
+loc:
+	@.ci/count-lines.sh
+
+clean:
+	rm -rf build build-*
+
+-include packaging/targets.mk bench/targets.mk
