@@ -1,0 +1,5 @@
+#include <ZEP/Licence.h>
+
+bool ZEP::Licence::check() {
+    return false;
+}
