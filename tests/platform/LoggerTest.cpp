@@ -4,9 +4,7 @@
 
 #include <csignal>
 #include <fstream>
-#include <regex>
 #include <sstream>
-#include <string>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -33,54 +31,44 @@ void logFromHandler(int signalNumber) {
 
 } // namespace
 
-TEST_F(LogFile, HasOneLineARecordInAFileOfMode0640) {
+TEST_F(LogFile, HasOneLineARecordAndMayBeTruncatedInPlace) {
     VEYRA_LOG(ERROR, "%s", std::string(20000, 'x').c_str());
-    VEYRA_LOG(INFO, "short %d", 7);
-    const std::string time = R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z )";
-    const std::string text = content();
-    const auto secondLine = text.find('\n') + 1;
-    EXPECT_EQ(text.substr(24, secondLine - 24), " ERROR " + std::string(20000, 'x') + "\n");
-    EXPECT_TRUE(std::regex_match(text.substr(secondLine), std::regex(time + "INFO short 7\n")));
+    VEYRA_LOG(TRACE, "not printed");
+    EXPECT_EQ(content().substr(24), " ERROR " + std::string(20000, 'x') + "\n");
     struct stat status {};
     stat(path.c_str(), &status);
     EXPECT_EQ(status.st_mode & 07777U, 0640U);
-}
-
-TEST_F(LogFile, IsAppendedToAfterTruncationInPlace) {
-    VEYRA_LOG(ERROR, "before");
-    ASSERT_EQ(truncate(path.c_str(), 0), 0);
-    VEYRA_LOG(ERROR, "after");
-    EXPECT_EQ(content().size(), std::string("2026-11-21T04:25:47.123Z ERROR after\n").size());
+    ASSERT_EQ(truncate(path.c_str(), 0), 0); // as log rotation does
+    VEYRA_LOG(INFO, "short %d", 7);
+    tm time{};
+    EXPECT_STREQ(strptime(content().c_str(), "%Y-%m-%dT%H:%M:%S", &time) + 4, "Z INFO short 7\n");
+    EXPECT_LE(std::abs(timegm(&time) - std::time(nullptr)), 2);
 }
 
 TEST_F(LogFile, PrintsLevelsUpToTheThreshold) {
-    for (const int level : {0, 10, 35, 100}) {
-        ZEP::Logger::setPrintLevel(static_cast<unsigned>(level), false);
-        for (const int record : {10, 20, 30, 40, 50}) {
-            EXPECT_EQ(ZEP::Logger::isPrintable(record), record <= level) << record << level;
+    for (const unsigned threshold : {0U, 10U, 35U, 100U, 4000000000U}) {
+        ZEP::Logger::setPrintLevel(threshold, false);
+        for (const unsigned level : {10U, 20U, 30U, 40U, 50U}) {
+            EXPECT_EQ(ZEP::Logger::isPrintable(static_cast<int>(level)), level <= threshold);
         }
     }
-    ZEP::Logger::setPrintLevel(4000000000U, true);
-    EXPECT_TRUE(ZEP::Logger::isPrintable(50));
-    EXPECT_NE(content().find("INFO Print level set to"), std::string::npos);
 }
 
 TEST_F(LogFile, TakesRecordsFromAHandlerThatInterruptsARecord) {
     std::signal(SIGALRM, logFromHandler);
-    const itimerval often = {{0, 200}, {0, 200}};
+    itimerval often = {{0, 200}, {0, 200}};
     setitimer(ITIMER_REAL, &often, nullptr);
     const std::string longText(2000, 'm');
     for (int i = 0; i < 20000; ++i) {
         VEYRA_LOG(ERROR, "%s", longText.c_str());
     }
-    const itimerval never{};
-    setitimer(ITIMER_REAL, &never, nullptr);
+    often = {};
+    setitimer(ITIMER_REAL, &often, nullptr);
     std::istringstream lines(content());
     int fromHandler = 0;
     for (std::string line; std::getline(lines, line);) {
-        const std::string message = line.substr(31);
-        fromHandler += message == "handler 14" ? 1 : 0;
-        EXPECT_TRUE(message == "handler 14" || message == longText) << line;
+        fromHandler += line.substr(31) == "handler 14" ? 1 : 0;
+        EXPECT_TRUE(line.substr(31) == "handler 14" || line.substr(31) == longText) << line;
     }
     EXPECT_GT(fromHandler, 10);
 }
