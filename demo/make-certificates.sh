@@ -1,4 +1,4 @@
-#!/bin/bash
+#!/usr/bin/env bash
 # make-certificates.sh DIR: makes the certificates of the stand-in cloud, good for a few days.
 #
 #   ca.pem                       the authority that the daemon is given to trust

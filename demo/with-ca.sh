@@ -1,4 +1,4 @@
-#!/bin/bash
+#!/usr/bin/env bash
 # with-ca.sh CA_FILE COMMAND [ARG...]: runs COMMAND with a copy of CA_FILE at the fixed path where the
 # daemon looks for the authority of the cloud's certificate.
 #
