@@ -37,11 +37,16 @@ await() {
 }
 
 hasText() { grep -qsF -- "$2" "$1"; }
-hasLines() { [[ $(wc -l <"$1") -ge $2 ]]; }
+
+# A signal that arrives while bash parses a command substitution is lost: what runs again and again
+# does without them.
+hasLines() { wc -l <"$1" | { read -r count && ((count >= $2)); }; }
 
 # isPortTaken tcp|udp PORT
 isPortTaken() {
-    grep -qs "^ *[0-9]*: [0-9A-F]*:$(printf %04X "$2") " "/proc/net/$1" "/proc/net/${1}6"
+    local hexPort
+    printf -v hexPort %04X "$2"
+    grep -qs "^ *[0-9]*: [0-9A-F]*:$hexPort " "/proc/net/$1" "/proc/net/${1}6"
 }
 
 # Below the ports that the kernel hands out by itself, so that only another demo can want the same.
@@ -77,7 +82,7 @@ startCloud() {
         </dev/null >"$work/cloud.out" 2>"$work/cloud.err" &
     pids[cloud]=$!
     await "the cloud's start" hasLines "$work/cloud.out" 1
-    cloudPort=$(sed -n '1s/listening on //p' "$work/cloud.out")
+    read -r _ _ cloudPort <"$work/cloud.out" # listening on PORT
 }
 
 startListener() {

@@ -50,10 +50,12 @@ sendDatagram() {
 followReply() {
     await "request $1 at the cloud" hasLines "$work/cloud.out" $(($1 + 1)) # after "listening on"
     showDaemonLines " TRACE Server URL"
-    showCloudRequest "$(sed -n "$(($1 + 1))p" "$work/cloud.out")"
+    takeLine "$work/cloud.out" $(($1 + 1))
+    showCloudRequest "$REPLY"
     await "reply $1 on the broker" hasLines "$work/listener.out" "$1"
     showDaemonLines
-    say "$green" "broker carries" "$(sed -n "$1p" "$work/listener.out")"
+    takeLine "$work/listener.out" "$1"
+    say "$green" "broker carries" "$REPLY"
 }
 
 startEverything() {
@@ -97,30 +99,36 @@ method: POST is meant."
 
 # isRequest NUMBER PATH: the cloud took the request, and with it a valid signature.
 isRequest() {
-    local line
-    line=$(sed -n "$(($1 + 1))p" "$work/cloud.out")
-    [[ $(jsonText path "$line") == "/api/$2" && $(jsonText status "$line") == 200 &&
-        $(jsonText verdict "$line") == "signature valid" ]]
+    takeLine "$work/cloud.out" $(($1 + 1))
+    [[ $REPLY == *'"path":"/api/'$2'","status":200,"verdict":"signature valid"}' ]]
 }
 
 # isReply NUMBER PATH ID: the message carries the cloud's answer, with the time that was signed.
 isReply() {
-    local signedAt
-    signedAt=$(jsonText X-API-TIMESTAMP "$(sed -n "$(($1 + 1))p" "$work/cloud.out")")
-    [[ $(sed -n "$1p" "$work/listener.out") == \
-        'lora/veyra {"method":"POST","path":"'$2'","result":{"accepted":true,"id":"'$3'",'\
-'"number":'$1'},"timestamp":"'$signedAt'"}' ]]
+    local reply='{"method":"POST","path":"'$2'","result":{"accepted":true,"id":"'$3'","number":'$1'}'
+    takeLine "$work/cloud.out" $(($1 + 1))
+    takeMember X-API-TIMESTAMP "$REPLY"
+    reply+=',"timestamp":"'$REPLY'"}'
+    takeLine "$work/listener.out" "$1"
+    [[ $REPLY == "lora/veyra $reply" ]]
 }
 
-hasExactlyLines() { [[ $(wc -l <"$1") -eq $2 ]]; }
+hasExactlyLines() { hasLines "$1" "$2" && ! hasLines "$1" $(($2 + 1)); }
 
 isOneConnection() {
-    [[ $(grep -o '"connection":[0-9]*' "$work/cloud.out" | sort -u | wc -l) -eq 1 ]]
+    local first
+    takeLine "$work/cloud.out" 2
+    takeMember connection "$REPLY"
+    first=$REPLY
+    takeLine "$work/cloud.out" 3
+    takeMember connection "$REPLY"
+    [[ -n $first && $REPLY == "$first" ]]
 }
 
 isBrokenRefused() {
-    [[ $(grep -E '^[0-9TZ:.-]+ (ERROR|WARNING) ' "$work/daemon.log") == \
-        *" ERROR Failed to parse JSON $broken" ]]
+    grep -E '^[0-9TZ:.-]+ (ERROR|WARNING) ' "$work/daemon.log" >"$work/complaints"
+    hasExactlyLines "$work/complaints" 1 &&
+        hasText "$work/complaints" " ERROR Failed to parse JSON $broken"
 }
 
 isConfigurationDumped() {

@@ -38,29 +38,42 @@ showDaemonLines() {
     done
 }
 
-# jsonText NAME LINE: the string or number that the member NAME has in a line of compact JSON, nothing
-# when there is none.
-jsonText() {
+# takeLine FILE NUMBER: leaves the line in $REPLY.
+takeLine() {
+    local -a lines
+    mapfile -t -s $(($2 - 1)) -n 1 lines <"$1"
+    REPLY=${lines[0]-}
+}
+
+# takeMember NAME LINE: leaves in $REPLY the string or number that the member NAME has in a line of
+# compact JSON, nothing when there is none.
+takeMember() {
+    REPLY=
     [[ $2 =~ \"$1\":(\"(([^\"\\]|\\.)*)\"|[0-9]+) ]] || return 0
     if [[ ${BASH_REMATCH[1]} == \"* ]]; then
-        printf '%b' "${BASH_REMATCH[2]//\\\"/\"}"
+        printf -v REPLY '%b' "${BASH_REMATCH[2]//\\\"/\"}"
     else
-        printf '%s' "${BASH_REMATCH[1]}"
+        REPLY=${BASH_REMATCH[1]}
     fi
 }
 
 # Prints a request as the cloud saw it: a line of the stand-in cloud's output.
 showCloudRequest() {
-    local headers header
-    say "$blue" "cloud got" "$(jsonText method "$1") $(jsonText path "$1")"
+    local name headers header
+    local -A request=()
+    for name in method path body verdict status; do
+        takeMember "$name" "$1"
+        request[$name]=$REPLY
+    done
+    say "$blue" "cloud got" "${request[method]} ${request[path]}"
     headers=${1#*\"headers\":\{}
     headers=${headers%%\}*}
     while IFS= read -r header; do
         header=${header//\":\"/: }
         say "$blue" "" "${header//\"/}"
     done <<<"${headers//\",\"/$'\n'}"
-    say "$blue" "" "$(jsonText body "$1")"
-    say "$green" "cloud says" "$(jsonText verdict "$1"); answered $(jsonText status "$1")"
+    say "$blue" "" "${request[body]%$'\n'}"
+    say "$green" "cloud says" "${request[verdict]}; answered ${request[status]}"
 }
 
 # check TEXT COMMAND...: prints whether COMMAND is true; what is not is counted in $faults.
