@@ -87,11 +87,15 @@ TEST(Lifecycle, StopsAtOnceWhenIdleAndWhenPeersAreAway) {
 TEST(Lifecycle, WorkerClosesStandardInputWhileTheLastRequestIsFinished) {
     Company company;
     company.startReadyDaemon();
-    company.setFault("stall 1500");
     company.send(checkIn("m1/x"));
-    EXPECT_TRUE(company.logged("request body: "));
+    EXPECT_EQ(company.replies(1).size(), 1U); // the worker works
+    company.setFault("stall 2000");
+    company.send(checkIn("m1/x"));
+    EXPECT_TRUE(company.logged("request body: ", 2));
     EXPECT_EQ(company.daemon->end(SIGTERM, Deadline(500)), Process::stillRunning);
-    EXPECT_FALSE(std::filesystem::is_symlink(company.daemon->proc() / "fd/0"));
+    EXPECT_TRUE(
+        eventually([&] { return !std::filesystem::is_symlink(company.daemon->proc() / "fd/0"); },
+                   Deadline(1000)));
     EXPECT_EQ(company.daemon->waitForEnd(), 0);
-    EXPECT_TRUE(company.logged("Curl Response {"));
+    EXPECT_TRUE(company.logged("Curl Response {", 2));
 }
