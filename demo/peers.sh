@@ -40,7 +40,7 @@ hasText() { grep -qsF -- "$2" "$1"; }
 
 # A signal that arrives while bash parses a command substitution is lost: what runs again and again
 # does without them.
-hasLines() { wc -l <"$1" | { read -r count && ((count >= $2)); }; }
+hasLines() { [[ -e $1 ]] && wc -l <"$1" | { read -r count && ((count >= $2)); }; }
 
 # isPortTaken tcp|udp PORT
 isPortTaken() {

@@ -46,12 +46,19 @@ sendDatagram() {
     printf '%s' "$1" >"/dev/udp/127.0.0.1/$upstreamPort"
 }
 
-# followReply NUMBER: shows a datagram's way from the daemon to the cloud and back to the broker.
+# isRequest NUMBER PATH: the cloud took the request, and with it a valid signature.
+isRequest() {
+    takeLine "$work/cloud.out" $(($1 + 1))
+    [[ $REPLY == *'"path":"/api/'$2'","status":200,"verdict":"signature valid"}' ]]
+}
+
+# followReply NUMBER PATH: shows a datagram's way from the daemon to the cloud and back to the broker.
 followReply() {
     await "request $1 at the cloud" hasLines "$work/cloud.out" $(($1 + 1)) # after "listening on"
     showDaemonLines " TRACE Server URL"
     takeLine "$work/cloud.out" $(($1 + 1))
     showCloudRequest "$REPLY"
+    isRequest "$1" "$2" || fail "the cloud did not take request $1"
     await "reply $1 on the broker" hasLines "$work/listener.out" "$1"
     showDaemonLines
     takeLine "$work/listener.out" "$1"
@@ -82,7 +89,7 @@ one HTTPS
 request and publishes the cloud's answer on the broker. X-API-HASH proves that it knows the gateway's
 secret: it is the SHA-256 of the secret, the time and the path."
     sendDatagram "$checkIn"
-    followReply 1
+    followReply 1 "$checkInPath"
 
     stage "4. A broken datagram" "It ends in the middle. The daemon says so in its log and drops it: no \
 request, no reply."
@@ -94,13 +101,7 @@ request, no reply."
 connection. It names no
 method: POST is meant."
     sendDatagram "$statistics"
-    followReply 2
-}
-
-# isRequest NUMBER PATH: the cloud took the request, and with it a valid signature.
-isRequest() {
-    takeLine "$work/cloud.out" $(($1 + 1))
-    [[ $REPLY == *'"path":"/api/'$2'","status":200,"verdict":"signature valid"}' ]]
+    followReply 2 "$statisticsPath"
 }
 
 # isReply NUMBER PATH ID: the message carries the cloud's answer, with the time that was signed.
