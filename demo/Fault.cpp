@@ -56,8 +56,7 @@ void answerGzip(const httplib::Request& request, const std::string& body,
     response.set_header("Content-Encoding", "gzip");
 }
 
-// A moved request is answered, or the client would be sent round for ever. 307
-// lets a POST stay one.
+// A moved request is answered, or the client would go round for ever. 307 lets a POST stay one.
 void answerRedirect(const httplib::Request& request, const std::string& body,
                     httplib::Response& response) {
     if (isMovedPath(request.target))
@@ -66,8 +65,7 @@ void answerRedirect(const httplib::Request& request, const std::string& body,
     response.set_header("Location", movedPrefix + request.target.substr(apiPrefix.size()));
 }
 
-// Announces the whole body, sends half of it, and has the library close the
-// connection.
+// Announces the whole body, sends half of it, and has the library close the connection.
 void answerCut(const std::string& body, httplib::Response& response) {
     response.status = 200;
     response.set_content_provider(body.size(), "application/json",
@@ -101,9 +99,8 @@ std::string commandText(const Fault& fault) {
 
 void setJson(httplib::Response& response, int status, const std::string& body) {
     response.status = status;
-    // The library compresses what it knows as text whenever the client offers to
-    // unpack it. The parameter keeps it from doing so: compressed answers are a
-    // fault of their own here.
+    // The library compresses what it knows as text whenever the client offers to unpack it. The
+    // parameter keeps it from doing so: compressed answers are a fault of their own here.
     response.set_content(body, "application/json; charset=utf-8");
 }
 

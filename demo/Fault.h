@@ -1,5 +1,5 @@
-// The faults that tests switch on: what the stand-in cloud does with a request
-// that it would otherwise answer in the normal way.
+// The faults that tests switch on: what the stand-in cloud does with a request that it would
+// otherwise answer in the normal way. Any thread may call these.
 #pragma once
 
 #include <httplib.h>
@@ -11,15 +11,14 @@ struct Fault {
     int number = 0;          // its second one: an HTTP status, or milliseconds
 };
 
-// Reads a command such as "status 500" into `fault`. False, and `fault`
-// untouched, when it is none.
+// Reads a command such as "status 500" into `fault`. False, and `fault` untouched, when it is none.
 bool parseFault(const std::string& command, Fault& fault);
 
 // The command that `fault` was read from.
 std::string commandText(const Fault& fault);
 
-// Makes `response` the answer to an accepted request under `fault`; `body` is
-// the JSON text of the normal one.
+// Makes `response` the answer to an accepted request under `fault`; `body` is the JSON text of the
+// normal one.
 void prepareAnswer(const Fault& fault, const httplib::Request& request, const std::string& body,
                    httplib::Response& response);
 

@@ -68,8 +68,7 @@ void checkMethodAndHeaders(const httplib::Request& request) {
     requireHeader(request, "Accept", "application/json");
     requireHeader(request, "Content-Type", "application/json");
     requireHeader(request, "charsets", "utf-8");
-    // The HTTP library drops headers without a value, so empty and missing look
-    // the same here.
+    // The HTTP library drops headers without a value, so empty and missing look the same here.
     if (singleHeader(request, "X-API-SERIAL").empty())
         throw Refusal{400, "X-API-SERIAL is missing or empty"};
     if (!isTimestamp(singleHeader(request, "X-API-TIMESTAMP")))

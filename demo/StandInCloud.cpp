@@ -1,12 +1,10 @@
-// stand-in-cloud: an HTTPS server on 127.0.0.1 that plays the Veyra cloud for
-// the demo and the tests.
+// stand-in-cloud: an HTTPS server on 127.0.0.1 that plays the Veyra cloud for demo and tests.
 //
 //   stand-in-cloud --certificate FILE --key FILE --secret TEXT [--port N]
 //
-// Without a port, or with 0, the kernel gives one. The first line on standard
-// output is "listening on PORT"; every request then makes one line of compact
-// JSON there, written when the request has been judged and before it is
-// answered:
+// Without a port, or with 0, the kernel gives one. The first line on standard output is
+// "listening on PORT"; every request then makes one line of compact JSON there, written when the
+// request has been judged and before it is answered:
 //
 //   number      running number of the request, from 1
 //   connection  the client's port: the same for all requests on one connection
@@ -15,22 +13,22 @@
 //   verdict     "signature valid", or why the request is refused
 //   fault       the fault that was in force; absent when there was none
 //
-// Commands on standard input, one a line, change how accepted requests are
-// answered from then on; refused ones are always refused. Each is acknowledged
-// with a line "fault: COMMAND".
+// Commands on standard input, one a line, change how accepted requests are answered from then on;
+// refused ones are always refused. Each is acknowledged with a line "fault: COMMAND", or "unknown
+// fault: COMMAND" when it changes nothing.
 //
 //   ok          200 with {"accepted":true,"id":ID OF THE REQUEST,"number":N}
 //   status N    status N with a small JSON body (204 and 304 without)
 //   text        200 with the body: ok
 //   nul         200, the normal body followed by a NUL byte and garbage
-//   gzip        200, the normal body compressed, if the client offers to unpack
-//   it redirect    307 to a path that is answered normally cut         200, the
-//   connection closed in the middle of the body stall N     the normal answer,
-//   after N milliseconds deep        200 with 2000 JSON arrays inside each
-//   other
+//   gzip        200, the normal body compressed, if the client offers to unpack it
+//   redirect    307 to a path that is answered normally
+//   cut         200, the connection closed in the middle of the body
+//   stall N     the normal answer, after N milliseconds
+//   deep        200 with 2000 JSON arrays inside each other
 //
-// It ends with exit status 0 on SIGTERM or SIGINT. The end of standard input
-// ends the commands only.
+// It ends with exit status 0 on SIGTERM or SIGINT. The end of standard input ends the commands
+// only.
 #include "Fault.h"
 #include "RequestCheck.h"
 
@@ -48,6 +46,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -67,7 +66,6 @@ std::string compactJson(const Json::Value& value) {
     return Json::writeString(compact, value);
 }
 
-// One write a line, so that a reader never sees half of one.
 void printLine(const std::string& line) {
     const auto text = line + "\n";
     std::fwrite(text.data(), 1, text.size(), stdout);
@@ -93,8 +91,7 @@ class StandInCloud {
     }
 
   private:
-    // Under one lock, so that the lines' numbers ascend and each names the fault
-    // it met.
+    // Under one lock, so that the lines' numbers ascend and each names the fault it met.
     Fault decide(const httplib::Request& request, const Judgement& judgement,
                  httplib::Response& response) {
         const std::lock_guard<std::mutex> guard(mutex);
@@ -148,8 +145,7 @@ void setUp(httplib::SSLServer& server, StandInCloud& cloud) {
     server.set_tcp_nodelay(true);
     server.set_keep_alive_max_count(std::numeric_limits<std::size_t>::max());
     server.set_keep_alive_timeout(24 * 60 * 60); // seconds
-    // The library's own options would let two servers share one port without a
-    // word.
+    // The library's own options would let two servers share one port without a word.
     server.set_socket_options([](socket_t socket) {
         const int on = 1;
         setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
@@ -200,8 +196,7 @@ int main(int argc, char** argv) {
     if (!readOptions(argc, argv, options))
         fail("--certificate FILE --key FILE --secret TEXT [--port N]");
 
-    // Blocked before any thread is made, so that only sigwait below ever sees
-    // them.
+    // Blocked before any thread is made, so that only sigwait below ever sees them.
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
     sigaddset(&stopSignals, SIGTERM);
@@ -226,7 +221,6 @@ int main(int argc, char** argv) {
 
     int signalNumber = 0;
     sigwait(&stopSignals, &signalNumber);
-    // At once: an orderly stop of the library would wait for connections that
-    // clients keep open.
+    // At once: an orderly stop of the library would wait for connections that clients keep open.
     std::_Exit(0);
 }

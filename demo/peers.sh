@@ -135,7 +135,7 @@ startDaemon() {
     await "the daemon's start" isDaemonReady
 }
 
-# stopPeer NAME: asks it to end, and waits until it has. Its exit status is left in $exitStatus.
+# stopPeer NAME: asks it to end, and waits until it has. Leaves its exit status in $exitStatus.
 stopPeer() {
     local pid=${pids[$1]}
     unset "pids[$1]"
@@ -148,8 +148,8 @@ stopPeer() {
 
 hasEnded() { ! isRunning "$1"; }
 
-# The end of the demo, however it comes about. Asks the shell which programs run: a signal may arrive
-# between the start of one and the note of its id.
+# The end of the demo, however it comes about. Asks the shell which programs run: a signal may
+# arrive between the start of one and the note of its id.
 cleanUp() {
     local status=$? left pid endS=$((SECONDS + 5))
     trap '' INT TERM HUP

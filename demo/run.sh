@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# run.sh BUILD: sends three datagrams all the way through the daemon of the build folder BUILD, with a
-# real MQTT broker and a stand-in for the Veyra cloud, and shows every hop. Everything is on this
+# run.sh BUILD: sends three datagrams through the daemon of the build folder BUILD, with a real MQTT
+# broker and a stand-in for the Veyra cloud around it, and shows every hop. Everything is on this
 # machine, on free loopback ports and in a temporary folder; nothing of it is left behind.
 # Exit status 0 says that all of it went as it should.
 set -euo pipefail
@@ -52,7 +52,7 @@ isRequest() {
     [[ $REPLY == *'"path":"/api/'$2'","status":200,"verdict":"signature valid"}' ]]
 }
 
-# followReply NUMBER PATH: shows a datagram's way from the daemon to the cloud and back to the broker.
+# followReply NUMBER PATH: shows a datagram's way through the daemon to the cloud and to the broker.
 followReply() {
     await "request $1 at the cloud" hasLines "$work/cloud.out" $(($1 + 1)) # after "listening on"
     showDaemonLines " TRACE Server URL"
@@ -66,9 +66,9 @@ followReply() {
 }
 
 startEverything() {
-    stage "1. The gateway and its cloud" "Three programs stand around the daemon: the gateway's MQTT \
-broker, the Veyra cloud, and somebody
-who listens on the broker in place of the network server."
+    stage "1. The gateway and its cloud" \
+        "Three programs stand around the daemon: the gateway's MQTT broker, the Veyra cloud, and" \
+        "somebody who listens on the broker in place of the network server."
     startBroker
     say "$green" broker "mosquitto on 127.0.0.1:$brokerPort, with user name and password"
     startCloud
@@ -76,37 +76,38 @@ who listens on the broker in place of the network server."
     startListener
     say "$green" listener "subscribed to lora/veyra"
 
-    stage "2. The daemon" "It reads its configuration and the gateway's identity, connects to the \
-broker and waits for
-datagrams. It runs with its most talkative log level."
+    stage "2. The daemon" \
+        "It reads its configuration and the gateway's identity, connects to the broker and waits" \
+        "for datagrams. Its log is at the most talkative level here."
     startDaemon
     showDaemonLines
 }
 
 sendEverything() {
-    stage "3. A check-in" "The network server sends one JSON object. The daemon sends it to the cloud as \
-one HTTPS
-request and publishes the cloud's answer on the broker. X-API-HASH proves that it knows the gateway's
-secret: it is the SHA-256 of the secret, the time and the path."
+    stage "3. A check-in" \
+        "The network server sends one JSON object. The daemon sends it to the cloud as one HTTPS" \
+        "request and publishes the cloud's answer on the broker. X-API-HASH proves that it knows" \
+        "the gateway's secret: it is the SHA-256 of the secret, the time and the path."
     sendDatagram "$checkIn"
     followReply 1 "$checkInPath"
 
-    stage "4. A broken datagram" "It ends in the middle. The daemon says so in its log and drops it: no \
-request, no reply."
+    stage "4. A broken datagram" \
+        "It ends in the middle. The daemon says so in its log and drops it: no request, no reply."
     sendDatagram "$broken"
     await "the daemon's record of the broken datagram" hasText "$work/daemon.log" " ERROR "
     showDaemonLines
 
-    stage "5. Gateway statistics" "The next one goes through as if nothing had happened, on the same TLS \
-connection. It names no
-method: POST is meant."
+    stage "5. Gateway statistics" \
+        "The next one goes through as if nothing had happened, on the same TLS connection. It" \
+        "names no method: POST is meant."
     sendDatagram "$statistics"
     followReply 2 "$statisticsPath"
 }
 
 # isReply NUMBER PATH ID: the message carries the cloud's answer, with the time that was signed.
 isReply() {
-    local reply='{"method":"POST","path":"'$2'","result":{"accepted":true,"id":"'$3'","number":'$1'}'
+    local reply='{"method":"POST","path":"'$2'",'
+    reply+='"result":{"accepted":true,"id":"'$3'","number":'$1'}'
     takeLine "$work/cloud.out" $(($1 + 1))
     takeMember X-API-TIMESTAMP "$REPLY"
     reply+=',"timestamp":"'$REPLY'"}'
@@ -170,5 +171,5 @@ echo
 if ((faults > 0)); then
     fail "$faults of the checks above did not hold"
 fi
-echo "${green}All of it held: 2 requests signed and answered, 2 replies published, 1 broken datagram" \
-    "refused, clean stop.$plain"
+echo "${green}All of it held: 2 requests signed and answered, 2 replies published," \
+    "1 broken datagram refused, clean stop.$plain"

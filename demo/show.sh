@@ -1,5 +1,5 @@
-# Sourced by run.sh: prints what happens, each line with a label that says who speaks. In colour on a
-# terminal only.
+# Sourced by run.sh: prints what happens, each line with a label that says who speaks. In colour on
+# a terminal only.
 # shellcheck shell=bash
 
 : "${work:?}"
@@ -10,15 +10,18 @@ if [[ -t 1 && -z ${NO_COLOR-} ]]; then
 fi
 shownLines=0 # of the daemon's log
 
-# stage TITLE EXPLANATION
-stage() { printf '\n%s%s%s\n%s\n' "$bold" "$1" "$plain" "$2"; }
+# stage TITLE EXPLANATION..., a line each
+stage() {
+    printf '\n%s%s%s\n' "$bold" "$1" "$plain"
+    printf '%s\n' "${@:2}"
+}
 
 # say COLOUR LABEL TEXT
 say() { printf '%s%16s%s  %s\n' "$1" "$2" "$plain" "$3"; }
 
-# showDaemonLines [LAST]: prints the daemon's records since the last call, or up to the one that holds
-# LAST. Left out is what the datagram, the cloud and the broker show anyway, and the lines of the
-# configuration dump.
+# showDaemonLines [LAST]: prints the daemon's records since the last call, or up to the one that
+# holds LAST. Left out is what the datagram, the cloud and the broker show anyway, and the lines of
+# the configuration dump.
 showDaemonLines() {
     local -a lines
     local line

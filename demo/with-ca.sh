@@ -1,16 +1,17 @@
 #!/usr/bin/env bash
-# with-ca.sh CA_FILE COMMAND [ARG...]: runs COMMAND with a copy of CA_FILE at the fixed path where the
-# daemon looks for the authority of the cloud's certificate.
+# with-ca.sh CA_FILE COMMAND [ARG...]: runs COMMAND with a copy of CA_FILE at the fixed path where
+# the daemon looks for the authority of the cloud's certificate.
 #
-# Only COMMAND sees it: it runs in a mount namespace of its own, so that nobody has to be root and the
-# machine's certificates stay as they are. COMMAND takes over the process, with its id and its open
-# files. Nothing is left behind: what is made here lives in memory and goes with the namespace.
+# Only COMMAND sees it: it runs in a mount namespace of its own, so that nobody has to be root and
+# the machine's certificates stay as they are. COMMAND takes over the process, with its id and its
+# open files. Nothing is left behind: what is made here lives in memory and goes with the namespace.
+# The mounts stay out of the machine-wide mount table, which outlives the namespace.
 set -euo pipefail
 
 readonly fixedPath=/etc/ssl/certs/DigiCert_Global_Root_CA.pem
 
-# mirrorFolder FIRST: fills the current folder with what its .covered holds, all but FIRST. Links are
-# copied, since they may be relative; folders are mounted, so that links inside them hold as well.
+# mirrorFolder FIRST: fills the current folder with what its .covered holds, all but FIRST. Links
+# are copied, since they may be relative; folders are mounted, so that links inside them hold too.
 mirrorFolder() {
     local folder entries=(find .covered -mindepth 1 -maxdepth 1 ! -name "$1")
     "${entries[@]}" -type l -exec cp --no-dereference --target-directory=. {} +
@@ -21,9 +22,9 @@ mirrorFolder() {
     done < <("${entries[@]}" -type d -print0)
 }
 
-# showAuthority TEXT: takes the deepest folder that exists on the way to the fixed path, and covers it
-# with a view of itself in which the rest of the way is there too, whatever was missing or dangling.
-# The view is built over /tmp, which shows again as soon as the view moves to its place.
+# showAuthority TEXT: takes the deepest folder that exists on the way to the fixed path, and covers
+# it with a view of itself in which the rest of the way is there too, whatever was missing or
+# dangling. The view is built over /tmp, which shows again as soon as the view moves to its place.
 showAuthority() {
     local folder rest
     folder=$(dirname "$fixedPath")
