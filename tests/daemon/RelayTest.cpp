@@ -19,7 +19,7 @@ TEST(Relay, SignsRequestsAndPublishesTheAnswers) {
                  {"", "POST", "POST"}};
     for (const auto& c : cases) {
         company.send(std::string("{") + c.member +
-                     R"("path":"m1/SN1/x","request":{"brantle_serial":"","data":{"id":4}}})");
+                     R"("path":"m1/SN1/x","request":{"brantle_serial":"SN1","data":{"id":4}}})");
     }
     const std::vector<std::string> replies = company.replies(5);
     ASSERT_EQ(replies.size(), 5U);
@@ -28,7 +28,7 @@ TEST(Relay, SignsRequestsAndPublishesTheAnswers) {
         EXPECT_EQ(request["verdict"], "signature valid") << request;
         EXPECT_EQ(request["method"], cases[i].sentAs);
         EXPECT_EQ(request["path"], "/api/m1/SN1/x");
-        EXPECT_EQ(request["headers"]["X-API-SERIAL"], "");
+        EXPECT_EQ(request["headers"]["X-API-SERIAL"], "SN1");
         EXPECT_EQ(request["body"].asString(), i == 1 ? "" : "{\"data\":{\"id\":4}}\n");
         const Json::Value reply = parsed(replies[i]);
         EXPECT_EQ(reply["method"], cases[i].method);

@@ -85,6 +85,8 @@ Company::Company(const std::string& certificate)
 }
 
 Company::~Company() {
+    EXPECT_EQ(fileText(file("daemon.out.err")).find("Sanitizer"), std::string::npos)
+        << fileText(file("daemon.out.err"));
     daemon.reset();
     subscriber.reset();
     broker.reset();
@@ -103,6 +105,7 @@ void Company::restartBroker(const std::string& settings) {
 }
 
 void Company::subscribe() {
+    subscriber.reset();
     // Line by line, since it writes to a file. It connects again by itself.
     subscriber = std::make_unique<Process>("stdbuf -oL " MOSQUITTO_SUB_PROGRAM
                                            " -d -q 1 -t lora/veyra -h 127.0.0.1 -p " +
@@ -113,6 +116,7 @@ void Company::subscribe() {
 }
 
 Process& Company::startDaemon(const std::string& options, const std::string& program) {
+    daemon.reset();
     std::filesystem::remove(file("daemon.log"));
     std::ofstream(file("daemon.conf")) << configuration.toStyledString();
     daemon = std::make_unique<Process>(DEMO_FOLDER "/with-ca.sh " + file("certificates/ca.pem") +

@@ -36,6 +36,7 @@ std::size_t occurrences(const std::string& text, const std::string& part) {
 
 Process::Process(const std::string& command, std::string output)
     : outputFile(std::move(output)) {
+    std::filesystem::remove(outputFile); // an earlier process may have left it
     const std::string line = "exec " + command + " > " + outputFile + " 2> " + outputFile + ".err";
     int ends[2] = {-1, -1};
     if (pipe2(ends, O_CLOEXEC) == 0 && (child = fork()) == 0) {
