@@ -4,6 +4,7 @@
 
 #include <zlib.h>
 
+#include <set>
 #include <sstream>
 #include <stdexcept>
 
@@ -16,19 +17,18 @@ bool takesNumber(const std::string& name) {
 }
 
 bool isKnown(const std::string& name) {
-    for (const char* known :
-         {"ok", "status", "text", "nul", "gzip", "redirect", "cut", "stall", "deep"})
-        if (name == known)
-            return true;
-    return false;
+    static const std::set<std::string> known = {"ok",       "status", "text",  "nul", "gzip",
+                                                "redirect", "cut",    "stall", "deep"};
+    return known.count(name) != 0;
 }
 
 std::string gzip(const std::string& text) {
     constexpr int gzipWindowBits = 15 + 16; // 16 asks for a gzip header instead of zlib's own
     z_stream stream{};
     if (deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, gzipWindowBits, 8,
-                     Z_DEFAULT_STRATEGY) != Z_OK)
+                     Z_DEFAULT_STRATEGY) != Z_OK) {
         throw std::runtime_error("deflateInit2 failed");
+    }
     std::string packed(deflateBound(&stream, text.size()), '\0');
     stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
     stream.avail_in = static_cast<uInt>(text.size());
@@ -37,8 +37,9 @@ std::string gzip(const std::string& text) {
     const int result = deflate(&stream, Z_FINISH);
     packed.resize(stream.total_out);
     deflateEnd(&stream);
-    if (result != Z_STREAM_END)
+    if (result != Z_STREAM_END) {
         throw std::runtime_error("deflate failed");
+    }
     return packed;
 }
 
@@ -50,8 +51,9 @@ void answerStatus(int status, httplib::Response& response) {
 
 void answerGzip(const httplib::Request& request, const std::string& body,
                 httplib::Response& response) {
-    if (request.get_header_value("Accept-Encoding").find("gzip") == std::string::npos)
+    if (request.get_header_value("Accept-Encoding").find("gzip") == std::string::npos) {
         return setJson(response, 200, body);
+    }
     setJson(response, 200, gzip(body));
     response.set_header("Content-Encoding", "gzip");
 }
@@ -59,8 +61,9 @@ void answerGzip(const httplib::Request& request, const std::string& body,
 // A moved request is answered, or the client would go round for ever. 307 lets a POST stay one.
 void answerRedirect(const httplib::Request& request, const std::string& body,
                     httplib::Response& response) {
-    if (isMovedPath(request.target))
+    if (isMovedPath(request.target)) {
         return setJson(response, 200, body);
+    }
     setJson(response, 307, "{}");
     response.set_header("Location", movedPrefix + request.target.substr(apiPrefix.size()));
 }
@@ -81,14 +84,18 @@ bool parseFault(const std::string& command, Fault& fault) {
     std::istringstream words(command);
     Fault parsed;
     std::string rest;
-    if (!(words >> parsed.name) || !isKnown(parsed.name))
+    if (!(words >> parsed.name) || !isKnown(parsed.name)) {
         return false;
-    if (takesNumber(parsed.name) && (!(words >> parsed.number) || parsed.number < 0))
+    }
+    if (takesNumber(parsed.name) && (!(words >> parsed.number) || parsed.number < 0)) {
         return false;
-    if (parsed.name == "status" && (parsed.number < 200 || parsed.number > 599))
+    }
+    if (parsed.name == "status" && (parsed.number < 200 || parsed.number > 599)) {
         return false;
-    if (words >> rest)
+    }
+    if (words >> rest) {
         return false;
+    }
     fault = parsed;
     return true;
 }
@@ -106,20 +113,21 @@ void setJson(httplib::Response& response, int status, const std::string& body) {
 
 void prepareAnswer(const Fault& fault, const httplib::Request& request, const std::string& body,
                    httplib::Response& response) {
-    if (fault.name == "status")
+    if (fault.name == "status") {
         answerStatus(fault.number, response);
-    else if (fault.name == "text")
+    } else if (fault.name == "text") {
         setJson(response, 200, "ok");
-    else if (fault.name == "nul")
+    } else if (fault.name == "nul") {
         setJson(response, 200, body + '\0' + "garbage}{");
-    else if (fault.name == "gzip")
+    } else if (fault.name == "gzip") {
         answerGzip(request, body, response);
-    else if (fault.name == "redirect")
+    } else if (fault.name == "redirect") {
         answerRedirect(request, body, response);
-    else if (fault.name == "cut")
+    } else if (fault.name == "cut") {
         answerCut(body, response);
-    else if (fault.name == "deep")
+    } else if (fault.name == "deep") {
         setJson(response, 200, std::string(deepestArray, '[') + std::string(deepestArray, ']'));
-    else // "ok", and "stall", whose answer is a normal one
+    } else { // "ok", and "stall", whose answer is a normal one
         setJson(response, 200, body);
+    }
 }

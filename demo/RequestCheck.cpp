@@ -19,8 +19,9 @@ struct Refusal {
 std::string sha256Hex(const std::string& text) {
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
     unsigned length = 0;
-    if (EVP_Digest(text.data(), text.size(), digest.data(), &length, EVP_sha256(), nullptr) != 1)
+    if (EVP_Digest(text.data(), text.size(), digest.data(), &length, EVP_sha256(), nullptr) != 1) {
         throw std::runtime_error("SHA-256 is not available");
+    }
     static const char digits[] = "0123456789abcdef";
     std::string hex;
     for (unsigned i = 0; i < length; ++i) {
@@ -33,12 +34,14 @@ std::string sha256Hex(const std::string& text) {
 // True for text like 2026-11-21T04:25:47.123456Z.
 bool isTimestamp(const std::string& text) {
     static const std::string form = "dddd-dd-ddTdd:dd:dd.ddddddZ";
-    if (text.size() != form.size())
+    if (text.size() != form.size()) {
         return false;
+    }
     for (std::size_t i = 0; i < form.size(); ++i) {
         const bool digit = text[i] >= '0' && text[i] <= '9';
-        if (form[i] == 'd' ? !digit : text[i] != form[i])
+        if (form[i] == 'd' ? !digit : text[i] != form[i]) {
             return false;
+        }
     }
     return true;
 }
@@ -49,37 +52,44 @@ std::string signedPath(const std::string& path) {
 
 // The value of a header that may stand there once, empty when it is missing.
 std::string singleHeader(const httplib::Request& request, const std::string& name) {
-    if (request.get_header_value_count(name) > 1)
+    if (request.get_header_value_count(name) > 1) {
         throw Refusal{400, name + " is there more than once"};
+    }
     return request.get_header_value(name);
 }
 
 void requireHeader(const httplib::Request& request, const char* name, const std::string& value) {
     const auto found = singleHeader(request, name);
-    if (found != value)
+    if (found != value) {
         throw Refusal{400, std::string(name) + " is \"" + found + "\", not \"" + value + "\""};
+    }
 }
 
 void checkMethodAndHeaders(const httplib::Request& request) {
-    if (request.method != "POST" && request.method != "PUT" && request.method != "GET")
+    if (request.method != "POST" && request.method != "PUT" && request.method != "GET") {
         throw Refusal{400, "method " + request.method + " is not taken"};
-    if (request.target.rfind(apiPrefix, 0) != 0)
+    }
+    if (request.target.rfind(apiPrefix, 0) != 0) {
         throw Refusal{400, "path does not begin with " + apiPrefix};
+    }
     requireHeader(request, "Accept", "application/json");
     requireHeader(request, "Content-Type", "application/json");
     requireHeader(request, "charsets", "utf-8");
     // The HTTP library drops headers without a value, so empty and missing look the same here.
-    if (singleHeader(request, "X-API-SERIAL").empty())
+    if (singleHeader(request, "X-API-SERIAL").empty()) {
         throw Refusal{400, "X-API-SERIAL is missing or empty"};
-    if (!isTimestamp(singleHeader(request, "X-API-TIMESTAMP")))
+    }
+    if (!isTimestamp(singleHeader(request, "X-API-TIMESTAMP"))) {
         throw Refusal{400, "X-API-TIMESTAMP is not of the form YYYY-MM-DDTHH:MM:SS.uuuuuuZ"};
+    }
 }
 
 void checkSignature(const httplib::Request& request, const std::string& secret) {
     const auto text =
         secret + request.get_header_value("X-API-TIMESTAMP") + signedPath(request.target);
-    if (singleHeader(request, "X-API-HASH") != sha256Hex(text))
+    if (singleHeader(request, "X-API-HASH") != sha256Hex(text)) {
         throw Refusal{401, "X-API-HASH does not match"};
+    }
 }
 
 Json::Value parseBody(const std::string& text) {
@@ -89,8 +99,9 @@ Json::Value parseBody(const std::string& text) {
     Json::Value body;
     Json::String errors;
     try {
-        if (!reader->parse(text.data(), text.data() + text.size(), &body, &errors))
+        if (!reader->parse(text.data(), text.data() + text.size(), &body, &errors)) {
             throw Refusal{400, "body is not JSON"};
+        }
     } catch (const Json::Exception& error) { // nested too deep
         throw Refusal{400, std::string("body is not JSON: ") + error.what()};
     }
@@ -100,16 +111,20 @@ Json::Value parseBody(const std::string& text) {
 // Returns the body's data.id, null when there is none.
 Json::Value checkBody(const httplib::Request& request) {
     if (request.method == "GET") {
-        if (request.has_header("Content-Length") || request.has_header("Transfer-Encoding"))
+        if (request.has_header("Content-Length") || request.has_header("Transfer-Encoding")) {
             throw Refusal{400, "GET with a body"};
+        }
         return {};
     }
     const auto body = parseBody(request.body);
-    if (!body.isObject())
+    if (!body.isObject()) {
         throw Refusal{400, "body is not a JSON object"};
-    for (const char* name : {"brantle_serial", "token", "timestamp"})
-        if (body.isMember(name))
+    }
+    for (const char* name : {"brantle_serial", "token", "timestamp"}) {
+        if (body.isMember(name)) {
             throw Refusal{400, std::string("body has a member ") + name};
+        }
+    }
     const auto& data = body["data"];
     return data.isObject() ? data["id"] : Json::Value();
 }

@@ -35,8 +35,8 @@
 #include <httplib.h>
 #include <json/json.h>
 
+#include <csignal>
 #include <pthread.h>
-#include <signal.h>
 
 #include <chrono>
 #include <cstdio>
@@ -81,8 +81,9 @@ class StandInCloud {
         const auto judgement = judgeRequest(request, secret);
         const auto inForce = decide(request, judgement, response);
         // Not under the lock: other requests and the commands go on meanwhile.
-        if (judgement.status == 200 && inForce.name == "stall")
+        if (judgement.status == 200 && inForce.name == "stall") {
             std::this_thread::sleep_for(std::chrono::milliseconds(inForce.number));
+        }
     }
 
     void obey(const std::string& command) {
@@ -118,15 +119,18 @@ class StandInCloud {
         line["method"] = request.method;
         line["path"] = request.target;
         line["headers"] = Json::objectValue;
-        for (const auto& header : request.headers)
+        for (const auto& header : request.headers) {
             if (header.first != "REMOTE_ADDR" && header.first != "REMOTE_PORT" &&
-                header.first != "LOCAL_ADDR" && header.first != "LOCAL_PORT") // the library's own
+                header.first != "LOCAL_ADDR" && header.first != "LOCAL_PORT") { // the library's own
                 line["headers"][header.first] = header.second;
+            }
+        }
         line["body"] = request.body;
         line["status"] = status;
         line["verdict"] = judgement.reason;
-        if (fault.name != "ok")
+        if (fault.name != "ok") {
             line["fault"] = commandText(fault);
+        }
         return line;
     }
 
@@ -144,7 +148,7 @@ void setUp(httplib::SSLServer& server, StandInCloud& cloud) {
     server.Delete(".*", answer).Patch(".*", answer).Options(".*", answer);
     server.set_tcp_nodelay(true);
     server.set_keep_alive_max_count(std::numeric_limits<std::size_t>::max());
-    server.set_keep_alive_timeout(24 * 60 * 60); // seconds
+    server.set_keep_alive_timeout(86400); // seconds: a day
     // The library's own options would let two servers share one port without a word.
     server.set_socket_options([](socket_t socket) {
         const int on = 1;
@@ -153,33 +157,37 @@ void setUp(httplib::SSLServer& server, StandInCloud& cloud) {
 }
 
 int bindServer(httplib::SSLServer& server, int port) {
-    if (port == 0)
+    if (port == 0) {
         return server.bind_to_any_port("127.0.0.1");
+    }
     return server.bind_to_port("127.0.0.1", port) ? port : -1;
 }
 
 void readCommands(StandInCloud& cloud) {
     std::string command;
-    while (std::getline(std::cin, command))
+    while (std::getline(std::cin, command)) {
         cloud.obey(command);
+    }
 }
 
 bool readOptions(int argc, char** argv, Options& options) {
-    if (argc % 2 == 0)
+    if (argc % 2 == 0) {
         return false;
+    }
     for (int i = 1; i < argc; i += 2) {
         const std::string name = argv[i];
         const std::string value = argv[i + 1];
-        if (name == "--certificate")
+        if (name == "--certificate") {
             options.certificate = value;
-        else if (name == "--key")
+        } else if (name == "--key") {
             options.key = value;
-        else if (name == "--secret")
+        } else if (name == "--secret") {
             options.secret = value;
-        else if (name == "--port")
-            options.port = std::atoi(value.c_str());
-        else
+        } else if (name == "--port") {
+            options.port = std::stoi(value);
+        } else {
             return false;
+        }
     }
     return !options.certificate.empty() && !options.key.empty() && !options.secret.empty();
 }
@@ -193,8 +201,9 @@ bool readOptions(int argc, char** argv, Options& options) {
 
 int main(int argc, char** argv) {
     Options options;
-    if (!readOptions(argc, argv, options))
+    if (!readOptions(argc, argv, options)) {
         fail("--certificate FILE --key FILE --secret TEXT [--port N]");
+    }
 
     // Blocked before any thread is made, so that only sigwait below ever sees them.
     sigset_t stopSignals;
@@ -204,13 +213,15 @@ int main(int argc, char** argv) {
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
     httplib::SSLServer server(options.certificate.c_str(), options.key.c_str());
-    if (!server.is_valid())
+    if (!server.is_valid()) {
         fail("cannot use " + options.certificate + " with " + options.key);
+    }
     StandInCloud cloud(options.secret);
     setUp(server, cloud);
     const int port = bindServer(server, options.port);
-    if (port < 0)
+    if (port < 0) {
         fail("cannot listen on port " + std::to_string(options.port));
+    }
     printLine("listening on " + std::to_string(port));
 
     std::thread([&server] {

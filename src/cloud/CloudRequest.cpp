@@ -14,7 +14,7 @@ constexpr const char* cloudCaFile = "/etc/ssl/certs/DigiCert_Global_Root_CA.pem"
 
 // libcurl leaves a header out when only white space follows the colon; a semicolon in the colon's
 // place is its spelling for "send it empty".
-curl_slist* appendHeader(curl_slist* headers, std::string name, const std::string& value) {
+curl_slist* appendHeader(curl_slist* headers, const std::string& name, const std::string& value) {
     const bool empty = value.find_first_not_of(" \t\n\v\f\r") == std::string::npos;
     return curl_slist_append(headers, empty ? (name + ";").c_str() : (name + ": " + value).c_str());
 }

@@ -16,7 +16,7 @@ std::string requestOnTheWire(Json::Value& body, Json::Value& response, bool coll
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
-    bind(listener, reinterpret_cast<sockaddr*>(&address), length);
+    EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), length), 0);
     listen(listener, 1);
     getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
     std::future<std::string> received = std::async(std::launch::async, [listener] {

@@ -43,7 +43,8 @@ TEST(Lifecycle, EndsWithTheStatusOfEachFault) {
 TEST(Lifecycle, SaysThatThePortIsTakenAndEnds) {
     Company company;
     company.startReadyDaemon();
-    const std::unique_ptr<Process> first = std::move(company.daemon);
+    std::unique_ptr<Process> first;
+    first.swap(company.daemon);
     EXPECT_EQ(company.startDaemon().waitForEnd(), 0);
     const std::string text = "File src/VeyraServer Line 284: Cannot open Upstream UDP socket. "
                              "Unable to bind socket   Error #0";

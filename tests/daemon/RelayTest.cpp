@@ -87,7 +87,7 @@ TEST(Relay, TrustsOnlyTheConfiguredAuthority) {
 TEST(Relay, RejectsWhatIsNoRequestWithOneRecordEach) {
     Company company;
     company.startReadyDaemon();
-    const std::string members = "Invalid JSON expected \"path\" and \"request\" members.";
+    const std::string members = R"(Invalid JSON expected "path" and "request" members.)";
     const std::string good = checkIn("m1/x");
     const std::pair<std::string, std::string> cases[] = {
         {"no json", "Failed to parse JSON no json"},

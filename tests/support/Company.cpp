@@ -29,7 +29,7 @@ int freePort(int type) {
     const int descriptor = socket(AF_INET, type | SOCK_CLOEXEC, 0);
     sockaddr_in address = loopback(0);
     socklen_t length = sizeof address;
-    bind(descriptor, reinterpret_cast<sockaddr*>(&address), length);
+    EXPECT_EQ(bind(descriptor, reinterpret_cast<sockaddr*>(&address), length), 0);
     getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &length);
     close(descriptor);
     return ntohs(address.sin_port);
