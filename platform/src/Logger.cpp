@@ -21,7 +21,9 @@ std::atomic<int> threshold{PrintLevel::INFO_LEVEL};
 std::atomic<int> consoleDescriptor{none};
 std::atomic<int> fileDescriptor{STDERR_FILENO};
 std::atomic<bool> toSyslog{false};
-static_assert(std::atomic<int>::is_always_lock_free);
+// ARMv5 has no atomic instructions and uses the kernel's, without a lock. Anything that needs a lock
+// would not link: it comes from libatomic.
+static_assert(ATOMIC_INT_LOCK_FREE != 0 && ATOMIC_BOOL_LOCK_FREE != 0);
 
 bool writesConsole(PrintMode mode) {
     return mode == CONSOLE_MODE || mode == CONSOLE_AND_FILE_MODE || mode == CONSOLE_AND_SYSLOG_MODE;
@@ -34,6 +36,8 @@ bool writesFile(PrintMode mode) {
 bool writesSyslog(PrintMode mode) {
     return mode == SYSLOG_MODE || mode == CONSOLE_AND_SYSLOG_MODE;
 }
+
+static_assert(sizeof(off_t) == 8, "logs must be able to grow past 2 GiB");
 
 int openLogFile(const char* file) {
     constexpr mode_t ownerAndGroup = 0640;

@@ -6,7 +6,7 @@ std::atomic<bool> roleVeyra{false};
 std::atomic<bool> roleNet{false};
 
 // The signal handler writes the stop flag.
-static_assert(std::atomic<unsigned char>::is_always_lock_free);
+static_assert(ATOMIC_CHAR_LOCK_FREE != 0 && ATOMIC_BOOL_LOCK_FREE != 0);
 
 Json::Value& configurationForStartup() {
     // Never destroyed, since the broker worker reads it until the process is gone.
