@@ -55,6 +55,11 @@ std::vector<std::string> jsonLines(const std::string& text) {
 
 } // namespace
 
+std::string daemonProgram() {
+    const char* other = std::getenv("VEYRA_DAEMON_PROGRAM");
+    return other == nullptr ? DAEMON_PROGRAM : other;
+}
+
 Company::Company(const std::string& certificate)
     : folder(makeFolder())
     , brokerPort(freePort(SOCK_STREAM))

@@ -10,6 +10,9 @@
 #include <string>
 #include <vector>
 
+// The built program. VEYRA_DAEMON_PROGRAM in the environment names another, such as an emulated one.
+std::string daemonProgram();
+
 class Company {
   public:
     // `certificate` is the cloud's: "cloud", or "stranger" for one that must not be trusted.
@@ -25,7 +28,7 @@ class Company {
 
     // Starts the daemon with `configuration` and further command-line options, and does not wait.
     Process& startDaemon(const std::string& options = {},
-                         const std::string& program = DAEMON_PROGRAM);
+                         const std::string& program = daemonProgram());
     // Starts it and waits until its upstream port is open.
     void startReadyDaemon();
     void send(const std::string& datagram) const;
