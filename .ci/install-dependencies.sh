@@ -7,6 +7,7 @@ packages_of() {
     case "$1" in
         build) echo g++ cmake make pkg-config libjsoncpp-dev libcurl4-openssl-dev libmosquittopp-dev libssl-dev ;;
         test) echo libgtest-dev libcpp-httplib-dev zlib1g-dev mosquitto mosquitto-clients openssl util-linux ;;
+        cross) echo mmdebstrap qemu-user-static g++-arm-linux-gnueabihf g++-arm-linux-gnueabi ;;
         lint) echo clang-format clang-tidy shellcheck ;;
         *) echo "unknown group of dependencies: $1" >&2; return 1 ;;
     esac

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# debian-root.sh OPTION... TARGET: mmdebstrap with the release and the mirror of this machine.
+#
+# The release as it came out is all it takes: its libraries' interfaces never change, and the updates
+# of different mirrors are seldom in step.
+set -euo pipefail
+
+release=$(sed -n "s/^VERSION_CODENAME=//p" /etc/os-release)
+if [[ $release != bookworm ]]; then
+    echo "These packages are made on Debian 12 (bookworm), not on \"$release\"." >&2
+    exit 1
+fi
+
+debianSources() {
+    # shellcheck disable=SC2016 # apt fills these in
+    apt-get indextargets --format '$(ORIGIN) $(RELEASE) deb $(REPO_URI) $(RELEASE) $(COMPONENT)' \
+        'Created-By: Packages' | sed -n "s/^Debian $release //p" | sort -u
+}
+
+sources=$(debianSources)
+if [[ -z $sources ]]; then # the lists of an image are often empty
+    as_root=()
+    [[ $(id -u) -eq 0 ]] || as_root=(sudo)
+    "${as_root[@]}" apt-get update -q >&2
+    sources=$(debianSources)
+fi
+mmdebstrap "${@:1:$#-1}" "$release" "${@: -1}" - <<<"$sources"

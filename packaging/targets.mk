@@ -1,0 +1,18 @@
+# Targets for gateways: cross builds and their tests.
+
+CROSS := armhf armel
+
+.PHONY: $(CROSS) test-armhf
+
+# The libraries of the target are downloaded into the build folder.
+$(CROSS):
+	@$(DEPENDENCIES) build cross
+	@packaging/make-sysroot.sh $@ build-$@/sysroot
+	cmake --preset $@
+	cmake --build --preset $@ --target lora-veyra-server -j $(JOBS)
+	@packaging/show-sizes.sh build-$@
+
+test-armhf:
+	@$(DEPENDENCIES) build test cross
+	@packaging/test-armhf.sh $(JOBS)
+

@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# test-armhf.sh JOBS: runs the tests on the instruction set of the gateways: the decision tests as
+# emulated programs, and the daemon's tests as native programs with an emulated daemon.
+#
+# Without a network there is no sysroot and nothing is tested, which is said and is no failure.
+set -euo pipefail
+cd "$(dirname "$(realpath "$0")")/.."
+
+readonly jobs=$1 cannotDownload=75
+readonly build=$PWD/build-armhf
+
+status=0
+packaging/make-sysroot.sh armhf "$build/sysroot" || status=$?
+if [[ $status -eq $cannotDownload ]]; then
+    echo "test-armhf: skipped, the libraries for armhf cannot be downloaded"
+    exit 0
+fi
+[[ $status -eq 0 ]] || exit "$status"
+
+cmake --preset armhf
+cmake --build --preset armhf -j "$jobs"
+cmake --preset release
+cmake --build --preset release -j "$jobs"
+ctest --preset armhf -j "$jobs"
+
+# Not by the kernel's means (binfmt), which would be a setting of the whole machine.
+emulated=$build/emulated-server
+printf '#!/bin/sh\nexec qemu-arm-static -L "%s" "%s" "$@"\n' \
+    "$build/sysroot" "$build/lora-veyra-server" >"$emulated"
+chmod +x "$emulated"
+
+# Left out are the tests that measure: of time and memory it is the emulator's, and the stack's
+# measuring is done by a native library.
+VEYRA_DAEMON_PROGRAM=$emulated ctest --preset release -j 8 \
+    -R '^(Relay|BrokerLink|Lifecycle)' -E 'KeepsAQuarterOfItsStack|StopsAtAnyMoment'
