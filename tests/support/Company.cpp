@@ -138,14 +138,15 @@ void Company::startReadyDaemon() {
 }
 
 // The broker library's thread is started after the upstream port was tested and closed again, and
-// before it is opened for good.
+// before it is opened for good: so the thread is looked for first.
 bool Company::isReady() const {
     std::error_code gone;
     const std::filesystem::directory_iterator tasks(daemon->proc() / "task", gone);
-    return isBound("/proc/net/udp", upstreamPort) &&
-           std::any_of(begin(tasks), end(tasks), [](const auto& task) {
-               return fileText(task.path() / "comm") == "mosquitto loop\n";
-           });
+    return std::any_of(begin(tasks), end(tasks),
+                       [](const auto& task) {
+                           return fileText(task.path() / "comm") == "mosquitto loop\n";
+                       }) &&
+           isBound("/proc/net/udp", upstreamPort);
 }
 
 void Company::send(const std::string& datagram) const {
