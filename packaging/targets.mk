@@ -1,8 +1,8 @@
-# Targets for gateways: cross builds and their tests.
+# Targets for gateways: cross builds and their tests, packages and their tests.
 
 CROSS := armhf armel
 
-.PHONY: $(CROSS) test-armhf
+.PHONY: $(CROSS) test-armhf package
 
 # The libraries of the target are downloaded into the build folder.
 $(CROSS):
@@ -16,3 +16,6 @@ test-armhf:
 	@$(DEPENDENCIES) build test cross
 	@packaging/test-armhf.sh $(JOBS)
 
+package:
+	@$(DEPENDENCIES) build test cross package
+	@packaging/make-packages.sh $(JOBS)
