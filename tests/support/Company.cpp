@@ -35,10 +35,10 @@ int freePort(int type) {
     return ntohs(address.sin_port);
 }
 
-// Whether a socket is bound to the port, looked at without touching it.
+// Whether a socket waits at the port, looked at without touching it; connections do not count.
 bool isBound(const char* table, int port) {
-    char entry[32];
-    std::snprintf(entry, sizeof entry, ": 0100007F:%04X ", static_cast<unsigned>(port));
+    char entry[48];
+    std::snprintf(entry, sizeof entry, ": 0100007F:%04X 00000000:0000", static_cast<unsigned>(port));
     return fileText(table).find(entry) != std::string::npos;
 }
 
