@@ -1,6 +1,8 @@
 // SHA-256 as text. A pure function, usable from any thread.
 #pragma once
 
+#include "common/Hex.h"
+
 #include <openssl/sha.h>
 #include <string>
 
@@ -9,11 +11,5 @@ inline std::string sha256Hex(const char* first, const char* last) {
     unsigned char digest[SHA256_DIGEST_LENGTH];
     SHA256(reinterpret_cast<const unsigned char*>(first), static_cast<std::size_t>(last - first),
            digest);
-    std::string text;
-    text.reserve(2 * sizeof digest);
-    for (const unsigned char byte : digest) {
-        text += "0123456789abcdef"[byte >> 4];
-        text += "0123456789abcdef"[byte & 15];
-    }
-    return text;
+    return hexText(digest, sizeof digest);
 }

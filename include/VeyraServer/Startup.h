@@ -1,4 +1,5 @@
-// The steps of start-up and shutdown that main lists. Main thread only. Faults throw Exception.
+// The steps of start-up and shutdown that main lists. Main thread only. What ends the program with a
+// report throws Exception; other exceptions end it abnormally.
 #pragma once
 
 #include "VeyraServer/CommandLine.h"
@@ -8,10 +9,13 @@
 // SIGINT and SIGTERM ask for an orderly stop.
 void installStopHandler();
 
-// Keeps libraries from tearing themselves down at exit while threads still use them.
+// Initialises the libraries that threads share, so that neither a client that is rebuilt nor the exit
+// of main tears one down under another thread. Before the random generator is seeded, since the
+// broker library seeds it too.
 void keepLibrariesUntilExit();
 
-// Sets gatewaySecret from the device information and the configured gateway key.
+// Sets gatewaySecret from the device information and the configured gateway key. Throws
+// std::out_of_range when there is neither a key nor a long enough "uuid".
 void loadGatewaySecret(const CommandLine& commandLine);
 
 // Binds and closes the upstream port, so that a port in use ends the program with a clear record.
@@ -25,6 +29,5 @@ void reportStartupError(const InputError& error);
 // Prints the licence notice. Returns the exit status.
 int refuseLicence();
 
-// The end of every run that got past the configuration file: releases the cloud handle and returns
-// the exit status. The broker worker goes on until the process is gone.
+// The end of a run: releases the cloud handle and returns the exit status. The broker worker goes on until the process is gone.
 int closeProgram();

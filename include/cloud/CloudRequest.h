@@ -20,8 +20,7 @@ extern std::string gatewaySerial;
 
 // Sends `body` to `url` and parses the answer into `response`.
 //   body             its members "brantle_serial", "token" and "timestamp" are removed and travel
-//   as
-//                    headers; the rest is sent as compact JSON
+//                    as headers; the rest is sent as compact JSON
 //   response         the parsed answer; null when there is none or it is not JSON
 //   collectResponse  false leaves the answer's text to libcurl, which prints it
 //   method           "PUT", "GET" (no body), or anything else for a POST

@@ -1,5 +1,5 @@
-// What several parts of the program read. Everything here lives until the process is gone: the
-// broker worker and the broker library's thread still run while main returns.
+// What several parts of the program read. What other threads touch lives until the process is gone:
+// the broker worker and the broker library's thread still run while main returns.
 #pragma once
 
 #include "common/Json.h"

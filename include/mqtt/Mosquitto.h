@@ -11,6 +11,10 @@
 #include <cstdint>
 #include <mosquittopp.h>
 
+// The topic whose echo proves that the link works.
+constexpr const char* keepaliveTopic = "lora/veyra_keepalive";
+constexpr int publishQos = 1;
+
 class Mosquitto final : public mosqpp::mosquittopp {
   public:
     // Connects to `host`:`port` as client `id`, with the credentials of the configuration's "mqtt"
@@ -44,6 +48,7 @@ class Mosquitto final : public mosqpp::mosquittopp {
     std::int32_t port;
     std::int32_t keepalive = 0; // MQTT keepalive interval, seconds
     std::atomic<bool> connected{false};
+    bool networkThreadRuns = false; // loop_start succeeded
 };
 
 // The live client; null when there is none. Made by main before the worker runs, afterwards only
@@ -56,5 +61,5 @@ extern std::uint64_t lastKeepalive;
 extern std::uint64_t lastKeepaliveSent;
 
 // A client for the broker of the configuration: "host" and "port" of the section "mqtt" when both
-// are there, else 127.0.0.1:1883. Null only when memory is exhausted.
+// are there, which is null when memory is exhausted; else for 127.0.0.1:1883.
 Mosquitto* createMqttClient();

@@ -20,7 +20,7 @@ struct MqttMessage {
 };
 
 // Guards mqttQueue, lastKeepalive and lastKeepaliveSent. The worker holds it while it publishes.
-extern ZEP::Lock mqttLock;
+extern ZEP::Lock& mqttLock;
 
 // Unbounded. The worker skips null entries.
 extern std::deque<std::unique_ptr<MqttMessage>>& mqttQueue;

@@ -52,10 +52,11 @@ int openLogFile(const char* file) {
     return descriptor;
 }
 
-void closeLogFile() {
-    const int descriptor = fileDescriptor.exchange(none);
-    if (descriptor > STDERR_FILENO) {
-        close(descriptor);
+// In one step, so that a handler always finds a place for its record.
+void changeLogFile(int descriptor) {
+    const int old = fileDescriptor.exchange(descriptor);
+    if (old > STDERR_FILENO) {
+        close(old);
     }
 }
 
@@ -69,9 +70,8 @@ void writeRecord(int descriptor, const LogRecord& record) {
 } // namespace
 
 void setup(PrintMode mode, const char* file) {
-    closeLogFile();
     consoleDescriptor = writesConsole(mode) ? STDOUT_FILENO : none;
-    fileDescriptor = writesFile(mode) ? openLogFile(file) : none;
+    changeLogFile(writesFile(mode) ? openLogFile(file) : none);
     toSyslog = writesSyslog(mode) && openSyslog();
 }
 

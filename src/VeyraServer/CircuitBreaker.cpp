@@ -32,6 +32,6 @@ void CircuitBreaker::requestFailed() {
 
 void CircuitBreaker::requestSucceeded() {
     failureCount = 0;
-    // Not the configured value: after a success every gateway starts over from the same backoff.
+    // A fixed number and not the configured value, on purpose.
     backoffMs = 5000;
 }

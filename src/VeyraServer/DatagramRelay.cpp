@@ -10,6 +10,7 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -34,19 +35,19 @@ bool parseDatagram(Json::Reader& reader, const char* text, Json::Value& datagram
 }
 
 // The JSON library would turn a number into text and null into an object.
-void expectType(bool holds, const char* what) {
+void requireType(bool holds) {
     if (!holds) {
-        throw Exception(exceptionCode, __LINE__, "src/VeyraServer", what, noErrorNumber);
+        throw Exception(exceptionCode, __LINE__, "src/VeyraServer", "wrong type", noErrorNumber);
     }
 }
 
 std::string pathOf(const Json::Value& datagram) {
-    expectType(datagram["path"].isString(), "\"path\" is not a string");
+    requireType(datagram["path"].isString());
     return datagram["path"].asString();
 }
 
 Json::Value& requestOf(Json::Value& datagram) {
-    expectType(datagram["request"].isObject(), "\"request\" is not an object");
+    requireType(datagram["request"].isObject());
     return datagram["request"];
 }
 

@@ -1,5 +1,7 @@
 #include "VeyraServer/GatewaySecret.h"
 
+#include "common/Hex.h"
+
 #include <ZEP/System.h>
 #include <ZEP/Text.h>
 
@@ -30,15 +32,6 @@ bool isWhiteSpace(char character) {
     return ZEP::Text::trim(std::string(1, character)).empty();
 }
 
-std::string hexText(const std::array<std::uint8_t, keyBytes>& bytes) {
-    std::string text;
-    for (const std::uint8_t byte : bytes) {
-        text += "0123456789abcdef"[byte >> 4];
-        text += "0123456789abcdef"[byte & 15];
-    }
-    return text;
-}
-
 // Reads `key` (lower case) from its right end, so that a short key has leading zeros. Returns 32
 // digits, or nothing when a character is neither a digit nor a separator. White space ends the key;
 // digits left of the 32nd are ignored.
@@ -61,7 +54,7 @@ std::optional<std::string> parseGatewayKey(const std::string& key) {
         }
         ++digits;
     }
-    return hexText(bytes);
+    return hexText(bytes.data(), bytes.size());
 }
 
 std::string uuidPart(const std::string& id) {
@@ -72,12 +65,16 @@ std::string uuidPart(const std::string& id) {
 } // namespace
 
 Json::Value readDeviceInformation(const std::string& runDirectory) {
-    Json::Value device;
     const std::string text = ZEP::System::readFile(runDirectory + "/config/device_info.json");
-    if (!Json::Reader().parse(text, device, false) || !device.isObject()) {
-        return Json::Value();
+    try {
+        Json::Value device;
+        if (Json::Reader().parse(text, device, false) && device.isObject()) {
+            return device;
+        }
+    } catch (const Json::Exception&) {
+        // Nested too deeply for the parser: no device information, as with any other fault.
     }
-    return device;
+    return {};
 }
 
 std::string buildGatewaySecret(const Json::Value& device, const Json::Value& network) {

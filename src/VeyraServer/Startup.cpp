@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <mosquittopp.h>
 #include <openssl/crypto.h>
 #include <unistd.h>
 
@@ -33,10 +34,12 @@ void installStopHandler() {
 
 void keepLibrariesUntilExit() {
     OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+    // One more than the clients take, which release theirs when they are destroyed.
+    mosqpp::lib_init();
 }
 
 void loadGatewaySecret(const CommandLine& commandLine) {
-    // Inserts an empty "network" when there is none: the logged configuration shows it.
+    // Inserts a null "network" when there is none: the logged configuration shows it.
     const Json::Value& network = configurationForStartup()["network"];
     gatewaySecret = buildGatewaySecret(readDeviceInformation(commandLine.runDirectory), network);
 }

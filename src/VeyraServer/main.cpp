@@ -19,6 +19,7 @@ int main(int argc, char* argv[]) {
     if (!ZEP::Licence::check()) {
         return refuseLicence();
     }
+    keepLibrariesUntilExit();
     std::srand(static_cast<unsigned>(std::time(nullptr)));
     const CommandLine commandLine = parseCommandLine(argc, argv);
     if (commandLine.bannerShown) {
@@ -34,7 +35,6 @@ int main(int argc, char* argv[]) {
         loadGatewaySecret(commandLine);
         logConfiguration();
         testUpstreamPort();
-        keepLibrariesUntilExit();
         cloudCurlHandle = curl_easy_init();
         VEYRA_LOG(TRACE, "Connect to MQTT");
         if (!brokerIsEnabled()) {

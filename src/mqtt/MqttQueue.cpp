@@ -5,8 +5,10 @@
 #include <cstring>
 #include <mutex>
 #include <new>
+#include <utility>
 
-ZEP::Lock mqttLock;
+// Never destroyed, since the worker uses them until the process is gone.
+ZEP::Lock& mqttLock = *new ZEP::Lock;
 std::deque<std::unique_ptr<MqttMessage>>& mqttQueue = *new std::deque<std::unique_ptr<MqttMessage>>;
 
 namespace {

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <string>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -22,10 +23,8 @@ constexpr unsigned workerStackBytes = 1024 * 1024;
 constexpr unsigned workerStackBytes = 32708;
 #endif
 
-constexpr int publishQos = 1;
-
-// Shared with the network server of the same sources, which stores its command socket here. Nothing
-// in this program does, so the worker closes standard input when it ends; kept that way.
+// Nothing in this program assigns it, so the worker closes standard input when it ends. Kept on
+// purpose.
 int sharedSocket = 0;
 
 // A stop signal is handled by a thread with room for the handler's frame and its log record.
@@ -39,7 +38,7 @@ void leaveStopSignalsToOthers() {
 
 void publishKeepalive(std::uint64_t passMs) {
     if (mqttClient != nullptr) {
-        mqttClient->publish(nullptr, "lora/veyra_keepalive", 0, nullptr, publishQos, false);
+        mqttClient->publish(nullptr, keepaliveTopic, 0, nullptr, publishQos, false);
     }
     lastKeepaliveSent = passMs;
 }
@@ -105,7 +104,7 @@ bool queueIsEmpty() {
 // boundary logs it.
 void publishFront() {
     mqttLock.lock();
-    const std::unique_ptr<MqttMessage> message = std::move(mqttQueue.front());
+    std::unique_ptr<MqttMessage> message = std::move(mqttQueue.front());
     mqttQueue.pop_front();
     if (message == nullptr) {
         VEYRA_LOG(WARNING, "NULL message pulled from mqtt queue");
@@ -114,6 +113,7 @@ void publishFront() {
         mqttClient->publish(nullptr, topic.c_str(), message->length, message->payload.get(),
                             publishQos, false);
     }
+    message.reset();
     mqttLock.unlock();
 }
 

@@ -38,7 +38,8 @@ int freePort(int type) {
 // Whether a socket waits at the port, looked at without touching it; connections do not count.
 bool isBound(const char* table, int port) {
     char entry[48];
-    std::snprintf(entry, sizeof entry, ": 0100007F:%04X 00000000:0000", static_cast<unsigned>(port));
+    std::snprintf(entry, sizeof entry, ": 0100007F:%04X 00000000:0000",
+                  static_cast<unsigned>(port));
     return fileText(table).find(entry) != std::string::npos;
 }
 
