@@ -6,7 +6,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
-#include <unistd.h>
 
 namespace {
 
@@ -28,14 +27,19 @@ TEST(Lifecycle, EndsWithTheStatusOfEachFault) {
     EXPECT_EQ(company.startDaemon("-c " + company.file("broken.conf")).waitForEnd(), 1);
     EXPECT_TRUE(company.logged("broken.conf], invalid JSON\n"));
     EXPECT_EQ(company.startDaemon("-l").waitForEnd(), -SIGABRT);
-    EXPECT_EQ(company.startDaemon("--version").waitForEnd(), 0);
-    EXPECT_EQ(company.daemon->output(), "ZEP LoRa VEYRA Server - Version 2.4.22\r\n");
     EXPECT_EQ(company.startDaemon("", UNLICENSED_PROGRAM).waitForEnd(), 1);
     EXPECT_EQ(occurrences(company.daemon->errors(), "\n"), 1U);
 
+    company.configuration.removeMember("udp");
+    company.configuration["log"] = Json::Value();
     company.configuration["mqtt"].removeMember("enabled");
     EXPECT_EQ(company.startDaemon().waitForEnd(), 0);
-    EXPECT_TRUE(company.logged("ERROR MQTT must be enabled.\n"));
+    for (const char* part :
+         {"INFO Lora VEYRA Server started, version 2.4.22\n",
+          "INFO VEYRA Server Config --------------------- \r\n{\n", "\"console\" : null",
+          "\"syslog\" : null", "\"veyraPort\" : 1790", "--\n", "ERROR MQTT must be enabled.\n"}) {
+        EXPECT_EQ(occurrences(company.log(), part), 1U) << part << company.log();
+    }
     company.configuration["network"].removeMember("gatewayKey");
     EXPECT_EQ(company.startDaemon().waitForEnd(), -SIGABRT);
 }
@@ -52,31 +56,17 @@ TEST(Lifecycle, SaysThatThePortIsTakenAndEnds) {
     EXPECT_TRUE(company.logged("ERROR " + text + "\n"));
 }
 
-TEST(Lifecycle, ShowsTheConfigurationThatItCompleted) {
-    Company company;
-    company.configuration.removeMember("udp");
-    company.configuration["log"] = Json::Value();
-    company.configuration["mqtt"]["enabled"] = false;
-    EXPECT_EQ(company.startDaemon().waitForEnd(), 0);
-    for (const char* part :
-         {"INFO Lora VEYRA Server started, version 2.4.22\n",
-          "INFO VEYRA Server Config --------------------- \r\n{\n", "\"console\" : null",
-          "\"syslog\" : null", "\"veyraPort\" : 1790", "--\n"}) {
-        EXPECT_EQ(occurrences(company.log(), part), 1U) << part << company.log();
-    }
-}
-
 TEST(Lifecycle, StopsAtAnyMomentUnderLoadWithStatusZero) {
     Company company;
     for (int round = 0; round < rounds; ++round) {
         company.startDaemon();
         ASSERT_TRUE(company.logged("Lora VEYRA Server started"));
-        const auto end =
-            std::chrono::steady_clock::now() + std::chrono::milliseconds(std::rand() % 120);
-        while (std::chrono::steady_clock::now() < end) {
-            company.send(checkIn("m1/x", round, 300));
-            usleep(500);
-        }
+        eventually(
+            [&] {
+                company.send(checkIn("m1/x", round, 300));
+                return false;
+            },
+            Deadline(std::rand() % 120));
         ASSERT_EQ(company.daemon->end(SIGTERM), 0) << "round " << round << company.log();
     }
 }
@@ -105,10 +95,8 @@ TEST(Lifecycle, WorkerClosesStandardInputWhileTheLastRequestIsFinished) {
     company.setFault("stall 2000");
     company.send(checkIn("m1/x"));
     EXPECT_TRUE(company.logged("request body: ", 2));
-    EXPECT_EQ(company.daemon->end(SIGTERM, Deadline(500)), Process::stillRunning);
-    EXPECT_TRUE(
-        eventually([&] { return !std::filesystem::is_symlink(company.daemon->proc() / "fd/0"); },
-                   Deadline(1000)));
+    EXPECT_EQ(company.daemon->end(SIGTERM, Deadline(1000)), Process::stillRunning);
+    EXPECT_FALSE(std::filesystem::is_symlink(company.daemon->proc() / "fd/0"));
     EXPECT_EQ(company.daemon->waitForEnd(), 0);
     EXPECT_TRUE(company.logged("Curl Response {", 2));
 }

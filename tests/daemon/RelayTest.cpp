@@ -10,12 +10,12 @@ TEST(Relay, SignsRequestsAndPublishesTheAnswers) {
     company.startReadyDaemon();
     const struct {
         const char* member;
-        const char* method; // in the reply
-        const char* sentAs;
+        const char* replied;
+        const char* sent;
     } cases[] = {{R"("method":"PUT",)", "PUT", "PUT"},
                  {R"("method":"GET",)", "GET", "GET"},
                  {R"("method":"put",)", "put", "POST"},
-                 {R"("method":7,"request":0,)", "POST", "POST"},
+                 {R"("method":7,)", "POST", "POST"},
                  {"", "POST", "POST"}};
     for (const auto& c : cases) {
         company.send(std::string("{") + c.member +
@@ -26,12 +26,12 @@ TEST(Relay, SignsRequestsAndPublishesTheAnswers) {
     for (unsigned i = 0; i < 5; ++i) {
         const Json::Value request = company.requests().at(i);
         EXPECT_EQ(request["verdict"], "signature valid") << request;
-        EXPECT_EQ(request["method"], cases[i].sentAs);
+        EXPECT_EQ(request["method"], cases[i].sent);
         EXPECT_EQ(request["path"], "/api/m1/SN1/x");
         EXPECT_EQ(request["headers"]["X-API-SERIAL"], "SN1");
         EXPECT_EQ(request["body"].asString(), i == 1 ? "" : "{\"data\":{\"id\":4}}\n");
         const Json::Value reply = parsed(replies[i]);
-        EXPECT_EQ(reply["method"], cases[i].method);
+        EXPECT_EQ(reply["method"], cases[i].replied);
         EXPECT_EQ(reply["path"], "m1/SN1/x");
         EXPECT_EQ(reply["timestamp"], request["headers"]["X-API-TIMESTAMP"]);
         EXPECT_EQ(reply["result"]["number"].asUInt(), i + 1);
@@ -94,7 +94,6 @@ TEST(Relay, RejectsWhatIsNoRequestWithOneRecordEach) {
         {" null ", "Invalid JSON was nullValue  null "},
         {"[]", "Expected JSON object []"},
         {R"({"path":"p"})", members},
-        {R"({"request":{}})", members},
         {std::string("{}\0", 3) + good, members},
         {R"({"path":5,"request":{}})", R"(EXCEPTION: Failed to parse JSON [{"path":5,)"},
         {R"({"path":"p","request":null})", R"(EXCEPTION: Failed to parse JSON [{"path":"p",)"},
@@ -104,15 +103,13 @@ TEST(Relay, RejectsWhatIsNoRequestWithOneRecordEach) {
     std::size_t errors = 0;
     for (const auto& [datagram, record] : cases) {
         company.send(datagram);
-        ASSERT_TRUE(company.logged("Z ERROR ", ++errors)) << datagram;
-        const std::string log = company.log();
-        EXPECT_EQ(log.substr(log.rfind("Z ERROR ") + 8, record.size()), record);
+        ASSERT_TRUE(company.logged("Z ERROR " + record)) << datagram;
+        EXPECT_EQ(occurrences(company.log(), "Z ERROR "), ++errors);
     }
     company.send("");
     company.send(checkIn("m1/full", 1, 16384 - checkIn("m1/full").size()));
     EXPECT_EQ(company.replies(1).size(), 1U);
     EXPECT_TRUE(company.logged("Parse upstream message 16384 bytes", 2));
-    EXPECT_EQ(occurrences(company.log(), "Z ERROR "), errors);
 }
 
 TEST(Relay, LeavesAFailingCloudAlone) {

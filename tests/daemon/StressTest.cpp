@@ -28,7 +28,6 @@ TEST(Stress, RelaysTenThousandInOrderOverOneConnectionInFlatMemory) {
     constexpr unsigned total = 10000;
     constexpr unsigned window = 100;
     Company company;
-    company.configuration["log"]["level"] = 30;
     company.startReadyDaemon();
     long residentAfterFirstThousand = 0;
     for (unsigned sent = 0; sent < total;) {
@@ -59,7 +58,6 @@ TEST(Stress, RelaysTenThousandInOrderOverOneConnectionInFlatMemory) {
 TEST(Stress, AnswersHostileDatagramsWithOneRecordEach) {
     constexpr std::size_t total = 3000;
     Company company;
-    company.configuration["log"]["level"] = 30;
     company.startReadyDaemon();
     std::mt19937 random(20261121);
     for (std::size_t sent = 1; sent <= total; ++sent) {

@@ -48,9 +48,8 @@ TEST_F(LogFile, HasOneLineARecordAndMayBeTruncatedInPlace) {
 TEST_F(LogFile, PrintsLevelsUpToTheThreshold) {
     for (const unsigned threshold : {0U, 10U, 35U, 100U, 4000000000U}) {
         ZEP::Logger::setPrintLevel(threshold, false);
-        for (const unsigned level : {10U, 20U, 30U, 40U, 50U}) {
-            EXPECT_EQ(ZEP::Logger::isPrintable(static_cast<int>(level)), level <= threshold);
-        }
+        EXPECT_EQ(ZEP::Logger::isPrintable(10), threshold >= 10);
+        EXPECT_EQ(ZEP::Logger::isPrintable(50), threshold >= 50);
     }
 }
 

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <arpa/inet.h>
 #include <cstdlib>
 #include <fstream>
@@ -76,27 +75,22 @@ Company::Company(const std::string& certificate)
                                       ".key --secret 00112233-4455-6677-8899-aabbccddeeffdevice",
                                   file("cloud.out"));
     EXPECT_TRUE(eventually([&] { return cloud->output().find('\n') != std::string::npos; }));
-    const std::string cloudPort = cloud->output().substr(std::string("listening on ").size(), 5);
+    std::string cloudPort = cloud->output().substr(std::string("listening on ").size());
+    cloudPort.pop_back();
 
     std::filesystem::create_directories(folder / "run/config");
     std::ofstream(file("run/config/device_info.json")) << R"({"deviceId":"device"})";
-    configuration["log"]["level"] = 50;
+    configuration = parsed(R"({"log":{"level":50},"mqtt":{"enabled":true,"host":"127.0.0.1"},
+        "network":{"gatewayKey":"00112233445566778899aabbccddeeff"}})");
     configuration["udp"]["veyraPort"] = upstreamPort;
-    configuration["network"]["veyraServer"] =
-        "https://localhost:" + std::to_string(std::stoi(cloudPort)) + "/api/";
-    configuration["network"]["gatewayKey"] = "00112233445566778899aabbccddeeff";
-    configuration["mqtt"]["enabled"] = true;
-    configuration["mqtt"]["host"] = "127.0.0.1";
     configuration["mqtt"]["port"] = brokerPort;
+    configuration["network"]["veyraServer"] = "https://localhost:" + cloudPort + "/api/";
 }
 
 Company::~Company() {
     EXPECT_EQ(fileText(file("daemon.out.err")).find("Sanitizer"), std::string::npos)
         << fileText(file("daemon.out.err"));
     daemon.reset();
-    subscriber.reset();
-    broker.reset();
-    cloud.reset();
     std::filesystem::remove_all(folder);
 }
 
@@ -135,19 +129,9 @@ Process& Company::startDaemon(const std::string& options, const std::string& pro
 
 void Company::startReadyDaemon() {
     startDaemon();
-    EXPECT_TRUE(eventually([&] { return isReady(); }));
-}
-
-// The broker library's thread is started after the upstream port was tested and closed again, and
-// before it is opened for good: so the thread is looked for first.
-bool Company::isReady() const {
-    std::error_code gone;
-    const std::filesystem::directory_iterator tasks(daemon->proc() / "task", gone);
-    return std::any_of(begin(tasks), end(tasks),
-                       [](const auto& task) {
-                           return fileText(task.path() / "comm") == "mosquitto loop\n";
-                       }) &&
-           isBound("/proc/net/udp", upstreamPort);
+    // The port is tested before, and opened for good after this record.
+    EXPECT_TRUE(logged("TRACE Start VeyraReceiveFunction thread\n"));
+    EXPECT_TRUE(eventually([&] { return isBound("/proc/net/udp", upstreamPort); }));
 }
 
 void Company::send(const std::string& datagram) const {

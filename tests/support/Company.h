@@ -49,8 +49,6 @@ class Company {
     std::unique_ptr<Process> daemon;
 
   private:
-    bool isReady() const;
-
     const std::filesystem::path folder;
     const int brokerPort;
     const int upstreamPort;

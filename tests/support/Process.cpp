@@ -56,7 +56,7 @@ Process::~Process() {
 
 void Process::say(const std::string& line) const {
     const std::string text = line + "\n";
-    ended == stillRunning&& write(input, text.data(), text.size());
+    static_cast<void>(!write(input, text.data(), text.size()));
 }
 
 int Process::waitForEnd(Deadline deadline) {
@@ -80,7 +80,7 @@ std::size_t Process::countOf(const char* procFolder) const {
     return static_cast<std::size_t>(std::distance(entries, {}));
 }
 
-long Process::statusValue(const char* name) const {
-    std::string text = fileText(proc() / "status");
-    return std::stol(text.substr(text.find(name) + std::string(name).size()));
+long Process::statusValue(const std::string& name) const {
+    const std::string text = fileText(proc() / "status");
+    return std::stol(text.substr(text.find(name) + name.size()));
 }

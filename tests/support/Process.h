@@ -34,7 +34,7 @@ class Process {
     // Entries of a folder of its /proc entry, such as "fd" or "task".
     std::size_t countOf(const char* procFolder) const;
     // A number of its /proc status, such as "VmRSS:" in KiB.
-    long statusValue(const char* name) const;
+    long statusValue(const std::string& name) const;
     std::filesystem::path proc() const { return "/proc/" + std::to_string(child); }
 
     static constexpr int stillRunning = 1000;
