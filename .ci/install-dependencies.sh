@@ -8,7 +8,7 @@ packages_of() {
         build) echo g++ cmake make pkg-config libjsoncpp-dev libcurl4-openssl-dev libmosquittopp-dev libssl-dev ;;
         test) echo libgtest-dev libcpp-httplib-dev zlib1g-dev mosquitto mosquitto-clients openssl util-linux ;;
         cross) echo mmdebstrap qemu-user-static g++-arm-linux-gnueabihf g++-arm-linux-gnueabi ;;
-        package) echo dpkg-dev file lintian ;;
+        package) echo dpkg-dev file iproute2 lintian ;;
         lint) echo clang-format clang-tidy shellcheck ;;
         *) echo "unknown group of dependencies: $1" >&2; return 1 ;;
     esac

@@ -2,7 +2,7 @@
 
 CROSS := armhf armel
 
-.PHONY: $(CROSS) test-armhf package
+.PHONY: $(CROSS) test-armhf package test-package
 
 # The libraries of the target are downloaded into the build folder.
 $(CROSS):
@@ -19,3 +19,6 @@ test-armhf:
 package:
 	@$(DEPENDENCIES) build test cross package
 	@packaging/make-packages.sh $(JOBS)
+
+test-package: package
+	@packaging/test-packages.sh
