@@ -10,6 +10,7 @@ packages_of() {
         cross) echo mmdebstrap qemu-user-static g++-arm-linux-gnueabihf g++-arm-linux-gnueabi ;;
         package) echo dpkg-dev file iproute2 lintian ;;
         lint) echo clang-format clang-tidy shellcheck ;;
+        bench) echo libmosquitto-dev nginx valgrind ;;
         *) echo "unknown group of dependencies: $1" >&2; return 1 ;;
     esac
 }

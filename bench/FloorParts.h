@@ -1,0 +1,58 @@
+// What both floors do for a datagram: one signed POST on a handle whose options are set once, and
+// an MQTT message. Written for the benchmark alone, as short as the work allows: nothing of the
+// daemon is in it, so that it cannot share the daemon's cost. Single-threaded but for publish().
+#pragma once
+
+#include <curl/curl.h>
+#include <mosquitto.h>
+
+#include <string>
+#include <string_view>
+
+// Command line of a floor: UPSTREAM_PORT BROKER_PORT BASE_URL.
+struct FloorOptions {
+    int upstreamPort;
+    int brokerPort;
+    std::string baseUrl;
+};
+
+FloorOptions readFloorOptions(int argc, char** argv);
+
+// Set by SIGTERM.
+bool stopRequested();
+
+// A bound UDP socket on the loopback interface with a receive timeout of 100 ms.
+int openUpstream(int port);
+
+// The time as it is signed, such as 2026-11-13T04:25:47.123456Z.
+constexpr std::size_t timestampLength = 27;
+void writeTimestamp(char* out);
+
+class FloorCloud {
+  public:
+    FloorCloud();
+
+    // POSTs `body`, which must stay in place, and returns the answer, valid until the next call.
+    const std::string& post(const std::string& url, std::string_view body, const char* timestamp,
+                            const char* token);
+
+  private:
+    CURL* handle;
+    curl_slist* headers = nullptr;
+    char* hashValue; // where the headers' values stand, overwritten for each request
+    char* timestampValue;
+    std::string answer;
+};
+
+// The request's token: 64 digits and a 0.
+constexpr std::size_t tokenLength = 64;
+void writeToken(char* out, const char* timestamp, std::string_view path);
+
+class FloorBroker {
+  public:
+    explicit FloorBroker(int port);
+    void publish(const std::string& payload);
+
+  private:
+    mosquitto* client;
+};
