@@ -1,6 +1,7 @@
 #include "FloorParts.h"
 
 #include <netinet/in.h>
+#include <openssl/evp.h>
 #include <openssl/sha.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -88,8 +89,8 @@ void writeToken(char* out, const char* timestamp, std::string_view path) {
     end += 5;
     end += path.copy(end, 512);
     unsigned char digest[SHA256_DIGEST_LENGTH];
-    SHA256(reinterpret_cast<const unsigned char*>(text), static_cast<std::size_t>(end - text),
-           digest);
+    static const EVP_MD* const sha256 = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    EVP_Digest(text, static_cast<std::size_t>(end - text), digest, nullptr, sha256, nullptr);
     for (const unsigned char byte : digest) {
         *out++ = "0123456789abcdef"[byte >> 4];
         *out++ = "0123456789abcdef"[byte & 15];
