@@ -3,13 +3,15 @@
 
 #include "common/Hex.h"
 
-#include <openssl/sha.h>
+#include <openssl/evp.h>
 #include <string>
 
 // The digest of the bytes in [first, last): 64 lower-case hexadecimal digits.
 inline std::string sha256Hex(const char* first, const char* last) {
-    unsigned char digest[SHA256_DIGEST_LENGTH];
-    SHA256(reinterpret_cast<const unsigned char*>(first), static_cast<std::size_t>(last - first),
-           digest);
-    return hexText(digest, sizeof digest);
+    // Looking the algorithm up takes several times as long as digesting a short text.
+    static const EVP_MD* const sha256 = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned length = 0;
+    EVP_Digest(first, static_cast<std::size_t>(last - first), digest, &length, sha256, nullptr);
+    return hexText(digest, length);
 }

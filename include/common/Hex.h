@@ -7,11 +7,10 @@
 // Two lower-case digits a byte, most significant first.
 inline std::string hexText(const unsigned char* bytes, std::size_t count) {
     constexpr const char* digits = "0123456789abcdef";
-    std::string text;
-    text.reserve(2 * count);
+    std::string text(2 * count, '0');
     for (std::size_t i = 0; i < count; ++i) {
-        text += digits[bytes[i] >> 4];
-        text += digits[bytes[i] & 15];
+        text[2 * i] = digits[bytes[i] >> 4];
+        text[2 * i + 1] = digits[bytes[i] & 15];
     }
     return text;
 }

@@ -41,6 +41,7 @@ class Mosquitto final : public mosqpp::mosquittopp {
 
   private:
     void setCredentials();
+    void sendWithoutDelay();
     void subscribeToRole();
 
     const char* host; // used only during construction

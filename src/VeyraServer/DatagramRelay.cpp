@@ -42,13 +42,15 @@ void requireType(bool holds) {
 }
 
 std::string pathOf(const Json::Value& datagram) {
-    requireType(datagram["path"].isString());
-    return datagram["path"].asString();
+    const Json::Value& path = datagram["path"];
+    requireType(path.isString());
+    return path.asString();
 }
 
 Json::Value& requestOf(Json::Value& datagram) {
-    requireType(datagram["request"].isObject());
-    return datagram["request"];
+    Json::Value& request = datagram["request"];
+    requireType(request.isObject());
+    return request;
 }
 
 std::string methodOf(const Json::Value& datagram) {

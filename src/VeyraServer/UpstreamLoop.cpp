@@ -7,7 +7,6 @@
 #include "common/ProcessState.h"
 #include "net/DatagramSocket.h"
 
-#include <cstring>
 #include <unistd.h>
 
 namespace {
@@ -63,7 +62,6 @@ void closeEndpoint() {
 }
 
 void receiveTurn(UpstreamRelay& relay) {
-    std::memset(receiveBuffer, 0, maxDatagramBytes + 1);
     const ssize_t count =
         receiveDatagram(upstreamSocket, lastSender, receiveBuffer, maxDatagramBytes);
     if (count > maxDatagramBytes) {

@@ -19,10 +19,12 @@ curl_slist* appendHeader(curl_slist* headers, const std::string& name, const std
     return curl_slist_append(headers, empty ? (name + ";").c_str() : (name + ": " + value).c_str());
 }
 
-std::string takeMember(Json::Value& body, const char* name) {
-    std::string value = body[name].asString();
-    body.removeMember(name);
-    return value;
+// Moves a member of `body` into the headers; without one, `headers` stays as it is.
+curl_slist* takeMember(curl_slist* headers, Json::Value& body, const char* member,
+                       const char* name) {
+    Json::Value value;
+    return body.removeMember(member, &value) ? appendHeader(headers, name, value.asString())
+                                             : headers;
 }
 
 // The list is the caller's to free; an exception on the way leaves it behind (see the end of
@@ -32,16 +34,11 @@ curl_slist* buildHeaders(Json::Value& body) {
     headers = curl_slist_append(headers, "Accept: application/json");
     headers = curl_slist_append(headers, "Content-Type: application/json");
     headers = curl_slist_append(headers, "charsets: utf-8");
-    headers = appendHeader(headers, "X-API-SERIAL",
-                           body.isMember("brantle_serial") ? takeMember(body, "brantle_serial")
-                                                           : gatewaySerial);
-    if (body.isMember("token")) {
-        headers = appendHeader(headers, "X-API-HASH", takeMember(body, "token"));
-    }
-    if (body.isMember("timestamp")) {
-        headers = appendHeader(headers, "X-API-TIMESTAMP", takeMember(body, "timestamp"));
-    }
-    return headers;
+    headers = body.isMember("brantle_serial")
+                  ? takeMember(headers, body, "brantle_serial", "X-API-SERIAL")
+                  : appendHeader(headers, "X-API-SERIAL", gatewaySerial);
+    headers = takeMember(headers, body, "token", "X-API-HASH");
+    return takeMember(headers, body, "timestamp", "X-API-TIMESTAMP");
 }
 
 void setTransferOptions(CURL* handle, const std::string& url, curl_slist* headers,

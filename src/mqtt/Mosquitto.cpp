@@ -8,7 +8,10 @@
 
 #include <cstring>
 #include <mutex>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <new>
+#include <sys/socket.h>
 
 Mosquitto* mqttClient = nullptr;
 std::uint64_t lastKeepalive = 0;
@@ -65,9 +68,17 @@ void Mosquitto::on_connect(int rc) {
         return;
     }
     VEYRA_LOG(TRACE, "MQTT - connected with server %s", id);
+    sendWithoutDelay();
     connected = true;
     subscribeToRole();
     loop_start();
+}
+
+// A message that follows another small packet, such as a keepalive's acknowledgement, would else
+// wait for the broker to acknowledge that one, which may take 40 ms.
+void Mosquitto::sendWithoutDelay() {
+    const int on = 1;
+    setsockopt(socket(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
 void Mosquitto::subscribeToRole() {
