@@ -7,6 +7,7 @@
 #include "common/ProcessState.h"
 #include "net/DatagramSocket.h"
 
+#include <cstring>
 #include <unistd.h>
 
 namespace {
@@ -16,8 +17,8 @@ constexpr const char* sourceName = "src/VeyraServer";
 
 sockaddr_in lastSender{};
 
-// Room for the terminator after a datagram of full length. Made when the endpoint opens; a stop
-// leaves it in place.
+// All zeros before every receive, with room for the terminator of a datagram of full length. Made
+// when the endpoint opens; a stop leaves it in place.
 char* receiveBuffer = nullptr;
 
 std::uint16_t configuredPort() {
@@ -46,7 +47,7 @@ CircuitBreaker configuredBreaker() {
 }
 
 void openEndpoint(std::uint16_t port) {
-    receiveBuffer = new char[maxDatagramBytes + 1];
+    receiveBuffer = new char[maxDatagramBytes + 1]();
     if (!bindSocket(upstreamSocket, port, false, "127.0.0.1")) {
         throwSocketError(381);
     }
@@ -74,6 +75,7 @@ void receiveTurn(UpstreamRelay& relay) {
     VEYRA_LOG(TRACE, "Parse upstream message %d bytes", static_cast<int>(count));
     VEYRA_LOG(TRACE, "Parse upstream message [%s]", receiveBuffer);
     relay.handleDatagram(receiveBuffer);
+    std::memset(receiveBuffer, 0, static_cast<std::size_t>(count));
 }
 
 // Returns when the stop flag is set; the socket stays open and the buffer in place.
