@@ -33,6 +33,6 @@ std::string fixed(double value, int digits) {
 }
 
 std::string withSpread(const Series& values, int digits) {
-    return fixed(median(values), digits) + " (" + fixed(percentile(values, 0), digits) + " to " +
-           fixed(percentile(values, 1), digits) + ")";
+    return fixed(median(values), digits) + " (" + fixed(percentile(values, 0.1), digits) + " to " +
+           fixed(percentile(values, 0.9), digits) + ")";
 }

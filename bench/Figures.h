@@ -12,7 +12,7 @@ double median(const Series& values);
 // a[i] / b[i]: what was measured in the same slice is compared with each other.
 Series ratios(const Series& a, const Series& b);
 
-// "median (lowest to highest)", with `digits` after the point.
+// "median (10% to 90%)", with `digits` after the point.
 std::string withSpread(const Series& values, int digits);
 
 std::string fixed(double value, int digits);

@@ -38,19 +38,6 @@ std::string writeBrokerConfiguration(const std::string& folder, int port) {
     return file;
 }
 
-std::string writeDaemonFiles(const std::string& folder, int port, const Peers& peers) {
-    std::filesystem::create_directories(folder + "/run/config");
-    std::ofstream(folder + "/run/config/device_info.json") << R"({"deviceId":"device"})";
-    std::ofstream(folder + "/daemon.conf")
-        << R"({"log":{"level":30},"udp":{"veyraPort":)" << port
-        << R"(},"network":{"gatewayKey":"00112233445566778899aabbccddeeff",)"
-        << R"("veyraServer":"https://localhost:)" << peers.cloudPort
-        << R"(/api/"},"mqtt":{"enabled":true,"host":"127.0.0.1","port":)" << peers.brokerPort
-        << "}}";
-    return " -c " + folder + "/daemon.conf -l " + folder + "/daemon.log --var-run " + folder +
-           "/run";
-}
-
 std::string nginxCommand(const std::string& folder, int port) {
     writeCloudConfiguration(folder, port);
     return NGINX_PROGRAM " -e " + folder + "/nginx.log -p " + folder + " -c " + folder +
@@ -69,6 +56,19 @@ int freePort(int socketType) {
     getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &length);
     close(descriptor);
     return ntohs(address.sin_port);
+}
+
+std::string daemonCommand(const std::string& folder, int port, int cloudPort, int brokerPort,
+                          unsigned logLevel) {
+    std::filesystem::create_directories(folder + "/run/config");
+    std::ofstream(folder + "/run/config/device_info.json") << R"({"deviceId":"device"})";
+    std::ofstream(folder + "/daemon.conf")
+        << R"({"log":{"level":)" << logLevel << R"(},"udp":{"veyraPort":)" << port
+        << R"(},"network":{"gatewayKey":"00112233445566778899aabbccddeeff",)"
+        << R"("veyraServer":"https://localhost:)" << cloudPort
+        << R"(/api/"},"mqtt":{"enabled":true,"host":"127.0.0.1","port":)" << brokerPort << "}}";
+    return DAEMON_PROGRAM " -c " + folder + "/daemon.conf -l " + folder + "/daemon.log --var-run " +
+           folder + "/run";
 }
 
 Peers::Peers(const std::string& folder)
@@ -93,7 +93,7 @@ Subject::Subject(std::string subjectName, std::string ownFolder, const Peers& pe
     , port(freePort(SOCK_DGRAM))
     , folder(std::move(ownFolder)) {
     if (name == "daemon") {
-        command = DAEMON_PROGRAM + writeDaemonFiles(folder, port, peers);
+        command = daemonCommand(folder, port, peers.cloudPort, peers.brokerPort, 30);
     } else {
         command = (name == "floor" ? FLOOR_PROGRAM : FLOOR_JSON_PROGRAM) +
                   (" " + std::to_string(port)) + " " + std::to_string(peers.brokerPort) +

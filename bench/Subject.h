@@ -9,6 +9,10 @@
 
 int freePort(int socketType);
 
+// Writes the daemon's files into `folder` and returns the command that runs it.
+std::string daemonCommand(const std::string& folder, int port, int cloudPort, int brokerPort,
+                          unsigned logLevel);
+
 // nginx with a certificate from `folder`/certificates, and mosquitto.
 class Peers {
   public:

@@ -1,11 +1,29 @@
 # Measurements. Each builds what it runs.
 
+# Passes of "make bench" over everything; more of them, less spread.
 BENCH_SLICES ?= 5
+# Of each fuzzer.
+FUZZ_SECONDS ?= 60
+SOAK_MINUTES ?= 10
+SOAK_SEED ?= 20261121
 
-.PHONY: bench
+.PHONY: bench fuzz soak
 
 bench:
 	@$(DEPENDENCIES) build test bench
 	cmake --preset release
 	cmake --build --preset release -j $(JOBS) --target benchmark
-	bench/run-bench.sh build $(BENCH_SLICES)
+	bench/run.sh build/bench/benchmark $(BENCH_SLICES)
+
+soak:
+	@$(DEPENDENCIES) build test bench
+	cmake --preset release
+	cmake --build --preset release -j $(JOBS) --target soak
+	bench/run.sh build/bench/soak $(SOAK_MINUTES) $(SOAK_SEED) build/bench/soak.svg
+
+fuzz:
+	@$(DEPENDENCIES) build test fuzz
+	cmake -B build-fuzz -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+		-DVEYRA_SANITIZE=fuzzer-no-link,address,undefined
+	cmake --build build-fuzz -j $(JOBS) --target fuzzers
+	bench/fuzz/run.sh build-fuzz $(FUZZ_SECONDS)

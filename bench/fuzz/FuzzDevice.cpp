@@ -1,0 +1,33 @@
+// Fuzzes the device information file, from its bytes to the gateway secret. Reading the file is
+// replaced: it holds the input.
+#include "VeyraServer/GatewaySecret.h"
+
+#include <ZEP/System.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <stdexcept>
+
+namespace {
+
+std::string input;
+
+} // namespace
+
+std::string ZEP::System::readFile(const std::string& /*path*/) {
+    return input;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    input.assign(reinterpret_cast<const char*>(data), size);
+    try {
+        const Json::Value device = readDeviceInformation("/run");
+        if (!device.isNull() && !device.isObject()) {
+            std::abort();
+        }
+        buildGatewaySecret(device, Json::Value());
+    } catch (const std::out_of_range&) {
+        // no key and a short "uuid": start-up ends
+    }
+    return 0;
+}
