@@ -8,7 +8,7 @@
 
 // The digest of the bytes in [first, last): 64 lower-case hexadecimal digits.
 inline std::string sha256Hex(const char* first, const char* last) {
-    // Looking the algorithm up takes several times as long as digesting a short text.
+    // Looking the algorithm up for every digest costs half as much again as a short text's digest.
     static const EVP_MD* const sha256 = EVP_MD_fetch(nullptr, "SHA256", nullptr);
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned length = 0;
