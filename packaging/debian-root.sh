@@ -24,4 +24,8 @@ if [[ -z $sources ]]; then # the lists of an image are often empty
     "${as_root[@]}" apt-get update -q >&2
     sources=$(debianSources)
 fi
+if [[ -z $sources ]]; then
+    echo "Failed to fetch the lists of Debian's packages" >&2
+    exit 1
+fi
 mmdebstrap "${@:1:$#-1}" "$release" "${@: -1}" - <<<"$sources"

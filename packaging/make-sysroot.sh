@@ -15,6 +15,7 @@ readonly cannotDownload=75
 # begins with the sysroot's.
 registerPackages() {
     local deb name info=$sysroot/var/lib/dpkg/info
+    mkdir -p "$info"
     echo 1 >"$info/format"
     for deb in "$sysroot"/var/cache/apt/archives/*.deb; do
         name=$(dpkg-deb --field "$deb" Package)
@@ -61,7 +62,7 @@ fi
 echo "Downloading the libraries for $architecture to $sysroot"
 rm -rf "$sysroot" "$sysroot".*
 mkdir -p "${sysroot%/*}"
-if ! "$here/debian-root.sh" --variant=extract --architectures="$architecture" \
+if ! "$here/debian-root.sh" --mode=chrootless --variant=extract --architectures="$architecture" \
     --skip=cleanup/apt --include="$(IFS=, && echo "${packages[*]}")" \
     "$sysroot.tar" 2>"$sysroot.log"; then
     if grep -qE 'Failed to fetch|Unable to fetch|Temporary failure resolving' "$sysroot.log"; then
