@@ -17,7 +17,13 @@ help:
 	@echo 'make build     the program, at build/lora-veyra-server'
 	@echo 'make asan      all tests under AddressSanitizer and UndefinedBehaviorSanitizer'
 	@echo 'make tsan      all tests under ThreadSanitizer'
-	@echo 'make lint      formatting and static analysis; make format mends the formatting'
+	@echo 'make armhf     the program for ARMv7 gateways; make armel for ARMv5'
+	@echo 'make test-armhf    tests on the target instruction set, emulated'
+	@echo 'make package   Debian packages; make test-package tries their life in a clean root'
+	@echo 'make fuzz      fuzzes what comes from outside, FUZZ_SECONDS each'
+	@echo 'make soak      SOAK_MINUTES of steady load and faults, every datagram accounted for'
+	@echo 'make bench     the daemon beside the least that its libraries allow'
+	@echo 'make lint      formatting, static analysis, documents; make format mends the formatting'
 	@echo 'make loc       lines of product and tests'
 	@echo 'make clean     removes every build folder'
 
@@ -48,6 +54,7 @@ lint:
 	shellcheck $(SCRIPTS)
 	cmake --preset debug
 	run-clang-tidy -quiet -p build-debug -j $(JOBS)
+	docs/check.sh
 
 format:
 	@$(DEPENDENCIES) lint
@@ -59,4 +66,4 @@ loc:
 clean:
 	rm -rf build build-*
 
--include packaging/targets.mk bench/targets.mk
+include packaging/targets.mk bench/targets.mk

@@ -29,7 +29,7 @@ exampleBlock() {
 # expectEverywhere WHAT PATTERN VALUE: PATTERN matches in protocol.md, and always VALUE.
 expectEverywhere() {
     local found
-    found=$(grep -oE "$2" "$protocol" | sort -u) || true
+    found=$(grep -oE "$2" "$protocol" | sort -u) || found=
     [[ $found == "$3" ]] ||
         fault "$protocol: the $1 of the example is \"$3\", the document has \"${found//$'\n'/ }\""
 }
@@ -83,7 +83,7 @@ readSources() {
     local source calls
     source=$(find ../src -name '*.cpp' -exec cat {} +)
     mapfile -t records < <(printCalls "$source")
-    calls=$(grep -c 'VEYRA_LOG(' <<<"$source") || true
+    calls=$(grep -c 'VEYRA_LOG(' <<<"$source") || calls=0
     ((calls > 0 && calls == ${#records[@]})) ||
         fault "src: $calls log calls, ${#records[@]} of them with a level and a literal text"
 
