@@ -54,8 +54,8 @@ void publishUntilStopped(Queue& queue, FloorBroker& broker) {
 
 class Relay {
   public:
-    Relay(const std::string& baseUrl, Queue& replies)
-        : base(baseUrl)
+    Relay(std::string baseUrl, Queue& replies)
+        : base(std::move(baseUrl))
         , queue(replies) {}
 
     void handle(const char* text, std::size_t length) {

@@ -45,7 +45,7 @@ FloorOptions readFloorOptions(int argc, char** argv) {
     }
     std::signal(SIGTERM, handleStop);
     std::signal(SIGPIPE, SIG_IGN);
-    return {std::atoi(argv[1]), std::atoi(argv[2]), argv[3]};
+    return {std::stoi(argv[1]), std::stoi(argv[2]), argv[3]};
 }
 
 bool stopRequested() {

@@ -39,8 +39,8 @@ std::string datagram(int id, std::size_t bytes) {
 
 class Soak {
   public:
-    explicit Soak(const std::string& workFolder, unsigned seed)
-        : folder(workFolder)
+    explicit Soak(std::string workFolder, unsigned seed)
+        : folder(std::move(workFolder))
         , port(freePort(SOCK_DGRAM))
         , broker(folder)
         , cloud(folder)
@@ -108,7 +108,8 @@ class Soak {
     void follow(const std::vector<SoakEvent>& events, double seconds, std::int64_t startNs) {
         std::size_t next = 0;
         bool active = false;
-        for (double now = 0; now < seconds; now = secondsSince(startNs)) {
+        while (secondsSince(startNs) < seconds) {
+            const double now = secondsSince(startNs);
             if (next < events.size() &&
                 now >= (active ? events[next].untilSecond : events[next].atSecond)) {
                 active = !active;
@@ -171,7 +172,7 @@ int main(int argc, char** argv) {
         const auto seed = static_cast<unsigned>(std::strtoul(argv[3], nullptr, 10));
         std::printf("seed %u, %s minutes\n", seed, argv[2]);
         Soak soak(argv[1], seed);
-        return soak.run(std::atof(argv[2]) * 60, seed, argv[4]) ? 0 : 1;
+        return soak.run(std::stod(argv[2]) * 60, seed, argv[4]) ? 0 : 1;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "soak: %s\n", error.what());
         return 1;

@@ -16,7 +16,7 @@ namespace {
 double secondsOf(const std::string& text) {
     tm fields{};
     const char* const rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &fields);
-    return rest == nullptr ? 0 : static_cast<double>(timegm(&fields)) + std::atof(rest);
+    return rest == nullptr ? 0 : static_cast<double>(timegm(&fields)) + std::strtod(rest, nullptr);
 }
 
 bool has(const std::string& line, const char* part) {
