@@ -26,6 +26,13 @@ for architecture in armhf armel; do
 done
 rm -r "$output/_CPack_Packages"
 
+version=$(dpkg-parsechangelog --file packaging/debian/changelog --show-field Version)
+if ! grep -q "\"lora-veyra-server $version\"" packaging/lora-veyra-server.8 ||
+    [[ ! -e $output/lora-veyra-server_${version}_armhf.deb ]]; then
+    echo "The changelog, the manual page and the program are of different versions" >&2
+    exit 1
+fi
+
 # A library that dpkg-shlibdeps does not find is left out of the dependencies without a word.
 native=$(dependencies "$output"/*_"$(dpkg --print-architecture)".deb)
 for package in "$output"/*.deb; do
