@@ -1,13 +1,15 @@
 #include "ZEP/System.h"
 
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 namespace ZEP::System {
 
 std::string readFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    // A folder can be opened but not read: this way it is empty, iterators would throw.
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
 }
 
 } // namespace ZEP::System

@@ -5,6 +5,7 @@
 #include "common/ProcessState.h"
 
 #include <fstream>
+#include <sstream>
 
 namespace {
 
@@ -31,7 +32,9 @@ bool readConfiguration(const CommandLine& commandLine) {
         VEYRA_LOG(ERROR, "Configuration file not found [%s]", path);
         return false;
     }
-    if (!Json::Reader().parse(file, configurationForStartup(), false)) {
+    std::ostringstream text; // empty for a folder, which can be opened
+    text << file.rdbuf();
+    if (!Json::Reader().parse(text.str(), configurationForStartup(), false)) {
         logToGivenFile(commandLine);
         VEYRA_LOG(ERROR, "Failed to parse config file [%s], invalid JSON", path);
         return false;

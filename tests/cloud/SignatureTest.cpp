@@ -34,5 +34,8 @@ TEST(Signature, CapturesUtcWhateverTheTimeZone) {
 TEST(Signature, TokenIsTheDigestOfItsPartsWithoutSeparators) {
     EXPECT_EQ(digestOf(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
     EXPECT_EQ(digestOf("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-    EXPECT_EQ(makeRequestToken("secret", "time", "m1/x"), digestOf("secrettime/api/m1/x"));
+    // The worked example of docs/protocol.md.
+    EXPECT_EQ(makeRequestToken("00112233-4455-6677-8899-aabbccddeeffGW-0042",
+                               "2026-11-21T03:54:52.746749Z", "m1/gateways/SN0042/check_in"),
+              "e9f90bac2c36544afeacbee035e759b86850c01d7799383799474917880dac91");
 }
