@@ -4,7 +4,7 @@
 JOBS ?= $(shell nproc)
 DEPENDENCIES := .ci/install-dependencies.sh
 SOURCES = $(shell git ls-files '*.cpp' '*.h')
-SCRIPTS = $(shell git ls-files '*.sh' .ci/run)
+SCRIPTS = $(shell git ls-files '*.sh' .ci/run 'packaging/*.init' 'packaging/debian/p*')
 # Most tests wait for a broker or a timer, so they run well beyond the number of cores.
 TEST_JOBS ?= 24
 

@@ -81,7 +81,7 @@ startPeers() {
 configure() {
     local port
     port=$(sed -n 's/^listening on //p' "$work/cloud.out")
-    sed -i -e 's/"level": 30/"level": 50/' -e "s|https://localhost:8443/|https://localhost:$port/|" \
+    sed -i -e 's/"level": 40/"level": 50/' -e "s|https://localhost:8443/|https://localhost:$port/|" \
         -e "s/00000000-0000-0000-0000-000000000000/$key/" "$root$conf"
     mkdir -p "$root/run/config"
     echo "{\"deviceId\": \"$deviceId\"}" >"$root/run/config/device_info.json"
