@@ -103,6 +103,18 @@ double burst(Bench& bench, Subject& subject, const std::string& datagram, unsign
     return seconds;
 }
 
+// Milliseconds from a datagram to its message.
+double latencyOfOne(Bench& bench, const Subject& subject, const Sender& sender,
+                    const std::string& datagram) {
+    const std::uint64_t target = bench.replies.count() + 1;
+    const std::int64_t startNs = nowNs();
+    sender.send(datagram);
+    if (!bench.replies.waitFor(target)) {
+        failLost(subject);
+    }
+    return static_cast<double>(bench.replies.lastArrivalNs() - startNs) / 1e6;
+}
+
 void oneByOne(Bench& bench, Subject& subject, const std::string& datagram, Measured& measured) {
     const Sender sender(subject.port);
     // Pauses of random length, or the datagrams would fall into step with the 10 ms of the queue.
@@ -110,14 +122,7 @@ void oneByOne(Bench& bench, Subject& subject, const std::string& datagram, Measu
     for (unsigned i = 0; i < latencySamples; ++i) {
         const timespec pause = {0, pauseNs(bench.random)};
         nanosleep(&pause, nullptr);
-        const std::uint64_t target = bench.replies.count() + 1;
-        const std::int64_t startNs = nowNs();
-        sender.send(datagram);
-        if (!bench.replies.waitFor(target)) {
-            failLost(subject);
-        }
-        measured.latencyMs.push_back(static_cast<double>(bench.replies.lastArrivalNs() - startNs) /
-                                     1e6);
+        measured.latencyMs.push_back(latencyOfOne(bench, subject, sender, datagram));
     }
 }
 
@@ -190,6 +195,38 @@ void measureSize(Bench& bench, std::size_t bytes, unsigned slices) {
     printSize(bytes, measured);
 }
 
+// A datagram that is published while the peers still acknowledge a keepalive. The pauses are
+// random but for that, since the datagram has to come after it.
+void measureAfterKeepalive(Bench& bench, unsigned slices) {
+    constexpr unsigned keepalivesOfSlice = 3; // one comes every 5 s
+    Subject& daemon = bench.subjects.front();
+    const Sender sender(daemon.port);
+    std::uniform_int_distribution<long> pauseMs(0, 15);
+    Series latencyMs;
+    for (unsigned i = 0; i < slices * keepalivesOfSlice; ++i) {
+        const std::uint64_t before = bench.replies.keepalives();
+        if (!eventually([&] { return bench.replies.keepalives() > before; })) {
+            throw std::runtime_error("no keepalive");
+        }
+        pauseMillis(pauseMs(bench.random));
+        latencyMs.push_back(latencyOfOne(bench, daemon, sender, packetsDatagram(200)));
+    }
+    std::printf("\nSoon after a keepalive, %zu datagrams of 200 bytes: median %s ms, 75%% %s ms, "
+                "highest %s ms\n",
+                latencyMs.size(), fixed(median(latencyMs), 1).c_str(),
+                fixed(percentile(latencyMs, 0.75), 1).c_str(),
+                fixed(percentile(latencyMs, 1), 1).c_str());
+    std::fflush(stdout);
+}
+
+void measureSocketQueue() {
+    std::puts("\n| bytes of a datagram | datagrams that the socket's queue holds |\n|---|---|");
+    for (const std::size_t bytes : {std::size_t{200}, std::size_t{500}, std::size_t{1024},
+                                    std::size_t{2048}, std::size_t{4096}, std::size_t{16384}}) {
+        std::printf("| %zu | %u |\n", bytes, socketCapacity(packetsDatagram(bytes)));
+    }
+}
+
 // Two runs of different length: what start and stop cost falls out of their difference.
 void measureInstructions(Bench& bench, const std::string& folder) {
     constexpr unsigned shortRun = 50;
@@ -228,6 +265,9 @@ void run(const std::string& folder, unsigned slices) {
     for (const std::size_t bytes : sizes) {
         measureSize(bench, bytes, slices);
     }
+    measureAfterKeepalive(bench, slices);
+    measureSocketQueue();
+    std::puts("");
     for (Subject& subject : bench.subjects) {
         std::printf("%s: %ld KiB resident in the end\n", subject.name.c_str(),
                     subject.residentKiB());

@@ -27,12 +27,30 @@ std::string readText(const char* path) {
     return text;
 }
 
+sockaddr_in loopback(int port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
 void pauseMicros(long micros) {
     const timespec pause = {0, micros * 1000};
     nanosleep(&pause, nullptr);
 }
 
 } // namespace
+
+int freePort(int socketType) {
+    const int descriptor = socket(AF_INET, socketType | SOCK_CLOEXEC, 0);
+    sockaddr_in address = loopback(0);
+    socklen_t length = sizeof address;
+    bind(descriptor, reinterpret_cast<sockaddr*>(&address), length);
+    getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &length);
+    close(descriptor);
+    return ntohs(address.sin_port);
+}
 
 std::string packetsDatagram(std::size_t bytes) {
     const std::string record = R"({"freq":868.1,"sf":7,"rssi":-101,"snr":7.5,"crc":true,)"
@@ -58,7 +76,7 @@ Subscriber::Subscriber(int brokerPort) {
     mosquitto_lib_init();
     client = mosquitto_new(nullptr, true, this);
     mosquitto_connect_callback_set(client, [](mosquitto* connected, void*, int) {
-        mosquitto_subscribe(connected, nullptr, "lora/veyra", 0);
+        mosquitto_subscribe(connected, nullptr, "lora/+", 0);
     });
     mosquitto_subscribe_callback_set(client, [](mosquitto*, void* self, int, int, const int*) {
         auto& subscriber = *static_cast<Subscriber*>(self);
@@ -77,7 +95,11 @@ Subscriber::Subscriber(int brokerPort) {
     }
 }
 
-void Subscriber::onMessage(const mosquitto_message& /*message*/) {
+void Subscriber::onMessage(const mosquitto_message& message) {
+    if (std::strcmp(message.topic, "lora/veyra") != 0) {
+        ++keepalivesReceived;
+        return;
+    }
     arrivedNs = nowNs();
     // Acknowledged at once, so that the broker never waits with the next message for this end.
     const int on = 1;
@@ -106,14 +128,28 @@ SocketQueue socketQueue(int port) {
     return {std::strtol(queues.c_str(), nullptr, 16), std::strtol(drops.c_str(), nullptr, 10)};
 }
 
+unsigned socketCapacity(const std::string& datagram) {
+    const int port = freePort(SOCK_DGRAM);
+    const int unread = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in address = loopback(port);
+    if (bind(unread, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        throw std::runtime_error("cannot bind a port");
+    }
+    const Sender sender(port);
+    unsigned sent = 0;
+    while (socketQueue(port).drops == 0) {
+        sender.send(datagram);
+        ++sent;
+    }
+    close(unread);
+    return sent - 1;
+}
+
 Sender::Sender(int upstreamPort)
     : port(upstreamPort)
     , descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(upstreamPort));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    const sockaddr_in address = loopback(port);
+    connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 
 Sender::~Sender() {

@@ -8,18 +8,21 @@
 #include <mutex>
 #include <string>
 
+int freePort(int socketType);
+
 // A datagram of exactly `bytes` bytes, 200 at least, as a network server sends them: packet records
 // of a gateway.
 std::string packetsDatagram(std::size_t bytes);
 
 std::int64_t nowNs();
 
-// Counts the messages on lora/veyra. The broker library's thread counts; any thread may ask.
+// Counts the messages on lora/veyra, and the daemon's keepalives. The broker library's thread counts; any thread may ask.
 class Subscriber {
   public:
     explicit Subscriber(int brokerPort);
 
     std::uint64_t count() const { return received; }
+    std::uint64_t keepalives() const { return keepalivesReceived; }
     std::int64_t lastArrivalNs() const { return arrivedNs; }
     // False when there are fewer after 20 s.
     bool waitFor(std::uint64_t total);
@@ -29,6 +32,7 @@ class Subscriber {
 
     mosquitto* client;
     std::atomic<std::uint64_t> received{0};
+    std::atomic<std::uint64_t> keepalivesReceived{0};
     std::atomic<std::int64_t> arrivedNs{0};
     std::mutex mutex;
     std::condition_variable arrived;
@@ -42,6 +46,9 @@ struct SocketQueue {
 };
 
 SocketQueue socketQueue(int port);
+
+// Datagrams of that size that a socket like the daemon's holds while nobody reads it.
+unsigned socketCapacity(const std::string& datagram);
 
 class Sender {
   public:

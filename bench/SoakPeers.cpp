@@ -1,6 +1,6 @@
 #include "SoakPeers.h"
 
-#include "Subject.h"
+#include "Load.h"
 
 #include <json/json.h>
 

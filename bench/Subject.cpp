@@ -1,9 +1,10 @@
 #include "Subject.h"
 
+#include "Load.h"
+
 #include <csignal>
 #include <ctime>
 #include <fstream>
-#include <netinet/in.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -45,18 +46,6 @@ std::string nginxCommand(const std::string& folder, int port) {
 }
 
 } // namespace
-
-int freePort(int socketType) {
-    const int descriptor = socket(AF_INET, socketType | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    bind(descriptor, reinterpret_cast<sockaddr*>(&address), length);
-    getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &length);
-    close(descriptor);
-    return ntohs(address.sin_port);
-}
 
 std::string daemonCommand(const std::string& folder, int port, int cloudPort, int brokerPort,
                           unsigned logLevel) {

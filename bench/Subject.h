@@ -7,8 +7,6 @@
 #include <memory>
 #include <string>
 
-int freePort(int socketType);
-
 // Writes the daemon's files into `folder` and returns the command that runs it.
 std::string daemonCommand(const std::string& folder, int port, int cloudPort, int brokerPort,
                           unsigned logLevel);

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# run.sh PROGRAM [ARG...]: runs a measuring program with certificates of its own, in a folder that
-# is gone afterwards, as PROGRAM FOLDER ARG...
+# run.sh PROGRAM [ARG...]: runs a measuring program with certificates of its own, as PROGRAM FOLDER
+# ARG... in a folder that is gone afterwards; when it fails, the folder stays for a look.
 set -euo pipefail
 
 if [[ $# -lt 1 ]]; then
@@ -9,6 +9,9 @@ if [[ $# -lt 1 ]]; then
 fi
 demo=$(dirname "$(realpath "$0")")/../demo
 work=$(mktemp --directory --tmpdir lora-veyra-bench.XXXXXXXXXX)
-trap 'rm -rf -- "$work"' EXIT
 "$demo/make-certificates.sh" "$work/certificates"
-"$demo/with-ca.sh" "$work/certificates/ca.pem" "$1" "$work" "${@:2}"
+if ! "$demo/with-ca.sh" "$work/certificates/ca.pem" "$1" "$work" "${@:2}"; then
+    echo "run.sh: logs of all programs are in $work" >&2
+    exit 1
+fi
+rm -rf -- "$work"

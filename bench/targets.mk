@@ -7,13 +7,14 @@ FUZZ_SECONDS ?= 60
 SOAK_MINUTES ?= 10
 SOAK_SEED ?= 20261121
 
-.PHONY: bench fuzz soak
+.PHONY: bench fuzz soak stack
 
 bench:
 	@$(DEPENDENCIES) build test bench
 	cmake --preset release
-	cmake --build --preset release -j $(JOBS) --target benchmark
+	cmake --build --preset release -j $(JOBS) --target benchmark drain
 	bench/run.sh build/bench/benchmark $(BENCH_SLICES)
+	bench/run.sh build/bench/drain
 
 soak:
 	@$(DEPENDENCIES) build test bench
@@ -27,3 +28,9 @@ fuzz:
 		-DVEYRA_SANITIZE=fuzzer-no-link,address,undefined
 	cmake --build build-fuzz -j $(JOBS) --target fuzzers
 	bench/fuzz/run.sh build-fuzz $(FUZZ_SECONDS)
+
+stack:
+	@$(DEPENDENCIES) build test bench
+	cmake --preset release
+	cmake --build --preset release -j $(JOBS) --target stack
+	bench/run.sh build/bench/stack
