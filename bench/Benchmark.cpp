@@ -279,7 +279,7 @@ void run(const std::string& folder, unsigned slices) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const unsigned slices = argc == 3 ? static_cast<unsigned>(std::atoi(argv[2])) : 0;
+    const unsigned slices = argc == 3 ? static_cast<unsigned>(std::stoi(argv[2])) : 0;
     if (slices == 0) {
         std::fputs("usage: benchmark FOLDER SLICES\n", stderr);
         return 2;

@@ -46,7 +46,9 @@ int freePort(int socketType) {
     const int descriptor = socket(AF_INET, socketType | SOCK_CLOEXEC, 0);
     sockaddr_in address = loopback(0);
     socklen_t length = sizeof address;
-    bind(descriptor, reinterpret_cast<sockaddr*>(&address), length);
+    if (bind(descriptor, reinterpret_cast<sockaddr*>(&address), length) != 0) {
+        throw std::runtime_error("no free port");
+    }
     getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &length);
     close(descriptor);
     return ntohs(address.sin_port);
@@ -149,7 +151,9 @@ Sender::Sender(int upstreamPort)
     : port(upstreamPort)
     , descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
     const sockaddr_in address = loopback(port);
-    connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        throw std::runtime_error("no socket to the upstream port");
+    }
 }
 
 Sender::~Sender() {
@@ -163,7 +167,7 @@ void Sender::send(const std::string& datagram) const {
 }
 
 void Sender::sendMany(const std::string& datagram, unsigned count) const {
-    constexpr long wellFilledBytes = 64 * 1024;
+    constexpr long wellFilledBytes = 65536;
     const auto batch = static_cast<unsigned>(1 + 16384 / (datagram.size() + 512));
     for (unsigned sent = 0; sent < count;) {
         if (socketQueue(port).bytes > wellFilledBytes) {

@@ -34,7 +34,7 @@ bool isListening(int port) {
 } // namespace
 
 int idOfPath(const std::string& path) {
-    return std::atoi(path.c_str() + path.rfind('/') + 1);
+    return static_cast<int>(std::strtol(path.c_str() + path.rfind('/') + 1, nullptr, 10));
 }
 
 SoakBroker::SoakBroker(std::string workFolder)

@@ -37,6 +37,7 @@ void* runPainted(void* argument) {
 
 } // namespace
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the C library's are reserved
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                               StartRoutine routine, void* argument) {
     static const auto real = reinterpret_cast<PthreadCreate>(dlsym(RTLD_NEXT, "pthread_create"));

@@ -32,7 +32,7 @@ void writeCloudConfiguration(const std::string& folder, int port) {
 }
 
 std::string writeBrokerConfiguration(const std::string& folder, int port) {
-    const std::string file = folder + "/broker.conf";
+    std::string file = folder + "/broker.conf";
     std::ofstream(file) << "listener " << port << " 127.0.0.1\nallow_anonymous true\n"
                         << "max_queued_messages 0\n"
                         << (geteuid() == 0 ? "user root\n" : "");
