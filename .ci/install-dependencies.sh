@@ -11,7 +11,7 @@ packages_of() {
         package) echo dpkg-dev file iproute2 lintian ;;
         lint) echo clang-format clang-tidy shellcheck ;;
         bench) echo libmosquitto-dev nginx valgrind ;;
-        fuzz) echo clang libmosquitto-dev ;;
+        fuzz) echo clang libclang-rt-dev libmosquitto-dev ;;
         *) echo "unknown group of dependencies: $1" >&2; return 1 ;;
     esac
 }
