@@ -24,7 +24,7 @@ int main(int argc, char** argv) {
         char token[tokenLength + 1];
         writeTimestamp(timestamp);
         writeToken(token, timestamp, path);
-        broker.publish(
+        broker.publishReply(
             cloud.post(url, {datagram, static_cast<std::size_t>(count)}, timestamp, token));
     }
     return 0;

@@ -44,7 +44,7 @@ void publishUntilStopped(Queue& queue, FloorBroker& broker) {
     std::string payload;
     while (!stopRequested()) {
         if (queue.pop(payload)) {
-            broker.publish(payload);
+            broker.publishReply(payload);
         } else {
             const timespec pause = {0, 10000000};
             nanosleep(&pause, nullptr);

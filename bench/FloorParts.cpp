@@ -1,6 +1,7 @@
 #include "FloorParts.h"
 
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <openssl/evp.h>
 #include <openssl/sha.h>
 #include <sys/socket.h>
@@ -140,17 +141,18 @@ const std::string& FloorCloud::post(const std::string& url, std::string_view bod
 }
 
 FloorBroker::FloorBroker(int port) {
-    mosquitto_lib_init();
-    client = mosquitto_new(nullptr, true, nullptr);
-    mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
-    if (mosquitto_connect(client, "127.0.0.1", port, 5) != MOSQ_ERR_SUCCESS ||
-        mosquitto_loop_start(client) != MOSQ_ERR_SUCCESS) {
+    mosqpp::lib_init();
+    if (connect("127.0.0.1", port, 5) != MOSQ_ERR_SUCCESS || loop_start() != MOSQ_ERR_SUCCESS) {
         std::fputs("floor: no broker\n", stderr);
         std::exit(1);
     }
 }
 
-void FloorBroker::publish(const std::string& payload) {
-    mosquitto_publish(client, nullptr, "lora/veyra", static_cast<int>(payload.size()),
-                      payload.data(), 1, false);
+void FloorBroker::on_connect(int /*rc*/) {
+    const int on = 1;
+    setsockopt(socket(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
+void FloorBroker::publishReply(const std::string& payload) {
+    publish(nullptr, "lora/veyra", static_cast<int>(payload.size()), payload.data(), 1, false);
 }
