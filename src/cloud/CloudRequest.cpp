@@ -14,9 +14,14 @@ constexpr const char* cloudCaFile = "/etc/ssl/certs/DigiCert_Global_Root_CA.pem"
 
 // libcurl leaves a header out when only white space follows the colon; a semicolon in the colon's
 // place is its spelling for "send it empty".
-curl_slist* appendHeader(curl_slist* headers, const std::string& name, const std::string& value) {
+curl_slist* appendHeader(curl_slist* headers, std::string name, const std::string& value) {
     const bool empty = value.find_first_not_of(" \t\n\v\f\r") == std::string::npos;
-    return curl_slist_append(headers, empty ? (name + ";").c_str() : (name + ": " + value).c_str());
+    name.reserve(name.size() + 2 + value.size());
+    name += empty ? ";" : ": ";
+    if (!empty) {
+        name += value;
+    }
+    return curl_slist_append(headers, name.c_str());
 }
 
 // Moves a member of `body` into the headers; without one, `headers` stays as it is.
@@ -76,7 +81,7 @@ void setBody(CURL* handle, const std::string& method, const std::string& bodyTex
 // The answer's text ends at its first NUL byte.
 void parseResponse(const std::string& method, int status, const std::string& received,
                    Json::Value& response) {
-    Json::Reader reader;
+    static Json::Reader reader; // under curlMutex
     const char* text = received.c_str();
     if (reader.parse(text, text + std::char_traits<char>::length(text), response, true)) {
         VEYRA_LOG(TRACE, "%s code: %d response:[%s]", method.c_str(), status, text);
