@@ -1,5 +1,7 @@
 #include "Load.h"
 
+#include "Ports.h"
+
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -27,32 +29,12 @@ std::string readText(const char* path) {
     return text;
 }
 
-sockaddr_in loopback(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
 void pauseMicros(long micros) {
     const timespec pause = {0, micros * 1000};
     nanosleep(&pause, nullptr);
 }
 
 } // namespace
-
-int freePort(int socketType) {
-    const int descriptor = socket(AF_INET, socketType | SOCK_CLOEXEC, 0);
-    sockaddr_in address = loopback(0);
-    socklen_t length = sizeof address;
-    if (bind(descriptor, reinterpret_cast<sockaddr*>(&address), length) != 0) {
-        throw std::runtime_error("no free port");
-    }
-    getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &length);
-    close(descriptor);
-    return ntohs(address.sin_port);
-}
 
 std::string packetsDatagram(std::size_t bytes) {
     const std::string record = R"({"freq":868.1,"sf":7,"rssi":-101,"snr":7.5,"crc":true,)"
@@ -133,7 +115,7 @@ SocketQueue socketQueue(int port) {
 unsigned socketCapacity(const std::string& datagram) {
     const int port = freePort(SOCK_DGRAM);
     const int unread = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const sockaddr_in address = loopback(port);
+    const sockaddr_in address = loopbackAddress(port);
     if (bind(unread, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         throw std::runtime_error("cannot bind a port");
     }
@@ -150,7 +132,7 @@ unsigned socketCapacity(const std::string& datagram) {
 Sender::Sender(int upstreamPort)
     : port(upstreamPort)
     , descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    const sockaddr_in address = loopback(port);
+    const sockaddr_in address = loopbackAddress(port);
     if (connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         throw std::runtime_error("no socket to the upstream port");
     }

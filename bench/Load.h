@@ -8,8 +8,6 @@
 #include <mutex>
 #include <string>
 
-int freePort(int socketType);
-
 // A datagram of exactly `bytes` bytes, 200 at least, as a network server sends them: packet records
 // of a gateway.
 std::string packetsDatagram(std::size_t bytes);

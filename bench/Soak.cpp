@@ -6,6 +6,8 @@
 // certificates stands where the daemon looks for it. Prints tables, draws memory over time into
 // the file PLOT and ends with status 0 if everything held.
 #include "Load.h"
+
+#include "Ports.h"
 #include "SoakEvidence.h"
 #include "SoakPeers.h"
 #include "SoakReport.h"

@@ -1,5 +1,7 @@
 #include "SoakPeers.h"
 
+#include "Ports.h"
+
 #include "Load.h"
 
 #include <json/json.h>

@@ -3,7 +3,7 @@
 // that is back before the daemon is.
 #pragma once
 
-#include "support/Process.h"
+#include "Process.h"
 
 #include <atomic>
 #include <memory>

@@ -3,6 +3,7 @@
 //
 //   stack FOLDER
 #include "Load.h"
+#include "Ports.h"
 #include "SoakPeers.h"
 #include "Subject.h"
 

@@ -1,5 +1,7 @@
 #include "Subject.h"
 
+#include "Ports.h"
+
 #include "Load.h"
 
 #include <csignal>

@@ -2,7 +2,7 @@
 // the kernel gave and in a folder of the caller's. All of them end with their objects.
 #pragma once
 
-#include "support/Process.h"
+#include "Process.h"
 
 #include <memory>
 #include <string>

@@ -47,6 +47,7 @@ TEST(BrokerLink, SurvivesRestartsAndDeliversWhatWasQueuedInOrder) {
     ASSERT_EQ(company.replies(1).size(), 1U);
     const std::size_t descriptors = company.daemon->countOf("fd");
     const std::size_t threads = company.daemon->countOf("task");
+    const long residentKiB = company.daemon->statusValue("VmRSS:");
     int sent = 1;
     for (std::size_t round = 1; round <= restarts; ++round) {
         company.killBroker();
@@ -63,9 +64,8 @@ TEST(BrokerLink, SurvivesRestartsAndDeliversWhatWasQueuedInOrder) {
         }
         EXPECT_EQ(company.daemon->countOf("fd"), descriptors);
         EXPECT_EQ(company.daemon->countOf("task"), threads);
-        std::printf("restart %zu: resident %ld KiB\n", round,
-                    company.daemon->statusValue("VmRSS:"));
     }
+    EXPECT_LT(company.daemon->statusValue("VmRSS:"), residentKiB * 2);
     EXPECT_EQ(company.daemon->end(SIGTERM), 0);
 }
 

@@ -1,8 +1,9 @@
 #include "support/Company.h"
 
+#include "Ports.h"
+
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -14,24 +15,6 @@ namespace {
 std::filesystem::path makeFolder() {
     std::string name = std::filesystem::temp_directory_path() / "veyra-test-XXXXXX";
     return mkdtemp(name.data());
-}
-
-sockaddr_in loopback(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-int freePort(int type) {
-    const int descriptor = socket(AF_INET, type | SOCK_CLOEXEC, 0);
-    sockaddr_in address = loopback(0);
-    socklen_t length = sizeof address;
-    EXPECT_EQ(bind(descriptor, reinterpret_cast<sockaddr*>(&address), length), 0);
-    getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &length);
-    close(descriptor);
-    return ntohs(address.sin_port);
 }
 
 // Whether a socket waits at the port, looked at without touching it; connections do not count.
@@ -136,7 +119,7 @@ void Company::startReadyDaemon() {
 
 void Company::send(const std::string& datagram) const {
     static const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const sockaddr_in address = loopback(upstreamPort);
+    const sockaddr_in address = loopbackAddress(upstreamPort);
     EXPECT_EQ(sendto(descriptor, datagram.data(), datagram.size(), 0,
                      reinterpret_cast<const sockaddr*>(&address), sizeof address),
               static_cast<ssize_t>(datagram.size()));

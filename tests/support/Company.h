@@ -3,8 +3,8 @@
 // the object.
 #pragma once
 
+#include "Process.h"
 #include "common/Json.h"
-#include "support/Process.h"
 
 #include <memory>
 #include <string>

@@ -1,4 +1,4 @@
-// Child programs of the tests. A child ends with its Process object.
+// Child programs of the tests and the benchmarks. A child ends with its Process object.
 #pragma once
 
 #include <chrono>

@@ -1,4 +1,4 @@
-#include "support/Process.h"
+#include "Process.h"
 
 #include <csignal>
 #include <fcntl.h>
