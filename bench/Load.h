@@ -14,7 +14,8 @@ std::string packetsDatagram(std::size_t bytes);
 
 std::int64_t nowNs();
 
-// Counts the messages on lora/veyra, and the daemon's keepalives. The broker library's thread counts; any thread may ask.
+// Counts the messages on lora/veyra, and the daemon's keepalives. The broker library's thread
+// counts; any thread may ask.
 class Subscriber {
   public:
     explicit Subscriber(int brokerPort);

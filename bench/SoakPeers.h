@@ -56,7 +56,8 @@ class SoakCloud {
     std::size_t commands = 0;
 };
 
-// Keeps the ids of the datagrams that were answered in the order of their arrival. Connects again within milliseconds.
+// Keeps the ids of the datagrams that were answered in the order of their arrival. Connects again
+// within milliseconds.
 class SoakSubscriber {
   public:
     explicit SoakSubscriber(int brokerPort);
