@@ -23,6 +23,7 @@ help:
 	@echo 'make fuzz      fuzzes what comes from outside, FUZZ_SECONDS each'
 	@echo 'make soak      SOAK_MINUTES of steady load and faults, every datagram accounted for'
 	@echo 'make bench     the daemon beside the least that its libraries allow'
+	@echo 'make stack     how much of its small stack the broker worker uses'
 	@echo 'make lint      formatting, static analysis, documents; make format mends the formatting'
 	@echo 'make loc       lines of product and tests'
 	@echo 'make clean     removes every build folder'
