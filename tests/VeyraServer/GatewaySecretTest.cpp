@@ -26,7 +26,7 @@ TEST(GatewaySecret, IsBuiltFromTheGatewayKey) {
     const std::pair<const char*, const char*> cases[] = {
         {"00-11-22-33-44-55-66-77-88-99-AA-bb-cc-dd-ee-FF", "00112233-4455-6677-8899-aabbccddeeff"},
         {" 00:112233445566778899aabbccddeeff\\t", "00112233-4455-6677-8899-aabbccddeeff"},
-        {"ffff00112233445566778899aabbccddeeff", "00112233-4455-6677-8899-aabbccddeeff"},
+        {"ffffa0112233445566778899aabbccddeeff", "a0112233-4455-6677-8899-aabbccddeeff"},
         {"abc", "00000000-0000-0000-0000-000000000abc"},
         {"no key 12", "00000000-0000-0000-0000-000000000012"},
         {"g00112233445566778899aabbccddeeff", ""},
