@@ -12,7 +12,7 @@ int main(int argc, char** argv) {
     const std::string path = "m1/gateways/SN0000001/packets";
     const std::string url = options.baseUrl + path;
     FloorBroker broker(options.brokerPort);
-    FloorCloud cloud;
+    FloorCloud cloud(options.reset);
     static char datagram[16385];
     const int upstream = openUpstream(options.upstreamPort);
     while (!stopRequested()) {

@@ -1,6 +1,7 @@
 // floor-json: the floor with the least that the JSON library must do for a datagram (parse it, add
 // two members, write the body, parse the answer, write the reply) and a queue that a second thread
-// looks into every 10 ms.
+// looks into every 10 ms. With "reset" its libcurl handle is reset after each request and gets its
+// options anew, as the daemon's must be.
 #include "FloorParts.h"
 
 #include <json/config.h>
@@ -54,9 +55,10 @@ void publishUntilStopped(Queue& queue, FloorBroker& broker) {
 
 class Relay {
   public:
-    Relay(std::string baseUrl, Queue& replies)
-        : base(std::move(baseUrl))
-        , queue(replies) {}
+    Relay(const FloorOptions& options, Queue& replies)
+        : base(options.baseUrl)
+        , queue(replies)
+        , cloud(options.reset) {}
 
     void handle(const char* text, std::size_t length) {
         Json::Value datagram;
@@ -97,7 +99,7 @@ int main(int argc, char** argv) {
     const FloorOptions options = readFloorOptions(argc, argv);
     FloorBroker broker(options.brokerPort);
     Queue queue;
-    Relay relay(options.baseUrl, queue);
+    Relay relay(options, queue);
     std::thread publisher([&] { publishUntilStopped(queue, broker); });
     static char datagram[16385];
     const int upstream = openUpstream(options.upstreamPort);

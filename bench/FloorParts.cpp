@@ -40,13 +40,14 @@ char* lastValue(curl_slist* list, std::size_t length) {
 } // namespace
 
 FloorOptions readFloorOptions(int argc, char** argv) {
-    if (argc != 4) {
-        std::fputs("usage: floor UPSTREAM_PORT BROKER_PORT BASE_URL\n", stderr);
+    const bool reset = argc == 5 && std::string_view(argv[4]) == "reset";
+    if (argc != 4 && !reset) {
+        std::fputs("usage: floor UPSTREAM_PORT BROKER_PORT BASE_URL [reset]\n", stderr);
         std::exit(2);
     }
     std::signal(SIGTERM, handleStop);
     std::signal(SIGPIPE, SIG_IGN);
-    return {std::stoi(argv[1]), std::stoi(argv[2]), argv[3]};
+    return {std::stoi(argv[1]), std::stoi(argv[2]), argv[3], reset};
 }
 
 bool stopRequested() {
@@ -99,8 +100,9 @@ void writeToken(char* out, const char* timestamp, std::string_view path) {
     *out = 0;
 }
 
-FloorCloud::FloorCloud()
-    : handle(curl_easy_init()) {
+FloorCloud::FloorCloud(bool resetAfterEach)
+    : reset(resetAfterEach)
+    , handle(curl_easy_init()) {
     const std::string hash = "X-API-HASH: " + std::string(tokenLength, '0');
     const std::string time = "X-API-TIMESTAMP: " + std::string(timestampLength, '0');
     for (const char* header : {"Accept: application/json", "Content-Type: application/json",
@@ -111,6 +113,10 @@ FloorCloud::FloorCloud()
     hashValue = lastValue(headers, tokenLength);
     headers = curl_slist_append(headers, time.c_str());
     timestampValue = lastValue(headers, timestampLength);
+    setOptions();
+}
+
+void FloorCloud::setOptions() {
     curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, append);
@@ -136,6 +142,10 @@ const std::string& FloorCloud::post(const std::string& url, std::string_view bod
         curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status) != CURLE_OK || status != 200) {
         std::fprintf(stderr, "floor: request failed, status %ld\n", status);
         std::exit(1);
+    }
+    if (reset) {
+        curl_easy_reset(handle);
+        setOptions();
     }
     return answer;
 }

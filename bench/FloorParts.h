@@ -9,11 +9,12 @@
 #include <string>
 #include <string_view>
 
-// Command line of a floor: UPSTREAM_PORT BROKER_PORT BASE_URL.
+// Command line of a floor: UPSTREAM_PORT BROKER_PORT BASE_URL [reset].
 struct FloorOptions {
     int upstreamPort;
     int brokerPort;
     std::string baseUrl;
+    bool reset;
 };
 
 FloorOptions readFloorOptions(int argc, char** argv);
@@ -30,13 +31,17 @@ void writeTimestamp(char* out);
 
 class FloorCloud {
   public:
-    FloorCloud();
+    // With `resetAfterEach` the handle is reset after each request and gets its options anew.
+    explicit FloorCloud(bool resetAfterEach);
 
     // POSTs `body`, which must stay in place, and returns the answer, valid until the next call.
     const std::string& post(const std::string& url, std::string_view body, const char* timestamp,
                             const char* token);
 
   private:
+    void setOptions();
+
+    const bool reset;
     CURL* handle;
     curl_slist* headers = nullptr;
     char* hashValue; // where the headers' values stand, overwritten for each request

@@ -1,8 +1,8 @@
 #include "Subject.h"
 
-#include "Ports.h"
-
+#include "Cores.h"
 #include "Load.h"
+#include "Ports.h"
 
 #include <csignal>
 #include <ctime>
@@ -43,8 +43,8 @@ std::string writeBrokerConfiguration(const std::string& folder, int port) {
 
 std::string nginxCommand(const std::string& folder, int port) {
     writeCloudConfiguration(folder, port);
-    return NGINX_PROGRAM " -e " + folder + "/nginx.log -p " + folder + " -c " + folder +
-           "/nginx.conf";
+    return onMeasuredCore() + NGINX_PROGRAM " -e " + folder + "/nginx.log -p " + folder + " -c " +
+           folder + "/nginx.conf";
 }
 
 } // namespace
@@ -88,12 +88,14 @@ Subject::Subject(std::string subjectName, std::string ownFolder, const Peers& pe
     } else {
         command = (name == "floor" ? FLOOR_PROGRAM : FLOOR_JSON_PROGRAM) +
                   (" " + std::to_string(port)) + " " + std::to_string(peers.brokerPort) +
-                  " https://localhost:" + std::to_string(peers.cloudPort) + "/api/";
+                  " https://localhost:" + std::to_string(peers.cloudPort) + "/api/" +
+                  (name == "floor-reset" ? " reset" : "");
     }
 }
 
 void Subject::start(const std::string& wrapper) {
-    process = std::make_unique<Process>(wrapper + " " + command, folder + "/" + name + ".out");
+    process = std::make_unique<Process>(onMeasuredCore() + wrapper + " " + command,
+                                        folder + "/" + name + ".out");
 }
 
 void Subject::stop() {

@@ -96,7 +96,7 @@ void relay(Json::Value& datagram, Json::FastWriter& writer, CircuitBreaker& brea
     reply["result"] = std::move(response);
     reply["method"] = method;
     reply["timestamp"] = timestampText;
-    reply["path"] = path;
+    reply["path"] = std::move(datagram["path"]);
     queueReply(writer, reply);
     breaker.requestSucceeded();
 }

@@ -39,9 +39,9 @@ curl_slist* buildHeaders(Json::Value& body) {
     headers = curl_slist_append(headers, "Accept: application/json");
     headers = curl_slist_append(headers, "Content-Type: application/json");
     headers = curl_slist_append(headers, "charsets: utf-8");
-    headers = body.isMember("brantle_serial")
-                  ? takeMember(headers, body, "brantle_serial", "X-API-SERIAL")
-                  : appendHeader(headers, "X-API-SERIAL", gatewaySerial);
+    Json::Value serial;
+    const bool hasSerial = body.removeMember("brantle_serial", &serial);
+    headers = appendHeader(headers, "X-API-SERIAL", hasSerial ? serial.asString() : gatewaySerial);
     headers = takeMember(headers, body, "token", "X-API-HASH");
     return takeMember(headers, body, "timestamp", "X-API-TIMESTAMP");
 }
@@ -63,6 +63,12 @@ void setTransferOptions(CURL* handle, const std::string& url, curl_slist* header
         // libcurl may be built with a folder of authorities, which it would trust besides the file.
         curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr);
     }
+}
+
+// The writer keeps its buffer from one request to the next.
+std::string compactText(const Json::Value& body) {
+    static Json::FastWriter writer; // under curlMutex
+    return writer.write(body);
 }
 
 // libcurl keeps a pointer to the body: `bodyText` must outlive the transfer.
@@ -128,7 +134,7 @@ bool sendCloudRequest(CURL* handle, const std::string& url, Json::Value& body,
         curl_slist* headers = buildHeaders(body);
         VEYRA_LOG(TRACE, "Server URL: [%s]", url.c_str());
         setTransferOptions(handle, url, headers, collectResponse ? &received : nullptr);
-        const std::string bodyText = Json::FastWriter().write(body);
+        const std::string bodyText = compactText(body);
         setBody(handle, method, bodyText);
 
         bool accepted = false;

@@ -95,15 +95,14 @@ bool superviseLink() {
     return false;
 }
 
-bool queueIsEmpty() {
-    const std::lock_guard<ZEP::Lock> guard(mqttLock);
-    return mqttQueue.empty();
-}
-
-// An Exception on the way leaves mqttLock taken, on purpose: the message is freed and the thread's
-// boundary logs it.
-void publishFront() {
+// Returns false when there is none. An Exception on the way leaves mqttLock taken, on purpose: the
+// message is freed and the thread's boundary logs it.
+bool publishFront() {
     mqttLock.lock();
+    if (mqttQueue.empty()) {
+        mqttLock.unlock();
+        return false;
+    }
     std::unique_ptr<MqttMessage> message = std::move(mqttQueue.front());
     mqttQueue.pop_front();
     if (message == nullptr) {
@@ -115,17 +114,16 @@ void publishFront() {
     }
     message.reset();
     mqttLock.unlock();
+    return true;
 }
 
 void runPass(bool supervise) {
     if (supervise && !superviseLink()) {
         return;
     }
-    if (queueIsEmpty()) {
+    if (!publishFront()) {
         sleepMillis(10);
-        return;
     }
-    publishFront();
 }
 
 void runPassesUntilStopped(bool supervise) {
