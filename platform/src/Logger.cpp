@@ -12,12 +12,13 @@
 
 namespace ZEP::Logger {
 
+std::atomic<int> printThreshold{PrintLevel::INFO_LEVEL};
+
 namespace {
 
 constexpr int none = -1;
 
 // Handlers read these, so they are lock-free.
-std::atomic<int> threshold{PrintLevel::INFO_LEVEL};
 std::atomic<int> consoleDescriptor{none};
 std::atomic<int> fileDescriptor{STDERR_FILENO};
 std::atomic<bool> toSyslog{false};
@@ -77,15 +78,11 @@ void setup(PrintMode mode, const char* file) {
 
 void setPrintLevel(unsigned level, bool logChange) {
     constexpr unsigned everything = 100;
-    threshold = static_cast<int>(level < everything ? level : everything);
+    printThreshold = static_cast<int>(level < everything ? level : everything);
     if (logChange && isPrintable(PrintLevel::INFO_LEVEL)) {
         printfGeneric(PrintLevel::INFO_LEVEL, PrintLevel::INFO_LABEL, "Print level set to %u",
                       level);
     }
-}
-
-bool isPrintable(int level) {
-    return level <= threshold.load(std::memory_order_relaxed);
 }
 
 void printfGeneric(int level, const char* label, const char* format, ...) {

@@ -7,6 +7,8 @@
 // descriptors and never closes them at exit, since detached threads log until the very end.
 #pragma once
 
+#include <atomic>
+
 namespace ZEP::Logger {
 
 // The levels and the labels that records of each level carry.
@@ -43,9 +45,14 @@ void setup(PrintMode mode, const char* file = nullptr);
 // `logChange` says whether the change itself is logged, at INFO.
 void setPrintLevel(unsigned level, bool logChange);
 
-// True when records of `level` are printed. Costs one comparison, so that callers test first and
-// compose nothing for records that nobody reads.
-bool isPrintable(int level);
+// What setPrintLevel has set; lock-free, since handlers test it. Read through isPrintable.
+extern std::atomic<int> printThreshold;
+
+// True when records of `level` are printed. Costs one comparison and no call, so that callers test
+// first and compose nothing for records that nobody reads.
+inline bool isPrintable(int level) {
+    return level <= printThreshold.load(std::memory_order_relaxed);
+}
 
 // Prints "<UTC time> <label> <message>" and a line feed; syslog gets the message alone. Does not
 // test the level: callers ask isPrintable first.
