@@ -1,4 +1,4 @@
-// What both floors do for a datagram: one signed POST on a handle whose options are set once, and
+// What the floors do for a datagram: one signed POST on a handle whose options are set once, and
 // an MQTT message. Written for the benchmark alone, as short as the work allows: nothing of the
 // daemon is in it, so that it cannot share the daemon's cost. Single-threaded but for publish().
 #pragma once
