@@ -5,7 +5,6 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
 
 namespace {
 
