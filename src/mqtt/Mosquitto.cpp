@@ -42,14 +42,18 @@ Mosquitto::Mosquitto(const char* idText, const char* hostText, int portNumber)
     setCredentials();
     connect(host, port, keepalive);
     networkThreadRuns = loop_start() == MOSQ_ERR_SUCCESS;
+    if (!networkThreadRuns) {
+        // The library counts the client as threaded all the same, by the id of the thread that
+        // built it, and would cancel that one when the client is destroyed.
+        threaded_set(false);
+    }
 }
 
 Mosquitto::~Mosquitto() {
     disconnect();
     mosqpp::lib_cleanup();
     // The base destructor cancels and joins the network thread too, but by then this object is no
-    // Mosquitto any more and a callback would meet it half destroyed. Without a thread the library
-    // would cancel the caller.
+    // Mosquitto any more and a callback would meet it half destroyed.
     if (networkThreadRuns) {
         loop_stop(true);
     }
