@@ -34,7 +34,7 @@ bool readConfiguration(const CommandLine& commandLine) {
     }
     std::ostringstream text; // empty for a folder, which can be opened
     text << file.rdbuf();
-    if (!Json::Reader().parse(text.str(), configurationForStartup(), false)) {
+    if (!parseFile(text.str(), configurationForStartup())) {
         logToGivenFile(commandLine);
         VEYRA_LOG(ERROR, "Failed to parse config file [%s], invalid JSON", path);
         return false;

@@ -66,15 +66,8 @@ std::string uuidPart(const std::string& id) {
 
 Json::Value readDeviceInformation(const std::string& runDirectory) {
     const std::string text = ZEP::System::readFile(runDirectory + "/config/device_info.json");
-    try {
-        Json::Value device;
-        if (Json::Reader().parse(text, device, false) && device.isObject()) {
-            return device;
-        }
-    } catch (const Json::Exception&) {
-        // Nested too deeply for the parser: no device information, as with any other fault.
-    }
-    return {};
+    Json::Value device;
+    return parseFile(text, device) && device.isObject() ? device : Json::Value();
 }
 
 std::string buildGatewaySecret(const Json::Value& device, const Json::Value& network) {
