@@ -4,14 +4,30 @@
 #include "common/Hex.h"
 
 #include <openssl/evp.h>
+#include <stdexcept>
 #include <string>
 
-// The digest of the bytes in [first, last): 64 lower-case hexadecimal digits.
+// Throws std::runtime_error when the library cannot make a digest: nothing goes out unsigned.
+inline void requireDigest(bool made) {
+    if (!made) {
+        throw std::runtime_error("no SHA-256");
+    }
+}
+
+inline const EVP_MD* fetchSha256() {
+    const EVP_MD* const algorithm = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    requireDigest(algorithm != nullptr);
+    return algorithm;
+}
+
+// The digest of the bytes in [first, last): 64 lower-case hexadecimal digits. Throws as
+// requireDigest does.
 inline std::string sha256Hex(const char* first, const char* last) {
     // Looking the algorithm up for every digest costs half as much again as a short text's digest.
-    static const EVP_MD* const sha256 = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    static const EVP_MD* const sha256 = fetchSha256();
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned length = 0;
-    EVP_Digest(first, static_cast<std::size_t>(last - first), digest, &length, sha256, nullptr);
+    requireDigest(EVP_Digest(first, static_cast<std::size_t>(last - first), digest, &length, sha256,
+                             nullptr) == 1);
     return hexText(digest, length);
 }
