@@ -1,5 +1,5 @@
-// The steps of start-up and shutdown that main lists. Main thread only. What ends the program with a
-// report throws Exception; other exceptions end it abnormally.
+// The steps of start-up and shutdown that main lists. Main thread only. What ends the program with
+// a report throws Exception; other exceptions end it abnormally.
 #pragma once
 
 #include "VeyraServer/CommandLine.h"
@@ -9,9 +9,9 @@
 // SIGINT and SIGTERM ask for an orderly stop.
 void installStopHandler();
 
-// Initialises the libraries that threads share, so that neither a client that is rebuilt nor the exit
-// of main tears one down under another thread. Before the random generator is seeded, since the
-// broker library seeds it too.
+// Initialises the libraries that threads share, so that neither a client that is rebuilt nor the
+// exit of main tears one down under another thread. Before the random generator is seeded, since
+// the broker library seeds it too.
 void keepLibrariesUntilExit();
 
 // Sets gatewaySecret from the device information and the configured gateway key. Throws
@@ -29,5 +29,6 @@ void reportStartupError(const InputError& error);
 // Prints the licence notice. Returns the exit status.
 int refuseLicence();
 
-// The end of a run: releases the cloud handle and returns the exit status. The broker worker goes on until the process is gone.
+// The end of a run: tells the supervisor, releases the cloud handle and returns the exit status.
+// The broker worker goes on until the process is gone.
 int closeProgram();

@@ -22,8 +22,8 @@ constexpr int none = -1;
 std::atomic<int> consoleDescriptor{none};
 std::atomic<int> fileDescriptor{STDERR_FILENO};
 std::atomic<bool> toSyslog{false};
-// ARMv5 has no atomic instructions and uses the kernel's, without a lock. Anything that needs a lock
-// would not link: it comes from libatomic.
+// ARMv5 has no atomic instructions and uses the kernel's, without a lock. Anything that needs a
+// lock would not link: it comes from libatomic.
 static_assert(ATOMIC_INT_LOCK_FREE != 0 && ATOMIC_BOOL_LOCK_FREE != 0);
 
 bool writesConsole(PrintMode mode) {
