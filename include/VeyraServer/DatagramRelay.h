@@ -4,10 +4,12 @@
 #include "VeyraServer/CircuitBreaker.h"
 #include "common/Json.h"
 
+#include <optional>
+
 // What the upstream loop keeps across datagrams.
 struct UpstreamRelay {
     Json::Reader reader;
-    Json::FastWriter writer;
+    std::optional<Json::FastWriter> writer; // always there; made anew after a large reply
     CircuitBreaker breaker;
 
     // Validates the datagram's `text`, sends it to the cloud unless the breaker refuses, and queues

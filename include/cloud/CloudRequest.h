@@ -32,6 +32,9 @@ extern std::string gatewaySerial;
 bool sendCloudRequest(CURL* handle, const std::string& url, Json::Value& body,
                       Json::Value& response, bool collectResponse, const std::string& method);
 
+// Whether an answer of at least `largeBytes` has come since the last call, whatever became of it.
+bool takeLargeAnswer();
+
 // libcurl write callback: appends the received bytes to `buffer`. Returns the bytes taken, or 0
 // when memory is exhausted, which makes libcurl abort the transfer.
 std::size_t appendToString(char* data, std::size_t size, std::size_t nmemb, std::string* buffer);

@@ -5,6 +5,7 @@
 #include "cloud/RequestToken.h"
 #include "common/Exception.h"
 #include "common/Log.h"
+#include "common/Memory.h"
 #include "common/ProcessState.h"
 #include "mqtt/MqttQueue.h"
 
@@ -107,9 +108,13 @@ void UpstreamRelay::handleDatagram(const char* text) {
     try {
         Json::Value datagram;
         if (parseDatagram(reader, text, datagram) && breaker.allowsRequest()) {
-            relay(datagram, writer, breaker);
+            relay(datagram, *writer, breaker);
         }
     } catch (...) {
         VEYRA_LOG(ERROR, "EXCEPTION: Failed to parse JSON [%s]", text);
+    }
+    if (takeLargeAnswer()) {
+        writer.emplace(); // the old one keeps a buffer of the reply's size
+        releaseFreeMemory();
     }
 }

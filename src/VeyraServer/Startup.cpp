@@ -1,6 +1,7 @@
 #include "VeyraServer/Startup.h"
 
 #include "VeyraServer/GatewaySecret.h"
+#include "VeyraServer/Supervisor.h"
 #include "cloud/CloudRequest.h"
 #include "common/Log.h"
 #include "common/ProcessState.h"
@@ -86,6 +87,7 @@ int refuseLicence() {
 }
 
 int closeProgram() {
+    tellStopping();
     VEYRA_LOG(DEBUG, "Program closing");
     curl_easy_cleanup(cloudCurlHandle);
     cloudCurlHandle = nullptr;

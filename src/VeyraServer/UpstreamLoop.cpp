@@ -1,6 +1,7 @@
 #include "VeyraServer/UpstreamLoop.h"
 
 #include "VeyraServer/DatagramRelay.h"
+#include "VeyraServer/Supervisor.h"
 #include "common/Clock.h"
 #include "common/Exception.h"
 #include "common/Log.h"
@@ -17,8 +18,10 @@ constexpr const char* sourceName = "src/VeyraServer";
 
 sockaddr_in lastSender{};
 
-// All zeros before every receive, with room for the terminator of a datagram of full length. Made
-// when the endpoint opens; a stop leaves it in place.
+// All zeros before every receive, with room for the terminator of a datagram of full length. Either
+// the zeros or the terminator that each text gets would do; both are kept, so that no slip in one
+// of them lets a datagram run into an earlier one. Made when the endpoint opens; a stop leaves it
+// in place.
 char* receiveBuffer = nullptr;
 
 std::uint16_t configuredPort() {
@@ -81,7 +84,9 @@ void receiveTurn(UpstreamRelay& relay) {
 // Returns when the stop flag is set; the socket stays open and the buffer in place.
 void receiveUntilStopped(std::uint16_t port, UpstreamRelay& relay) {
     openEndpoint(port);
+    tellReady();
     while (!shutdownRequested) {
+        tellAlive();
         receiveTurn(relay);
     }
 }
@@ -89,7 +94,7 @@ void receiveUntilStopped(std::uint16_t port, UpstreamRelay& relay) {
 } // namespace
 
 int VeyraReceiveFunction() {
-    UpstreamRelay relay{{}, {}, configuredBreaker()};
+    UpstreamRelay relay{{}, Json::FastWriter(), configuredBreaker()};
     const std::uint16_t port = configuredPort();
     for (;;) {
         try {

@@ -2,9 +2,11 @@
 // to the gateway's MQTT broker.
 #include "VeyraServer/Configuration.h"
 #include "VeyraServer/Startup.h"
+#include "VeyraServer/Supervisor.h"
 #include "VeyraServer/UpstreamLoop.h"
 #include "cloud/CloudRequest.h"
 #include "common/Log.h"
+#include "common/Memory.h"
 #include "common/ProcessState.h"
 #include "mqtt/Mosquitto.h"
 
@@ -20,6 +22,8 @@ int main(int argc, char* argv[]) {
         return refuseLicence();
     }
     keepLibrariesUntilExit();
+    fixAllocatorThreshold();
+    findSupervisor();
     std::srand(static_cast<unsigned>(std::time(nullptr)));
     const CommandLine commandLine = parseCommandLine(argc, argv);
     if (commandLine.bannerShown) {

@@ -1,8 +1,10 @@
 #include "cloud/CloudRequest.h"
 
 #include "common/Log.h"
+#include "common/Memory.h"
 
 #include <new>
+#include <utility>
 
 CURL* cloudCurlHandle = nullptr;
 pthread_mutex_t curlMutex = PTHREAD_MUTEX_INITIALIZER;
@@ -10,7 +12,26 @@ std::string gatewaySerial;
 
 namespace {
 
+bool largeAnswer = false; // main thread only
+
 constexpr const char* cloudCaFile = "/etc/ssl/certs/DigiCert_Global_Root_CA.pem";
+
+// A request with a header missing must not go out. Memory is all that libcurl can lack here.
+curl_slist* append(curl_slist* headers, const char* header) {
+    curl_slist* const longer = curl_slist_append(headers, header);
+    if (longer == nullptr) {
+        throw std::bad_alloc();
+    }
+    return longer;
+}
+
+// Nor may one go out with an option missing, such as the authority that is trusted. Other results
+// tell that this libcurl was built without what the option switches.
+void require(CURLcode result) {
+    if (result == CURLE_OUT_OF_MEMORY) {
+        throw std::bad_alloc();
+    }
+}
 
 // libcurl leaves a header out when only white space follows the colon; a semicolon in the colon's
 // place is its spelling for "send it empty".
@@ -21,7 +42,7 @@ curl_slist* appendHeader(curl_slist* headers, std::string name, const std::strin
     if (!empty) {
         name += value;
     }
-    return curl_slist_append(headers, name.c_str());
+    return append(headers, name.c_str());
 }
 
 // Moves a member of `body` into the headers; without one, `headers` stays as it is.
@@ -35,10 +56,9 @@ curl_slist* takeMember(curl_slist* headers, Json::Value& body, const char* membe
 // The list is the caller's to free; an exception on the way leaves it behind (see the end of
 // sendCloudRequest).
 curl_slist* buildHeaders(Json::Value& body) {
-    curl_slist* headers = nullptr;
-    headers = curl_slist_append(headers, "Accept: application/json");
-    headers = curl_slist_append(headers, "Content-Type: application/json");
-    headers = curl_slist_append(headers, "charsets: utf-8");
+    curl_slist* headers = append(nullptr, "Accept: application/json");
+    headers = append(headers, "Content-Type: application/json");
+    headers = append(headers, "charsets: utf-8");
     Json::Value serial;
     const bool hasSerial = body.removeMember("brantle_serial", &serial);
     headers = appendHeader(headers, "X-API-SERIAL", hasSerial ? serial.asString() : gatewaySerial);
@@ -48,20 +68,20 @@ curl_slist* buildHeaders(Json::Value& body) {
 
 void setTransferOptions(CURL* handle, const std::string& url, curl_slist* headers,
                         std::string* received) {
-    curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
-    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+    require(curl_easy_setopt(handle, CURLOPT_URL, url.c_str()));
+    require(curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L));
+    require(curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L));
     if (received != nullptr) {
-        curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, appendToString);
-        curl_easy_setopt(handle, CURLOPT_WRITEDATA, received);
+        require(curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, appendToString));
+        require(curl_easy_setopt(handle, CURLOPT_WRITEDATA, received));
     }
-    curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers);
+    require(curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers));
     if (url.find("https:") != std::string::npos) {
-        curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
-        curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
-        curl_easy_setopt(handle, CURLOPT_CAINFO, cloudCaFile);
+        require(curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L));
+        require(curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L));
+        require(curl_easy_setopt(handle, CURLOPT_CAINFO, cloudCaFile));
         // libcurl may be built with a folder of authorities, which it would trust besides the file.
-        curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr);
+        require(curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr));
     }
 }
 
@@ -75,21 +95,27 @@ std::string compactText(const Json::Value& body) {
 void setBody(CURL* handle, const std::string& method, const std::string& bodyText) {
     VEYRA_LOG(TRACE, "request body: %s", bodyText.c_str());
     if (method == "PUT") {
-        curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, "PUT");
-        curl_easy_setopt(handle, CURLOPT_POSTFIELDS, bodyText.c_str());
+        require(curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, "PUT"));
+        require(curl_easy_setopt(handle, CURLOPT_POSTFIELDS, bodyText.c_str()));
     } else if (method != "GET") {
-        curl_easy_setopt(handle, CURLOPT_POST, 1L);
-        curl_easy_setopt(handle, CURLOPT_POSTFIELDS, bodyText.c_str());
+        require(curl_easy_setopt(handle, CURLOPT_POST, 1L));
+        require(curl_easy_setopt(handle, CURLOPT_POSTFIELDS, bodyText.c_str()));
     }
-    curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, "");
+    require(curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, ""));
+}
+
+// A reader keeps its largest buffers, so a large answer gets one of its own.
+bool parseText(const char* text, std::size_t length, Json::Value& response) {
+    static Json::Reader lasting; // under curlMutex
+    return length < largeBytes ? lasting.parse(text, text + length, response, true)
+                               : Json::Reader().parse(text, text + length, response, true);
 }
 
 // The answer's text ends at its first NUL byte.
 void parseResponse(const std::string& method, int status, const std::string& received,
                    Json::Value& response) {
-    static Json::Reader reader; // under curlMutex
     const char* text = received.c_str();
-    if (reader.parse(text, text + std::char_traits<char>::length(text), response, true)) {
+    if (parseText(text, std::char_traits<char>::length(text), response)) {
         VEYRA_LOG(TRACE, "%s code: %d response:[%s]", method.c_str(), status, text);
     } else {
         VEYRA_LOG(TRACE, "%s code: %d Unable parse text as JSON [%s]", method.c_str(), status,
@@ -112,6 +138,10 @@ bool handleStatus(CURL* handle, const std::string& method, const std::string& re
 }
 
 } // namespace
+
+bool takeLargeAnswer() {
+    return std::exchange(largeAnswer, false);
+}
 
 std::size_t appendToString(char* data, std::size_t size, std::size_t nmemb, std::string* buffer) {
     try {
@@ -138,7 +168,9 @@ bool sendCloudRequest(CURL* handle, const std::string& url, Json::Value& body,
         setBody(handle, method, bodyText);
 
         bool accepted = false;
-        if (const CURLcode result = curl_easy_perform(handle); result != CURLE_OK) {
+        const CURLcode result = curl_easy_perform(handle);
+        largeAnswer = largeAnswer || received.size() >= largeBytes;
+        if (result != CURLE_OK) {
             VEYRA_LOG(ERROR, "CURL call to Server failed - %s", curl_easy_strerror(result));
         } else {
             accepted = handleStatus(handle, method, received, response);
