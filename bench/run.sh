@@ -9,7 +9,7 @@ if [[ $# -lt 1 ]]; then
 fi
 demo=$(dirname "$(realpath "$0")")/../demo
 work=$(mktemp --directory --tmpdir lora-veyra-bench.XXXXXXXXXX)
-"$demo/make-certificates.sh" "$work/certificates"
+"$demo/../rig/make-certificates.sh" "$work/certificates"
 if ! "$demo/with-ca.sh" "$work/certificates/ca.pem" "$1" "$work" "${@:2}"; then
     echo "run.sh: logs of all programs are in $work" >&2
     exit 1

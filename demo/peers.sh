@@ -76,7 +76,7 @@ END
 }
 
 startCloud() {
-    "$demo/make-certificates.sh" "$work/certificates"
+    "$demo/../rig/make-certificates.sh" "$work/certificates"
     "$build/demo/stand-in-cloud" --certificate "$work/certificates/cloud.pem" \
         --key "$work/certificates/cloud.key" --secret "$gatewaySecret" \
         </dev/null >"$work/cloud.out" 2>"$work/cloud.err" &

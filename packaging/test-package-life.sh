@@ -66,7 +66,7 @@ leftovers() {
 
 startPeers() {
     mkdir "$work"
-    demo/make-certificates.sh "$work/certificates"
+    rig/make-certificates.sh "$work/certificates"
     printf 'listener 1883 127.0.0.1\nallow_anonymous true\nuser root\n' >"$work/broker.conf"
     mosquitto -c "$work/broker.conf" </dev/null >"$work/broker.out" 2>&1 &
     "$build/demo/stand-in-cloud" --certificate "$work/certificates/cloud.pem" \

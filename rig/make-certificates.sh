@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
 # make-certificates.sh DIR: makes the certificates of the stand-in cloud, good for a few days.
 #
-#   ca.pem                       the authority that the daemon is given to trust
-#   cloud.pem, cloud.key         signed by it, for localhost and 127.0.0.1
-#   stranger.pem, stranger.key   the same names, signed by an authority that nobody trusts
+#   ca.pem                         the authority that the daemon is given to trust
+#   cloud.pem, cloud.key           signed by it, for localhost and 127.0.0.1
+#   elsewhere.pem, elsewhere.key   signed by it, for another host
+#   stranger.pem, stranger.key     for localhost, signed by another authority
+#   strangers-ca.pem               that authority
 set -euo pipefail
 
 readonly days=3
@@ -15,10 +17,10 @@ makeAuthority() {
         -addext keyUsage=critical,keyCertSign
 }
 
-# makeServer NAME AUTHORITY
+# makeServer NAME AUTHORITY HOSTS
 makeServer() {
-    openssl req -x509 "${newKey[@]}" -subj /CN=localhost -CA "$2.pem" -CAkey "$2.key" \
-        -keyout "$1.key" -out "$1.pem" -addext subjectAltName=DNS:localhost,IP:127.0.0.1 \
+    openssl req -x509 "${newKey[@]}" -subj /CN=server -CA "$2.pem" -CAkey "$2.key" \
+        -keyout "$1.key" -out "$1.pem" -addext "subjectAltName=$3" \
         -addext basicConstraints=critical,CA:FALSE -addext extendedKeyUsage=serverAuth
 }
 
@@ -26,9 +28,10 @@ makeServer() {
 makeAll() {
     makeAuthority ca "Stand-in cloud authority" &&
         makeAuthority strangers-ca "Unknown authority" &&
-        makeServer cloud ca &&
-        makeServer stranger strangers-ca &&
-        rm ca.key strangers-ca.key strangers-ca.pem
+        makeServer cloud ca DNS:localhost,IP:127.0.0.1 &&
+        makeServer elsewhere ca DNS:elsewhere.example &&
+        makeServer stranger strangers-ca DNS:localhost,IP:127.0.0.1 &&
+        rm ca.key strangers-ca.key
 }
 
 if [[ $# -ne 1 ]]; then

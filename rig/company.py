@@ -1,0 +1,194 @@
+"""A daemon in the company of its real peers: broker, listener to the replies, stand-in cloud.
+
+To be used below run.sh: the ports are fixed, and the authority that the daemon trusts is mounted.
+"""
+
+import json
+import os
+import shutil
+import socket
+import subprocess
+import tempfile
+from pathlib import Path
+from types import TracebackType
+from typing import Any
+
+from paho.mqtt.client import Client, MQTTMessage
+
+from rig.cloud import Cloud
+from rig.processes import Process, eventually, expect, is_bound, text_of
+
+RIG = Path(__file__).parent
+BUILD = Path(os.environ.get("VEYRA_BUILD", RIG.parent / "build"))
+# The built program; another, such as an emulated one, may be named.
+DAEMON = os.environ.get("VEYRA_DAEMON_PROGRAM", str(BUILD / "lora-veyra-server"))
+AUTHORITIES = Path("/etc/ssl/certs")
+
+UPSTREAM_PORT = 1790
+CLOUD_PORT = 8443
+# Not the defaults, so that a setting that is not obeyed shows.
+BROKER_HOST = "127.0.0.2"
+BROKER_PORT = 1884
+DEVICE_ID = "DEVICE"
+GATEWAY_KEY = "00-11-22-33-44-55-66-77-88-99-AA-BB-CC-DD-EE-FF"
+GATEWAY_SECRET = "00112233-4455-6677-8899-aabbccddeeff" + DEVICE_ID
+
+
+def find_program(name: str) -> str:
+    path = shutil.which(name, path=os.environ["PATH"] + ":/usr/sbin")
+    expect(path, f"{name} is not installed")
+    return str(path)
+
+
+def run(*command: object) -> None:
+    subprocess.run([str(part) for part in command], check=True, stdout=subprocess.DEVNULL)
+
+
+def trust(certificates: Path) -> None:
+    """Puts the authority where the daemon looks for it, and another one beside it."""
+    view = certificates / "authorities"
+    shutil.copytree(AUTHORITIES, view, symlinks=True)
+    for file, name in (("ca", "DigiCert_Global_Root_CA"), ("strangers-ca", "Stranger")):
+        (view / f"{name}.pem").unlink(missing_ok=True)
+        shutil.copy(certificates / f"{file}.pem", view / f"{name}.pem")
+    run("openssl", "rehash", view)
+    run("mount", "--no-mtab", "--bind", view, AUTHORITIES)
+
+
+def check_in(path: str = "m1/x", number: int = 1, padding: int = 0) -> str:
+    data = {"type": "check_in", "id": number, "attributes": "p" * padding}
+    request = {"brantle_serial": "SN1", "data": data}
+    return json.dumps({"method": "POST", "path": path, "request": request})
+
+
+class Listener:
+    """Hears what is published on the broker, from a thread of its own."""
+
+    def __init__(self, topic: str, user: str = "", password: str = "") -> None:
+        self.messages: list[MQTTMessage] = []
+        self._subscribed = False
+        self._client = Client(client_id=f"listener-{topic}")
+        if user:
+            self._client.username_pw_set(user, password)
+        self._client.on_connect = lambda client, *_: client.subscribe(topic, 2)
+        self._client.on_subscribe = lambda *_: setattr(self, "_subscribed", True)
+        self._client.on_message = lambda _client, _data, message: self.messages.append(message)
+        self._client.reconnect_delay_set(0.05, 0.05)
+        self._client.connect(BROKER_HOST, BROKER_PORT)
+        self._client.loop_start()
+        expect(eventually(lambda: self._subscribed), "the listener is not subscribed")
+
+    def on(self, topic: str) -> list[MQTTMessage]:
+        return [message for message in self.messages if message.topic == topic]
+
+    def close(self) -> None:
+        self._client.disconnect()
+        self._client.loop_stop()
+
+
+class Company:
+    """All of it ends with the with-statement."""
+
+    def __init__(self, certificate: str = "cloud") -> None:
+        self.folder = Path(tempfile.mkdtemp(prefix="veyra-company-"))
+        certificates = self.folder / "certificates"
+        run(RIG / "make-certificates.sh", certificates)
+        trust(certificates)
+        key = certificates / f"{certificate}.key"
+        self.cloud = Cloud(key.with_suffix(".pem"), key, GATEWAY_SECRET, CLOUD_PORT)
+        self.broker: Process | None = None
+        self.daemon: Process | None = None
+        self.start_broker()
+        self.listener = Listener("lora/#")
+        self.set_device(json.dumps({"deviceId": DEVICE_ID}))
+        self.configuration: dict[str, Any] = {
+            "log": {"level": 50},
+            "udp": {"veyraPort": UPSTREAM_PORT},
+            "network": {
+                "gatewayKey": GATEWAY_KEY,
+                "veyraServer": f"https://localhost:{CLOUD_PORT}/api/",
+            },
+            "mqtt": {"enabled": True, "host": BROKER_HOST, "port": BROKER_PORT},
+        }
+
+    def __enter__(self) -> "Company":
+        return self
+
+    def __exit__(
+        self, _: type | None, error: BaseException | None, _trace: TracebackType | None
+    ) -> None:
+        if self.daemon:
+            self.daemon.kill()
+            expect("Sanitizer" not in self.daemon.errors(), self.daemon.errors())
+        if error:
+            print("--- end of the daemon's log\n" + "\n".join(self.log().splitlines()[-20:]))
+        self.listener.close()
+        self.kill_broker()
+        run("umount", "--no-mtab", AUTHORITIES)
+        shutil.rmtree(self.folder)
+
+    def start_broker(self, settings: str = "allow_anonymous true") -> None:
+        self.kill_broker()
+        file = self.folder / "broker.conf"
+        # Started by root it would turn into a user that may not read its files.
+        file.write_text(
+            f"listener {BROKER_PORT} {BROKER_HOST}\nuser root\nmax_queued_messages 0\n"
+            f"log_type all\n{settings}\n"
+        )
+        self.broker = Process([find_program("mosquitto"), "-c", file], self.folder, "broker")
+        expect(eventually(lambda: is_bound("tcp", BROKER_PORT)), "the broker does not listen")
+
+    def kill_broker(self) -> None:
+        if self.broker:
+            self.broker.kill()
+        self.broker = None
+
+    def listen(self, user: str = "", password: str = "") -> Listener:
+        self.listener.close()
+        self.listener = Listener("lora/#", user, password)
+        return self.listener
+
+    def set_device(self, text: str) -> None:
+        file = self.folder / "run/config/device_info.json"
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_text(text)
+
+    def start_daemon(
+        self, *options: object, program: str = DAEMON, environment: dict[str, str] | None = None
+    ) -> Process:
+        """Starts the daemon with the configuration as it is now, and does not wait for it."""
+        if self.daemon:
+            self.daemon.kill()
+        self.log_file.unlink(missing_ok=True)
+        file = self.folder / "daemon.conf"
+        file.write_text(json.dumps(self.configuration))
+        usual = ["-c", file, "-l", self.log_file, "--var-run", self.folder / "run"]
+        self.daemon = Process([program, *usual, *options], self.folder, "daemon", environment)
+        return self.daemon
+
+    def start_ready_daemon(self, **options: Any) -> Process:
+        daemon = self.start_daemon(**options)
+        # The port is tested before, and opened for good after this record.
+        expect(self.logged("Start VeyraReceiveFunction thread"), "the daemon does not start")
+        expect(eventually(lambda: is_bound("udp", UPSTREAM_PORT)), "the daemon does not listen")
+        return daemon
+
+    @property
+    def log_file(self) -> Path:
+        return self.folder / "daemon.log"
+
+    def log(self) -> str:
+        return text_of(self.log_file)
+
+    def logged(self, text: str, times: int = 1, seconds: float = 10) -> bool:
+        return eventually(lambda: self.log().count(text) >= times, seconds)
+
+    def send(self, datagram: str | bytes) -> None:
+        data = datagram.encode() if isinstance(datagram, str) else datagram
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
+            sender.sendto(data, ("127.0.0.1", UPSTREAM_PORT))
+
+    def replies(self, count: int = 0, seconds: float = 10) -> list[dict[str, Any]]:
+        """The messages on lora/veyra so far; waits until there are as many."""
+        eventually(lambda: len(self.listener.on("lora/veyra")) >= count, seconds)
+        return [json.loads(message.payload) for message in self.listener.on("lora/veyra")]

@@ -1,0 +1,86 @@
+"""Child programs, and waiting for what they do."""
+
+import os
+import signal
+import subprocess
+import time
+from collections.abc import Callable, Sequence
+from pathlib import Path
+
+
+def eventually(condition: Callable[[], object], seconds: float = 10) -> bool:
+    """Polls until the condition holds; False when it does not in time."""
+    end = time.monotonic() + seconds
+    while not condition():
+        if time.monotonic() > end:
+            return False
+        time.sleep(0.005)
+    return True
+
+
+def expect(holds: object, what: str) -> None:
+    if not holds:
+        raise AssertionError(what)
+
+
+def text_of(path: Path) -> str:
+    return path.read_text(errors="replace") if path.exists() else ""
+
+
+def is_bound(protocol: str, port: int) -> bool:
+    """Whether a socket waits at the port, looked at without touching it."""
+    return f":{port:04X} 00000000:0000 " in text_of(Path("/proc/net") / protocol)
+
+
+class Process:
+    """A child program; its output goes to NAME.out and NAME.err in the folder."""
+
+    def __init__(
+        self,
+        command: Sequence[object],
+        folder: Path,
+        name: str,
+        environment: dict[str, str] | None = None,
+    ) -> None:
+        self.out, self.err = folder / f"{name}.out", folder / f"{name}.err"
+        with self.out.open("wb") as out, self.err.open("wb") as err:
+            self._child = subprocess.Popen(
+                [str(part) for part in command],
+                stdin=subprocess.DEVNULL,
+                stdout=out,
+                stderr=err,
+                env={**os.environ, **(environment or {})},
+            )
+        self.proc = Path("/proc") / str(self._child.pid)
+
+    def wait(self, seconds: float = 10) -> int | None:
+        """The exit status, or minus the signal that ended it; None while it runs."""
+        try:
+            return self._child.wait(seconds)
+        except subprocess.TimeoutExpired:
+            return None
+
+    def end(self, number: int = signal.SIGTERM, seconds: float = 10) -> int | None:
+        self._child.send_signal(number)
+        return self.wait(seconds)
+
+    def kill(self) -> None:
+        self._child.kill()
+        self._child.wait()
+
+    def output(self) -> str:
+        return text_of(self.out)
+
+    def errors(self) -> str:
+        return text_of(self.err)
+
+    def count(self, folder: str) -> int:
+        """Entries of a folder of its /proc entry, such as fd or task."""
+        return len(list((self.proc / folder).iterdir()))
+
+    def resident_kib(self) -> int:
+        return int(text_of(self.proc / "status").split("VmRSS:")[1].split()[0])
+
+    def cpu_seconds(self) -> float:
+        fields = text_of(self.proc / "stat").rsplit(")", 1)[1].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
