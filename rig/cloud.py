@@ -92,7 +92,7 @@ class Server(ThreadingHTTPServer):
 
 
 class Cloud:
-    """Serves from threads of its own until the process ends."""
+    """Serves from threads of its own."""
 
     def __init__(self, certificate: Path, key: Path, secret: str, port: int) -> None:
         self.secret = secret
@@ -102,9 +102,13 @@ class Cloud:
         self._lock = threading.Lock()
         self.tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         self.tls.load_cert_chain(certificate, key)
-        server = Server(("127.0.0.1", port), Handler)
+        self._server = server = Server(("127.0.0.1", port), Handler)
         server.cloud = self  # type: ignore[attr-defined]
-        threading.Thread(target=server.serve_forever, daemon=True).start()
+        threading.Thread(target=server.serve_forever, args=(0.02,), daemon=True).start()
+
+    def close(self) -> None:
+        self._server.shutdown()
+        self._server.server_close()
 
     def take(self, request: Request) -> Answer:
         with self._lock:

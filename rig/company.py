@@ -9,6 +9,7 @@ import shutil
 import socket
 import subprocess
 import tempfile
+import time
 from pathlib import Path
 from types import TracebackType
 from typing import Any
@@ -22,6 +23,7 @@ RIG = Path(__file__).parent
 BUILD = Path(os.environ.get("VEYRA_BUILD", RIG.parent / "build"))
 # The built program; another, such as an emulated one, may be named.
 DAEMON = os.environ.get("VEYRA_DAEMON_PROGRAM", str(BUILD / "lora-veyra-server"))
+SANITIZED = bool(os.environ.get("VEYRA_SANITIZE"))  # needs more of everything
 AUTHORITIES = Path("/etc/ssl/certs")
 
 UPSTREAM_PORT = 1790
@@ -41,7 +43,8 @@ def find_program(name: str) -> str:
 
 
 def run(*command: object) -> None:
-    subprocess.run([str(part) for part in command], check=True, stdout=subprocess.DEVNULL)
+    done = subprocess.run([str(part) for part in command], capture_output=True, text=True)
+    expect(done.returncode == 0, f"{command}: {done.stderr}")
 
 
 def trust(certificates: Path) -> None:
@@ -86,6 +89,43 @@ class Listener:
         self._client.loop_stop()
 
 
+class Supervisor:
+    """Hears what the daemon tells a supervisor, with the time."""
+
+    def __init__(self, name: str) -> None:
+        self.name = name  # "@" for an abstract one
+        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM | socket.SOCK_NONBLOCK)
+        self._socket.bind(name.replace("@", "\0"))
+        self._heard: list[tuple[str, float]] = []
+        self.close = self._socket.close
+
+    def heard(self) -> list[str]:
+        return [text for text, _ in self.timed()]
+
+    def timed(self) -> list[tuple[str, float]]:
+        try:
+            while True:
+                self._heard.append((self._socket.recv(99).decode(), time.monotonic()))
+        except BlockingIOError:
+            return self._heard
+
+    def clear(self) -> None:
+        self.timed().clear()
+
+
+def replace_syslog() -> socket.socket:
+    """A /dev of this namespace's own, with a socket in the syslog daemon's place."""
+    run("mount", "-t", "tmpfs", "dev", "/mnt")
+    for node in ("null", "urandom"):
+        (Path("/mnt") / node).touch()
+        run("mount", "--bind", f"/dev/{node}", f"/mnt/{node}")
+    run("mount", "--move", "/mnt", "/dev")
+    syslog = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+    syslog.bind("/dev/log")
+    syslog.settimeout(5)
+    return syslog
+
+
 class Company:
     """All of it ends with the with-statement."""
 
@@ -98,6 +138,7 @@ class Company:
         self.cloud = Cloud(key.with_suffix(".pem"), key, GATEWAY_SECRET, CLOUD_PORT)
         self.broker: Process | None = None
         self.daemon: Process | None = None
+        self.supervisor = Supervisor(str(self.folder / "notify"))
         self.start_broker()
         self.listener = Listener("lora/#")
         self.set_device(json.dumps({"deviceId": DEVICE_ID}))
@@ -124,6 +165,8 @@ class Company:
             print("--- end of the daemon's log\n" + "\n".join(self.log().splitlines()[-20:]))
         self.listener.close()
         self.kill_broker()
+        self.cloud.close()
+        self.supervisor.close()
         run("umount", "--no-mtab", AUTHORITIES)
         shutil.rmtree(self.folder)
 
@@ -137,6 +180,17 @@ class Company:
         )
         self.broker = Process([find_program("mosquitto"), "-c", file], self.folder, "broker")
         expect(eventually(lambda: is_bound("tcp", BROKER_PORT)), "the broker does not listen")
+
+    def start_broker_with_passwords(self, access: str = "topic readwrite lora/#") -> None:
+        """The broker asks for names from now on; the daemon has the rights of `access`."""
+        passwords, rights = self.folder / "passwords", self.folder / "rights"
+        passwords.touch(0o600)
+        for user in ("lora", "listener"):
+            run(find_program("mosquitto_passwd"), "-b", passwords, user, "secret")
+        rights.write_text(f"user lora\n{access}\nuser listener\ntopic read lora/#\n")
+        self.start_broker(f"allow_anonymous false\npassword_file {passwords}\nacl_file {rights}")
+        self.listen("listener", "secret")
+        self.configuration["mqtt"].update(username="lora", password="secret")
 
     def kill_broker(self) -> None:
         if self.broker:
@@ -166,11 +220,12 @@ class Company:
         self.daemon = Process([program, *usual, *options], self.folder, "daemon", environment)
         return self.daemon
 
-    def start_ready_daemon(self, **options: Any) -> Process:
-        daemon = self.start_daemon(**options)
-        # The port is tested before, and opened for good after this record.
-        expect(self.logged("Start VeyraReceiveFunction thread"), "the daemon does not start")
-        expect(eventually(lambda: is_bound("udp", UPSTREAM_PORT)), "the daemon does not listen")
+    def start_ready_daemon(self, environment: dict[str, str] | None = None) -> Process:
+        """Starts it as a supervisor would, and waits until it has opened its port for good."""
+        self.supervisor.clear()
+        notify = {"NOTIFY_SOCKET": self.supervisor.name}
+        daemon = self.start_daemon(environment={**notify, **(environment or {})})
+        expect(eventually(lambda: "READY=1" in self.supervisor.heard()), "the daemon is not ready")
         return daemon
 
     @property

@@ -24,7 +24,7 @@ def expect(holds: object, what: str) -> None:
 
 
 def text_of(path: Path) -> str:
-    return path.read_text(errors="replace") if path.exists() else ""
+    return path.read_bytes().decode(errors="replace") if path.exists() else ""
 
 
 def is_bound(protocol: str, port: int) -> bool:

@@ -1,7 +1,9 @@
 #include "VeyraServer/CircuitBreaker.h"
-#include "support/FakeClock.h"
+#include "support/Fakes.h"
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 namespace {
 
@@ -43,6 +45,20 @@ TEST(CircuitBreaker, RefusesAtTheInstantItReopens) {
     EXPECT_FALSE(breaker.allowsRequest());
     ++fakeNowMs;
     EXPECT_TRUE(breaker.allowsRequest());
+}
+
+TEST(CircuitBreaker, JitterIsUpToASecond) {
+    std::uint64_t least = 1000;
+    std::uint64_t most = 0;
+    for (int i = 0; i < 1000; ++i) {
+        CircuitBreaker breaker{1, 0, 0};
+        fail(breaker, 1);
+        least = std::min(least, breaker.openUntilMs - fakeNowMs);
+        most = std::max(most, breaker.openUntilMs - fakeNowMs);
+    }
+    EXPECT_LT(least, 50U);
+    EXPECT_GT(most, 950U);
+    EXPECT_LT(most, 1000U);
 }
 
 TEST(CircuitBreaker, SuccessClosesItAndStartsOverFrom5000) {

@@ -1,34 +1,148 @@
+// The broker worker and its client against a fake clock and a fake broker library: what they ask of
+// it, to the millisecond.
+#include "common/ProcessState.h"
+#include "mqtt/Mosquitto.h"
 #include "mqtt/MqttQueue.h"
-#include "mqtt/Supervision.h"
+#include "mqtt/MqttThread.h"
+#include "support/Fakes.h"
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <fcntl.h>
+#include <functional>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
-TEST(MqttQueue, KeepsOrderAndCopies) {
-    std::string payload("a\0b", 3);
+namespace {
+
+using Calls = std::vector<std::string>;
+
+Json::Value brokerSection(const std::string& members) {
+    Json::Value section;
+    EXPECT_TRUE(Json::Reader().parse("{\"enabled\":true" + members + "}", section));
+    return section;
+}
+
+// What a worker asks within `ms` of its start, after what start-up does; `atPass` is called
+// whenever it pauses, with the time since the start.
+Calls worker(
+    unsigned ms, const std::function<void(unsigned)>& atPause = [](unsigned) {}) {
+    fakeBroker.startMs = fakeNowMs = 700000;
+    roleVeyra = true;
+    configurationForStartup()["mqtt"] = brokerSection("");
+    mqttClient = createMqttClient();
+    fakeBroker.calls.clear();
+    afterSleep = [&] {
+        fakeBroker.deliverEchoes();
+        const auto nowMs = static_cast<unsigned>(fakeNowMs - fakeBroker.startMs);
+        atPause(nowMs);
+        shutdownRequested = nowMs >= ms ? 1 : 0;
+    };
+    MqttThreadFunction(nullptr);
+    return fakeBroker.calls;
+}
+
+const std::string keepalive = "publish lora/veyra_keepalive [] 1";
+
+Calls rebuilt(unsigned ms) {
+    const auto at = [](unsigned time, const std::string& what) {
+        return std::to_string(time) + " " + what;
+    };
+    return {at(ms, "disconnect"),
+            at(ms, "disconnect"),
+            at(ms, "loop_stop by force"),
+            at(ms, "destroyed"),
+            at(ms + 1000, "client VEYRA_SERVER clean"),
+            at(ms + 1000, "connect 127.0.0.1:1883 5"),
+            at(ms + 1000, "subscribe lora/veyra_keepalive 2"),
+            at(ms + 3000, keepalive)};
+}
+
+Calls operator+(Calls first, const Calls& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+} // namespace
+
+TEST(Worker, KeepsAHealthyLinkWithAKeepaliveEveryFiveSeconds) {
+    EXPECT_EQ(worker(40000),
+              (Calls{"100 " + keepalive, "5110 " + keepalive, "10120 " + keepalive,
+                     "15130 " + keepalive, "20140 " + keepalive, "25150 " + keepalive,
+                     "30160 " + keepalive, "35170 " + keepalive}));
+}
+
+TEST(Worker, RebuildsTheClientAfterThirtySecondsWithoutAnEchoAndEveryNineThen) {
+    fakeBroker.echoes = false;
+    const Calls beat = {"100 " + keepalive,   "5110 " + keepalive,  "10120 " + keepalive,
+                        "15130 " + keepalive, "20140 " + keepalive, "25150 " + keepalive};
+    EXPECT_EQ(worker(50000), beat + rebuilt(30010) + Calls{"39010 " + keepalive} + rebuilt(39010) +
+                                 Calls{"48010 " + keepalive} + rebuilt(48010));
+}
+
+TEST(Worker, TrustsANewClientThatHearsItsKeepalive) {
+    fakeBroker.echoes = false;
+    const Calls calls = worker(50000, [](unsigned ms) { fakeBroker.echoes = ms > 30000; });
+    EXPECT_EQ(Calls(calls.end() - 4, calls.end()),
+              (Calls{"33010 " + keepalive, "39010 " + keepalive, "44020 " + keepalive,
+                     "49030 " + keepalive}));
+}
+
+TEST(Worker, RebuildsAtOnceWhatDoesNotConnectAndPublishesTheQueueWhenItDoes) {
+    fakeBroker.accepts = false;
+    mqttQueue.push_back(nullptr); // is skipped
+    const std::string payload("a\0b", 3);
     EXPECT_TRUE(enqueueMqttMessage("tag", "veyra", payload.data(), 3));
-    payload.assign("XXX");
     EXPECT_TRUE(enqueueMqttMessage("", "other", "", 0));
-    ASSERT_EQ(mqttQueue.size(), 2U);
-    EXPECT_EQ(std::memcmp(mqttQueue[0]->payload.get(), "a\0b\0", 4), 0);
-    EXPECT_EQ(mqttQueue[0]->length, 3);
-    EXPECT_EQ(mqttQueue[0]->tag, "tag");
-    EXPECT_EQ(mqttQueue[1]->topic, "other");
-    EXPECT_EQ(mqttQueue[1]->length, 0);
-    EXPECT_EQ(mqttQueue[1]->payload[0], 0);
-    mqttQueue.clear();
+    const Calls wanted = {"9100 " + keepalive, "9100 publish lora/veyra [" + payload + "] 1",
+                          "9100 publish lora/other [] 1"};
+    EXPECT_EQ(worker(9200, [](unsigned) { fakeBroker.accepts = true; }),
+              Calls{"100 " + keepalive} + rebuilt(100) + wanted);
 }
 
-TEST(Supervision, KeepaliveIsDueAfterMoreThanFiveSeconds) {
-    EXPECT_FALSE(keepaliveIsDue(15000, 10000));
-    EXPECT_TRUE(keepaliveIsDue(15001, 10000));
-    EXPECT_TRUE(keepaliveIsDue(9999, 10000)) << "a clock that went back sends at once";
+TEST(Worker, PausesBetweenLooksIntoAnEmptyQueueAndBeforeItEnds) {
+    std::vector<unsigned> pauses;
+    worker(130, [&](unsigned ms) { pauses.push_back(ms); });
+    EXPECT_EQ(pauses, (std::vector<unsigned>{100, 110, 120, 130, 230}));
+    pauses.clear();
+    fakeBroker.calls.clear();
+    EXPECT_EQ(worker(100, [&](unsigned ms) { pauses.push_back(ms); }), Calls{});
+    EXPECT_EQ(pauses, (std::vector<unsigned>{100})) << "a stop before its first pass";
 }
 
-TEST(Supervision, LinkIsHealthyWhileTheEchoIsYoungerThanThirtySeconds) {
-    EXPECT_TRUE(linkIsHealthy(true, 40000, 10000));
-    EXPECT_FALSE(linkIsHealthy(true, 40001, 10000));
-    EXPECT_TRUE(linkIsHealthy(true, 9000, 10000)) << "the clock went back";
-    EXPECT_FALSE(linkIsHealthy(false, 10000, 10000));
+TEST(Client, TakesHostPortAndCredentialsInPairs) {
+    const struct {
+        const char* members;
+        const char* login;
+        const char* connect;
+    } cases[] = {
+        {R"(,"host":"h","port":1)", "", "0 connect h:1 5"},
+        {R"(,"host":"h","username":"u")", "", "0 connect 127.0.0.1:1883 5"},
+        {R"(,"port":1,"password":"p")", "", "0 connect 127.0.0.1:1883 5"},
+        {R"(,"username":"u","password":"p")", "0 login u p", "0 connect 127.0.0.1:1883 5"}};
+    for (const auto& c : cases) {
+        configurationForStartup()["mqtt"] = brokerSection(c.members);
+        fakeBroker.calls.clear();
+        delete createMqttClient();
+        const std::string login = fakeBroker.calls.at(1);
+        EXPECT_EQ(login == c.connect ? "" : login, c.login) << c.members;
+        EXPECT_EQ(fakeBroker.calls.at(login == c.connect ? 1 : 2), c.connect) << c.members;
+    }
+}
+
+TEST(Client, SendsWithoutDelayAndKnowsWhenTheLinkIsLost) {
+    fakeBroker.socket = socket(AF_INET, SOCK_STREAM, 0);
+    Mosquitto client("VEYRA_SERVER-2", "h", 1);
+    EXPECT_EQ(fakeBroker.subscription, "lora/veyra_keepalive") << "the prefix decides";
+    int on = 0;
+    socklen_t length = sizeof on;
+    getsockopt(fakeBroker.socket, IPPROTO_TCP, TCP_NODELAY, &on, &length);
+    EXPECT_NE(on, 0);
+    EXPECT_TRUE(client.isConnected());
+    EXPECT_TRUE(client.sendMessage("t", "x", 1));
+    EXPECT_EQ(fakeBroker.calls.back(), "0 publish t [x] 1");
+    client.on_disconnect(7);
+    EXPECT_FALSE(client.isConnected());
 }

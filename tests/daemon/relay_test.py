@@ -1,0 +1,200 @@
+"""Datagrams on their way through the built program, with good and with faulty clouds."""
+
+import gzip
+import json
+import re
+import signal
+import time
+from datetime import datetime
+from typing import Any
+from unittest import TestCase, skipIf
+
+from rig.cloud import Answer
+from rig.company import SANITIZED, Company, check_in
+from rig.processes import eventually
+
+NORMAL = '{"accepted": true}'
+
+
+class Relay(TestCase):
+    def test_signs_requests_and_publishes_the_answers(self) -> None:
+        cases: list[tuple[Any, str, str]] = [  # method of the datagram, of the reply, on the wire
+            ("PUT", "PUT", "PUT"),
+            ("GET", "GET", "GET"),
+            ("put", "put", "POST"),
+            (7, "POST", "POST"),
+            (None, "POST", "POST"),
+        ]
+        with Company() as company:
+            company.start_ready_daemon({"TZ": "Pacific/Auckland"})
+            for method, _, _ in cases:
+                request = {"brantle_serial": " SN1", "token": "x", "data": {"id": 4}}
+                datagram = {"method": method, "path": "m1/SN1/x", "request": request}
+                company.send(json.dumps(datagram))
+            company.send('{"path":"p","request":{}}')
+            replies = company.replies(len(cases) + 1)
+            stamps = [request.headers["X-API-TIMESTAMP"] for request in company.cloud.requests]
+            for (_, replied, sent), reply, seen in zip(cases, replies, company.cloud.requests):
+                self.assertEqual(seen.verdict, "signature valid")
+                self.assertEqual((seen.method, seen.path), (sent, "/api/m1/SN1/x"))
+                self.assertEqual(seen.headers["X-API-SERIAL"], "SN1")
+                self.assertEqual(seen.body, "" if sent == "GET" else '{"data":{"id":4}}\n')
+                result = {"accepted": True, "id": None if sent == "GET" else 4}
+                result["number"] = seen.number
+                stamp = seen.headers["X-API-TIMESTAMP"]
+                wanted = {"method": replied, "path": "m1/SN1/x", "result": result}
+                self.assertEqual(reply, {**wanted, "timestamp": stamp})
+            self.assertEqual(company.cloud.requests[-1].headers["X-API-SERIAL"], "")
+            self.assertIn("gzip", company.cloud.requests[0].headers["Accept-Encoding"])
+            for stamp in stamps:
+                self.assertLess(abs(datetime.fromisoformat(stamp).timestamp() - time.time()), 5)
+            # Microseconds, of which a thousandth at most is below a millisecond.
+            self.assertTrue(any(int(stamp[-7:-1]) >= 1000 for stamp in stamps), stamps)
+            for message in company.listener.on("lora/veyra"):
+                self.assertEqual((message.qos, message.retain), (1, False))
+                self.assertRegex(message.payload.decode(), r'^\{"method":".*"\}$')
+                self.assertFalse(message.payload.endswith(b"\n"))
+
+    def test_signs_with_the_secret_of_key_and_device(self) -> None:
+        whole = "00112233-4455-6677-8899-aabbccddeeff"
+        digits = whole.replace("-", "").upper()
+        cases = [  # the device file, the gateway key, the secret; without one it aborts
+            ('{"uuid":"x","deviceId":"\\n dev "}', " 00:11-" + digits[4:] + "\t", whole + "dev"),
+            ('{"deviceId":7}', "fffaa" + digits[1:], "a" + whole[1:]),
+            ("[]", "abc", "00000000-0000-0000-0000-000000000abc"),
+            ("", "no key 12", "00000000-0000-0000-0000-000000000012"),
+            ('{"deviceId":"d"}', "g" + digits, "d"),
+            ('{"uuid":" %s ","deviceId":"d"}' % digits, None, whole + "d"),
+            ('{"uuid":"0123456789abcdefghij"}', " ", "01234567-89ab-cdef-ghij-"),
+            ('{"uuid":"0123456789abcdefghi"}', 5, None),
+            ('{"uuid":"%s",}' % digits, None, None),
+            ('[{"uuid":"%s"}]' % digits, None, None),
+            ('{"uuid":"%s","x":%s' % (digits, "[" * 2000), None, None),
+        ]
+        with Company() as company:
+            for number, (device, key, secret) in enumerate(cases):
+                company.set_device(device)
+                company.configuration["network"]["gatewayKey"] = key
+                if secret is None:
+                    self.assertEqual(company.start_daemon().wait(), -signal.SIGABRT, device)
+                else:
+                    company.cloud.secret = secret
+                    company.start_ready_daemon()
+                    company.send(check_in())
+                    self.assertEqual(len(company.replies(number + 1)), number + 1, device)
+
+    def test_reacts_to_every_kind_of_answer(self) -> None:
+        deep = "[" * 900 + "]" * 900
+        packed = Answer(body=gzip.compress(b"[5]"), headers={"Content-Encoding": "gzip"})
+        cases: list[tuple[Answer, Any, str]] = [  # the result published, None without a reply
+            (Answer(201), "normal", "TRACE POST code: 201 response:[{"),
+            (Answer(202), None, "ERROR POST failed CODE:202 BODY:[{"),
+            (Answer(body=b"ok"), "null", "TRACE POST code: 200 Unable parse text as JSON [ok]"),
+            (Answer(body=b'{"a":1,'), "null", "Unable parse text as JSON"),
+            (Answer(body=b'["a\0b"]'), "null", "Unable parse text as JSON"),
+            (Answer(body=b"[7]\0]"), "[7]", "TRACE POST code: 200 response:["),
+            (Answer(body=b""), "null", "Unable parse text as JSON []"),
+            (Answer(body=deep.encode()), deep, "response:[[["),
+            (packed, "[5]", "[5]"),
+            (Answer(204), None, "ERROR POST failed CODE:204 BODY:[]"),
+            (Answer(500), None, "ERROR POST failed CODE:500 BODY:[{"),
+            (Answer(307, headers={"Location": "/api/moved/m1/x"}), "normal", "response:[{"),
+            (Answer(cut=True), None, "ERROR CURL call to Server failed - "),
+            (Answer(stall_s=0.3), "normal", "response:[{"),
+        ]
+        failures = 0
+        wanted: list[str] = []
+        with Company() as company:
+            company.start_ready_daemon()
+            for answer, result, record in cases:
+                before = company.log().count(record)
+                company.cloud.answers.append(answer)
+                company.send(check_in())
+                self.assertTrue(company.logged(record, before + 1), record)
+                if result is None:
+                    failures += 1
+                    failed = company.logged("ERROR Curl call failed m1/x\n", failures)
+                    self.assertTrue(failed, record)
+                else:
+                    wanted.append(result)
+                    reply = company.replies(len(wanted))[-1]["result"]
+                    normal = isinstance(reply, dict) and reply["accepted"]
+                    self.assertEqual("normal" if normal else json.dumps(reply), result)
+            self.assertEqual(len(company.replies()), len(wanted))
+            self.assertEqual(company.log().count("Curl call failed"), failures)
+            self.assertEqual(company.log().count("Server URL: [https://localhost:8443/api/"), 14)
+
+    def test_trusts_the_configured_authority_for_its_own_host_alone(self) -> None:
+        for certificate in ("stranger", "elsewhere"):
+            with Company(certificate) as company:
+                company.start_ready_daemon()
+                company.send(check_in())
+                self.assertTrue(company.logged("ERROR CURL call to Server failed - SSL "))
+                self.assertEqual(company.cloud.requests, [])
+
+    def test_rejects_what_is_no_request_with_one_record_each(self) -> None:
+        members = 'Invalid JSON expected "path" and "request" members.\n'
+        cut = check_in(padding=16384)
+        cases = [
+            ("no json", "Failed to parse JSON no json\n"),
+            (" null ", "Invalid JSON was nullValue  null \n"),
+            ("[]", "Expected JSON object []\n"),
+            ('{"path":"p"}', members),
+            ('{"request":{}}', members),
+            ("{}\0" + check_in(), members),
+            ('{"path":5,"request":{}}', 'EXCEPTION: Failed to parse JSON [{"path":5,"request":{}}]'),
+            ('{"path":"p","request":null}', 'EXCEPTION: Failed to parse JSON [{"path":"p","reque'),
+            ("[" * 3000, "EXCEPTION: Failed to parse JSON [[[["),
+            (cut, "Failed to parse JSON " + cut[:16384] + "\n"),
+        ]
+        with Company() as company:
+            company.start_ready_daemon()
+            for number, (datagram, record) in enumerate(cases, 1):
+                company.send(datagram)
+                self.assertTrue(company.logged("Z ERROR ", number), record)
+                self.assertTrue(company.log().rpartition("Z ERROR ")[2].startswith(record), record)
+            company.send("")
+            company.send(check_in(padding=16384 - len(check_in())))
+            self.assertEqual(len(company.replies(1)), 1)
+            self.assertEqual(company.log().count("Z ERROR "), len(cases))
+            counts = re.findall(r"TRACE Parse upstream message (\d+) bytes", company.log())
+            self.assertEqual(counts[-2:], ["16384", "16384"])
+            self.assertEqual(len(counts), len(cases) + 1, "an empty datagram is none")
+
+    def test_leaves_a_failing_cloud_alone(self) -> None:
+        record = "WARNING Circuit is broken, too many failed requests, backoff "
+        # What an integer in the configuration means: 1, whatever its value.
+        integers = {"breakerThreshold": 25, "breakerTime": 60000}
+        for section, failures, least_ms, most_ms in (({}, 10, 4000, 6000), (integers, 1, 0, 6000)):
+            with Company() as company:
+                company.configuration["veyra"] = section
+                company.start_ready_daemon()
+                company.cloud.answers.extend([Answer(500)] * (failures - 1) + [Answer()])
+                company.cloud.answers.extend([Answer(500)] * failures)
+                for _ in range(2 * failures):
+                    company.send(check_in())
+                company.send('{"path":5,"request":{}}')  # types are looked at after the breaker
+                self.assertTrue(company.logged(record))
+                self.assertEqual(len(company.cloud.requests), 2 * failures)
+                self.assertEqual(len(company.replies(1)), 1)
+                backoff_ms = int(company.log().partition(record)[2].split(" ms\n")[0])
+                self.assertTrue(least_ms <= backoff_ms <= most_ms, backoff_ms)
+
+    @skipIf(SANITIZED, "sanitizers keep freed memory")
+    def test_gives_back_what_a_large_answer_took(self) -> None:
+        body = json.dumps([{"a": i, "b": "text", "c": [i, None]} for i in range(150000)]).encode()
+        with Company() as company:
+            company.configuration["log"]["level"] = 30
+            daemon = company.start_ready_daemon()
+            company.send(check_in())
+            company.replies(1)
+            before = daemon.resident_kib()
+            for answer in (Answer(body=body), Answer(body=body[:-2]), Answer(500, body=body)):
+                company.cloud.answers.append(answer)
+                company.send(check_in())
+            for number in range(3):
+                company.send(check_in(number=number))
+            self.assertEqual(len(company.replies(6)), 6)
+            self.assertGreater(len(company.listener.on("lora/veyra")[1].payload), 5000000)
+            eventually(lambda: daemon.resident_kib() < before + 2048, 2)
+            self.assertLess(daemon.resident_kib(), before + 2048)
