@@ -129,13 +129,12 @@ def replace_syslog() -> socket.socket:
 class Company:
     """All of it ends with the with-statement."""
 
-    def __init__(self, certificate: str = "cloud") -> None:
+    def __init__(self) -> None:
         self.folder = Path(tempfile.mkdtemp(prefix="veyra-company-"))
         certificates = self.folder / "certificates"
         run(RIG / "make-certificates.sh", certificates)
         trust(certificates)
-        key = certificates / f"{certificate}.key"
-        self.cloud = Cloud(key.with_suffix(".pem"), key, GATEWAY_SECRET, CLOUD_PORT)
+        self.cloud = self.make_cloud("cloud")
         self.broker: Process | None = None
         self.daemon: Process | None = None
         self.supervisor = Supervisor(str(self.folder / "notify"))
@@ -169,6 +168,11 @@ class Company:
         self.supervisor.close()
         run("umount", "--no-mtab", AUTHORITIES)
         shutil.rmtree(self.folder)
+
+    def make_cloud(self, certificate: str) -> Cloud:
+        """With the certificate of that name that make-certificates.sh makes."""
+        key = self.folder / "certificates" / f"{certificate}.key"
+        return Cloud(key.with_suffix(".pem"), key, GATEWAY_SECRET, CLOUD_PORT)
 
     def start_broker(self, settings: str = "allow_anonymous true") -> None:
         self.kill_broker()

@@ -1,7 +1,6 @@
-"""The daemon's link to a real broker that refuses, comes and goes, or keeps the echo to itself."""
+# The daemon's link to a real broker that refuses, stays, or comes and goes.
 
 import os
-import re
 from unittest import TestCase
 
 from rig.company import SANITIZED, Company, check_in
@@ -36,6 +35,7 @@ class BrokerLink(TestCase):
             for restart in range(1, 1 + int(os.environ.get("VEYRA_BROKER_RESTARTS", 2))):
                 company.kill_broker()
                 self.assertTrue(company.logged(DISCONNECTED + "0 Keepalive: ", restart))
+                self.assertRegex(company.log(), r"Keepalive: \d{1,5}\.\n")
                 for _ in range(3):
                     company.send(check_in(number=sent))
                     sent += 1
@@ -58,16 +58,6 @@ class BrokerLink(TestCase):
             self.assertLess(daemon.cpu_seconds() - spent_s, 3)
             self.assertEqual({m.payload for m in heard("lora/veyra_keepalive")}, {b""})
             self.assertEqual(daemon.end(), 0)
-
-    def test_is_rebuilt_when_the_echo_stays_away(self) -> None:
-        with Company() as company:
-            company.start_broker_with_passwords("topic write lora/#")
-            company.start_ready_daemon()
-            record = DISCONNECTED + "1 Keepalive: "
-            self.assertTrue(company.logged(record, 2, 50))
-            first_ms, second_ms = map(int, re.findall(record + r"(\d+)\.\n", company.log()))
-            self.assertTrue(30000 < first_ms < 32000, first_ms)
-            self.assertTrue(9000 <= second_ms - first_ms < 11000, second_ms)
 
     def test_relays_ten_thousand_in_order_over_one_connection_in_flat_memory(self) -> None:
         with Company() as company:

@@ -1,4 +1,4 @@
-"""How the built program starts, fails to start, is supervised and ends."""
+# How the built program starts, fails to start, is supervised and ends.
 
 import random
 import signal
@@ -23,39 +23,36 @@ WEDGE = '{"path":"p","request":{"brantle_serial":{}}}'
 class Start(TestCase):
     def test_ends_with_the_status_of_each_fault(self) -> None:
         with Company() as company:
-            bare = company.folder / "bare.conf"
             nested = company.folder / "nested.conf"
             nested.write_text('{"a":' + "[" * 2000)
-            bare.write_text("{,}")
             for file, record in (
                 ("/nowhere", "ERROR Configuration file not found [/nowhere]\n"),
                 ("/", "ERROR Failed to parse config file [/], invalid JSON\n"),
-                (bare, f"ERROR Failed to parse config file [{bare}], invalid JSON\n"),
                 (nested, f"ERROR Failed to parse config file [{nested}], invalid JSON\n"),
             ):
                 self.assertEqual(company.start_daemon("-c", file).wait(), 1)
-                self.assertTrue(company.log().endswith(record), record)
+                self.assertEqual(company.log()[25:], record)
                 without_log = Process([DAEMON, "-c", file], company.folder, "without-log")
-                self.assertEqual(without_log.wait(), 1)
-                self.assertTrue(without_log.errors().endswith(record), record)
+                self.assertEqual((without_log.wait(), without_log.errors()[25:]), (1, record))
             self.assertEqual(company.start_daemon("-l").wait(), -signal.SIGABRT)
             for option, text in (
-                ("--version", "ZEP LoRa VEYRA Server - Version 2.4.22\r\n"),
+                ("--version", "ZEP LoRa VEYRA Server - Version 2.4.22\r\n\\Z"),
                 ("-help", "Tarnwick Lora VEYRA Server v2.4.22\n\nUsage: "),
                 ("--help", "Tarnwick Lora VEYRA Server v2.4.22\n\nUsage: "),
             ):
                 banner = company.start_daemon(option, "-c")  # what follows is not looked at
                 self.assertEqual((banner.wait(), company.log()), (0, ""))
-                self.assertTrue(banner.output().startswith(text), text)
+                self.assertRegex(banner.output(), "^" + text)
             # Unknown options are ignored; a value is looked at as an option in turn.
             other = company.folder / "other.log"
             daemon = company.start_daemon("--c", "/x", "-version", "help", "-c", "-l", other)
             self.assertEqual(daemon.wait(), 1)
             self.assertIn("Configuration file not found [-l]", other.read_text())
             lost = company.start_daemon("-c", "/nowhere", "-l", "/nowhere/log")
+            wanted = (r"^Cannot open log file \[/nowhere/log\]: No such file or directory\n"
+                      r"\S+ ERROR Configuration file not found \[/nowhere\]\n\Z")
             self.assertEqual(lost.wait(), 1)
-            self.assertIn("Cannot open log file [/nowhere/log]: No such file", lost.errors())
-            self.assertIn("Z ERROR Configuration file not found [/nowhere]\n", lost.errors())
+            self.assertRegex(lost.errors(), wanted)
             unlicensed = company.start_daemon(program=str(BUILD / "tests/unlicensed-server"))
             self.assertEqual((unlicensed.wait(), company.log()), (1, ""))
             self.assertEqual(unlicensed.errors().count("\n"), 1)
@@ -68,15 +65,13 @@ class Start(TestCase):
             for enabled in (None, False):
                 company.configuration["mqtt"]["enabled"] = enabled
                 self.assertEqual(company.start_daemon().wait(), 0)
-                for part in (
-                    "INFO Lora VEYRA Server started, version 2.4.22\n",
-                    "INFO VEYRA Server Config --------------------- \r\n{\n",
-                    '"console" : null', '"syslog" : null', '"veyraPort" : 1790',
-                    "INFO -------------------------------------------\n",
-                    "ERROR MQTT must be enabled.\n",
-                ):
-                    self.assertEqual(company.log().count(part), 1, part)
-                self.assertNotIn("TRACE", company.log())
+                wanted = (
+                    r"^\S+ INFO Lora VEYRA Server started, version 2.4.22\n"
+                    r"\S+ INFO VEYRA Server Config --------------------- \r\n\{\n"
+                    r'[^Z]*"console" : null[^Z]*"syslog" : null[^Z]*"veyraPort" : 1790[^Z]*'
+                    r"Z INFO -------------------------------------------\n"
+                    r"\S+ ERROR MQTT must be enabled.\n\Z")
+                self.assertRegex(company.log(), wanted)
             company.configuration["log"] = {"level": 10}
             for to_syslog in (False, True):
                 for to_console in (False, True):
@@ -118,10 +113,9 @@ class Start(TestCase):
     @skipIf(EMULATED, "the emulator needs threads")
     def test_goes_on_without_threads_until_there_are_some(self) -> None:
         with Company() as company:
-            self.assertEqual(company.start_daemon(
-                environment={**NO_THREADS, "NO_THREADS": "w1"}).wait(), 0)
-            self.assertTrue(company.logged(
-                "ERROR File src/VeyraServer Line 308: Unable to create mqtt thread   Error #11\n"))
+            daemon = company.start_daemon(environment={**NO_THREADS, "NO_THREADS": "w1"})
+            text = "File src/VeyraServer Line 308: Unable to create mqtt thread   Error #11"
+            self.assertEqual((daemon.wait(), daemon.errors()), (0, text))
             daemon = company.start_ready_daemon({**NO_THREADS, "NO_THREADS": "l1"})
             company.send(check_in())
             self.assertEqual(len(company.replies(1, 30)), 1, "the rebuilt client has a thread")
@@ -180,8 +174,8 @@ class Supervision(TestCase):
             for (_, before), (_, after) in zip(heard[2:], heard[3:]):
                 self.assertTrue(0.9 < after - before < 1.5, heard)
             company.send(WEDGE)
-            self.assertTrue(company.logged("ERROR Exception caught during CURL call to [https:"))
             self.assertTrue(company.logged("ERROR Curl call failed p\n"))
+            self.assertIn("ERROR Exception caught during CURL call to [https:", company.log())
             company.send(check_in("m1/second"))
             self.assertTrue(company.logged("Curl Request https:", 102))
             company.supervisor.clear()

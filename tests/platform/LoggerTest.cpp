@@ -62,8 +62,6 @@ TEST_F(LogFile, PrintsLevelsUpToTheThreshold) {
         EXPECT_EQ(ZEP::Logger::isPrintable(10), threshold >= 10);
         EXPECT_EQ(ZEP::Logger::isPrintable(50), threshold >= 50);
     }
-    ZEP::Logger::setPrintLevel(40, true);
-    EXPECT_EQ(content().substr(24), " INFO Print level set to 40\n");
 }
 
 TEST(LogRecord, HasTheDateThatTheCalendarHas) {
