@@ -46,12 +46,14 @@ TEST(Signature, TokenIsTheDigestOfItsPartsWithoutSeparators) {
               "e9f90bac2c36544afeacbee035e759b86850c01d7799383799474917880dac91");
     digestsFail = true;
     EXPECT_THROW(makeRequestToken("a", "b", "c"), std::runtime_error);
+    digestsFail = false;
 }
 
 TEST(CloudRequest, IsNotMadeWithoutAHandleOrAHeader) {
     Json::Value none;
     EXPECT_FALSE(sendCloudRequest(nullptr, "https://localhost/", none, none, true, "PUT"));
     CURL* const handle = curl_easy_init();
+    requestsMade = 0;
     for (int header = 1; header <= 7; ++header) {
         Json::Value body;
         body["token"] = "t";

@@ -16,6 +16,14 @@
 
 namespace {
 
+struct Worker : testing::Test {
+    Worker() {
+        fakeBroker = {};
+        fakeNowMs = lastKeepaliveSent = shutdownRequested = 0;
+    }
+};
+struct Client : Worker {};
+
 using Calls = std::vector<std::string>;
 
 Json::Value brokerSection(const std::string& members) {
@@ -74,17 +82,17 @@ Calls operator+(Calls first, const Calls& second) {
 
 } // namespace
 
-TEST(Worker, KeepsAHealthyLinkWithAKeepaliveEveryFiveSeconds) {
+TEST_F(Worker, KeepsAHealthyLinkWithAKeepaliveEveryFiveSeconds) {
     EXPECT_EQ(worker(40000), keepalives(40000));
 }
 
-TEST(Worker, RebuildsTheClientAfterThirtySecondsWithoutAnEchoAndEveryNineThen) {
+TEST_F(Worker, RebuildsTheClientAfterThirtySecondsWithoutAnEchoAndEveryNineThen) {
     fakeBroker.echoes = false;
     EXPECT_EQ(worker(40000),
               keepalives(30000) + rebuilt(30010) + Calls{"39010 " + keepalive} + rebuilt(39010));
 }
 
-TEST(Worker, TrustsANewClientThatHearsItsKeepalive) {
+TEST_F(Worker, TrustsANewClientThatHearsItsKeepalive) {
     fakeBroker.echoes = false;
     const Calls calls = worker(50000, [](unsigned ms) { fakeBroker.echoes = ms > 30000; });
     EXPECT_EQ(Calls(calls.end() - 4, calls.end()),
@@ -92,7 +100,7 @@ TEST(Worker, TrustsANewClientThatHearsItsKeepalive) {
                      "49030 " + keepalive}));
 }
 
-TEST(Worker, RebuildsAtOnceWhatDoesNotConnectAndPublishesTheQueueWhenItDoes) {
+TEST_F(Worker, RebuildsAtOnceWhatDoesNotConnectAndPublishesTheQueueWhenItDoes) {
     fakeBroker.accepts = false;
     mqttQueue.push_back(nullptr); // is skipped
     const std::string payload("a\0b", 3);
@@ -104,17 +112,17 @@ TEST(Worker, RebuildsAtOnceWhatDoesNotConnectAndPublishesTheQueueWhenItDoes) {
               Calls{"100 " + keepalive} + rebuilt(100) + wanted);
 }
 
-TEST(Worker, PausesBetweenLooksIntoAnEmptyQueueAndBeforeItEnds) {
+TEST_F(Worker, PausesBetweenLooksIntoAnEmptyQueueAndBeforeItEnds) {
     std::vector<unsigned> pauses;
     worker(130, [&](unsigned ms) { pauses.push_back(ms); });
     EXPECT_EQ(pauses, (std::vector<unsigned>{100, 110, 120, 130, 230}));
     pauses.clear();
-    fakeBroker.calls.clear();
+    shutdownRequested = 0;
     EXPECT_EQ(worker(100, [&](unsigned ms) { pauses.push_back(ms); }), Calls{});
     EXPECT_EQ(pauses, (std::vector<unsigned>{100})) << "a stop before its first pass";
 }
 
-TEST(Client, TakesHostPortAndCredentialsInPairs) {
+TEST_F(Client, TakesHostPortAndCredentialsInPairs) {
     const std::array<const char*, 3> cases[] = {
         {R"(,"host":"h","port":1)", "", "0 connect h:1 5"},
         {R"(,"host":"h","username":"u")", "", "0 connect 127.0.0.1:1883 5"},
@@ -130,7 +138,7 @@ TEST(Client, TakesHostPortAndCredentialsInPairs) {
     }
 }
 
-TEST(Client, SendsWithoutDelayAndKnowsWhenTheLinkIsLost) {
+TEST_F(Client, SendsWithoutDelayAndKnowsWhenTheLinkIsLost) {
     fakeBroker.socket = socket(AF_INET, SOCK_STREAM, 0);
     Mosquitto client("VEYRA_SERVER-2", "h", 1);
     EXPECT_EQ(fakeBroker.subscription, "lora/veyra_keepalive") << "the prefix decides";
