@@ -219,7 +219,7 @@ class Company:
             self.daemon.kill()
         self.log_file.unlink(missing_ok=True)
         file = self.folder / "daemon.conf"
-        file.write_text(json.dumps(self.configuration))
+        file.write_text("// as shipped, with comments\n" + json.dumps(self.configuration))
         usual = ["-c", file, "-l", self.log_file, "--var-run", self.folder / "run"]
         self.daemon = Process([program, *usual, *options], self.folder, "daemon", environment)
         return self.daemon

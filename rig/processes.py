@@ -78,8 +78,12 @@ class Process:
         """Entries of a folder of its /proc entry, such as fd or task."""
         return len(list((self.proc / folder).iterdir()))
 
+    def status(self, name: str) -> int:
+        """A number of its /proc status: VmRSS in KiB, voluntary_ctxt_switches of its main thread."""
+        return int(text_of(self.proc / "status").split(f"\n{name}:")[1].split()[0])
+
     def resident_kib(self) -> int:
-        return int(text_of(self.proc / "status").split("VmRSS:")[1].split()[0])
+        return self.status("VmRSS")
 
     def cpu_seconds(self) -> float:
         fields = text_of(self.proc / "stat").rsplit(")", 1)[1].split()

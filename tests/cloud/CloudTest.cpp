@@ -26,7 +26,11 @@ extern "C" int EVP_Digest(const void* data, std::size_t count, unsigned char* di
 extern "C" curl_slist* curl_slist_append(curl_slist* list, const char* text) {
     const auto real =
         reinterpret_cast<decltype(&curl_slist_append)>(dlsym(RTLD_NEXT, "curl_slist_append"));
-    return headersUntilFailure > 0 && --headersUntilFailure == 0 ? nullptr : real(list, text);
+    if (headersUntilFailure > 0 && --headersUntilFailure == 0) {
+        curl_slist_free_all(list); // the program leaves it behind on purpose
+        return nullptr;
+    }
+    return real(list, text);
 }
 
 extern "C" CURLcode curl_easy_perform(CURL* /*handle*/) {

@@ -49,13 +49,15 @@ class BrokerLink(TestCase):
     def test_stays_while_the_echo_comes_and_costs_next_to_nothing(self) -> None:
         with Company() as company:
             daemon = company.start_ready_daemon()
-            spent_s = daemon.cpu_seconds()
+            spent_s, pauses = daemon.cpu_seconds(), daemon.status("voluntary_ctxt_switches")
             company.send(check_in())
             self.assertEqual(len(company.replies(1, 1)), 1, "served soon after the start")
             heard = company.listener.on
             self.assertTrue(eventually(lambda: len(heard("lora/veyra_keepalive")) == 7, 40))
             self.assertNotIn(DISCONNECTED, company.log())
-            self.assertLess(daemon.cpu_seconds() - spent_s, 3)
+            self.assertLess(daemon.cpu_seconds() - spent_s, 10 if SANITIZED else 1)
+            pauses = daemon.status("voluntary_ctxt_switches") - pauses
+            self.assertLess(pauses, 1000, "30 s of receiving for 100 ms at a time")
             self.assertEqual({m.payload for m in heard("lora/veyra_keepalive")}, {b""})
             self.assertEqual(daemon.end(), 0)
 

@@ -4,6 +4,7 @@
 #include "mqtt/Mosquitto.h"
 #include "mqtt/MqttQueue.h"
 #include "mqtt/MqttThread.h"
+#include "mqtt/Supervision.h"
 #include "support/Fakes.h"
 
 #include <gtest/gtest.h>
@@ -39,6 +40,7 @@ Calls worker(
     fakeBroker.startMs = fakeNowMs = 700000;
     roleVeyra = true;
     configurationForStartup()["mqtt"] = brokerSection("");
+    delete mqttClient;
     mqttClient = createMqttClient();
     fakeBroker.calls.clear();
     afterSleep = [&] {
@@ -120,6 +122,11 @@ TEST_F(Worker, PausesBetweenLooksIntoAnEmptyQueueAndBeforeItEnds) {
     shutdownRequested = 0;
     EXPECT_EQ(worker(100, [&](unsigned ms) { pauses.push_back(ms); }), Calls{});
     EXPECT_EQ(pauses, (std::vector<unsigned>{100})) << "a stop before its first pass";
+}
+
+TEST_F(Worker, TakesAClockThatWentBackForHealthy) {
+    EXPECT_TRUE(linkIsHealthy(true, 9000, 10000) && keepaliveIsDue(9999, 10000));
+    EXPECT_FALSE(linkIsHealthy(false, 9000, 10000));
 }
 
 TEST_F(Client, TakesHostPortAndCredentialsInPairs) {
