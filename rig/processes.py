@@ -79,7 +79,7 @@ class Process:
         return len(list((self.proc / folder).iterdir()))
 
     def status(self, name: str) -> int:
-        """A number of its /proc status: VmRSS in KiB, voluntary_ctxt_switches of its main thread."""
+        """A number of its /proc status: VmRSS in KiB, voluntary_ctxt_switches (main thread)."""
         return int(text_of(self.proc / "status").split(f"\n{name}:")[1].split()[0])
 
     def resident_kib(self) -> int:
