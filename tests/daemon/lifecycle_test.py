@@ -1,15 +1,17 @@
 # How the built program starts, fails to start, is supervised and ends.
 
+import os
 import random
 import signal
 import socket
+from pathlib import Path
 from unittest import TestCase, skipIf
 
 from rig.cloud import Answer
 from rig.company import (
-    BUILD, DAEMON, SANITIZED, UPSTREAM_PORT, Company, Supervisor, check_in, replace_syslog
+    BUILD, DAEMON, SANITIZED, UPSTREAM_PORT, Company, Supervisor, check_in, replace_syslog, run
 )
-from rig.processes import Process, eventually
+from rig.processes import Process, eventually, text_of
 
 EMULATED = "emulated" in DAEMON
 AT_ONCE_S = 3.0 if SANITIZED else 0.5  # sanitizers' own work at exit takes a second
@@ -72,6 +74,11 @@ class Start(TestCase):
                     r"Z INFO -------------------------------------------\n"
                     r"\S+ ERROR MQTT must be enabled.\n\Z")
                 self.assertRegex(company.log(), wanted)
+            run("mount", "-t", "tmpfs", "log", "/var/log")
+            os.chdir(company.folder)
+            Path("lora-veyra-server.conf").write_text('{"network":{"gatewayKey":"1"}}')
+            self.assertEqual(Process([DAEMON], company.folder, "defaults").wait(), 0)
+            self.assertRegex(text_of(Path("/var/log/lora-veyra-server.log")), wanted)
             company.configuration["log"] = {"level": 10}
             for to_syslog in (False, True):
                 for to_console in (False, True):
