@@ -7,45 +7,44 @@ import signal
 import time
 from datetime import datetime
 from typing import Any
-from unittest import TestCase, skipIf
+from unittest import skipIf
 
 from rig.cloud import Answer
-from rig.company import SANITIZED, Company, check_in
+from rig.company import SANITIZED, check_in
 from rig.processes import eventually
+from tests.daemon.case import DaemonTest
 
 
-class Relay(TestCase):
+class Relay(DaemonTest):
     def test_signs_requests_and_publishes_the_answers(self) -> None:
         cases: list[tuple[Any, str, str]] = [  # method of the datagram, of the reply, on the wire
             ("PUT", "PUT", "PUT"), ("GET", "GET", "GET"), ("put", "put", "POST"),
             (7, "POST", "POST"), (None, "POST", "POST"),
         ]
-        with Company() as company:
-            company.start_ready_daemon({"TZ": "Pacific/Auckland"})
-            for method, _, _ in cases:
-                request = {"brantle_serial": " SN1", "token": "x", "data": {"id": 4}}
-                datagram = {"method": method, "path": "m1/SN1/x", "request": request}
-                company.send(json.dumps(datagram))
-            company.send('{"path":"p","request":{}}')
-            replies = company.replies(len(cases) + 1)
-            stamps = [request.headers["X-API-TIMESTAMP"] for request in company.cloud.requests]
-            for (_, replied, sent), reply, seen in zip(cases, replies, company.cloud.requests):
-                line = (seen.verdict, seen.method, seen.path, seen.headers["X-API-SERIAL"])
-                self.assertEqual(line, ("signature valid", sent, "/api/m1/SN1/x", "SN1"))
-                self.assertEqual(seen.body, "" if sent == "GET" else '{"data":{"id":4}}\n')
-                result = {"accepted": True, "id": None if sent == "GET" else 4}
-                result["number"] = seen.number
-                stamp = seen.headers["X-API-TIMESTAMP"]
-                wanted = {"method": replied, "path": "m1/SN1/x", "result": result}
-                self.assertEqual(reply, {**wanted, "timestamp": stamp})
-            self.assertEqual(company.cloud.requests[-1].headers["X-API-SERIAL"], "")
-            for stamp in [*stamps, company.log()[:24]]:
-                self.assertLess(abs(datetime.fromisoformat(stamp).timestamp() - time.time()), 5)
-            # Microseconds, of which a thousandth at most is below a millisecond.
-            self.assertTrue(any(int(stamp[-7:-1]) >= 1000 for stamp in stamps), stamps)
-            for message in company.listener.on("lora/veyra"):
-                self.assertEqual((message.qos, message.retain), (1, False))
-                self.assertRegex(message.payload.decode(), r'^\{"method":".*"\}\Z')
+        self.company.start_ready_daemon({"TZ": "Pacific/Auckland"})
+        for method, _, _ in cases:
+            request = {"brantle_serial": " SN1", "token": "x", "data": {"id": 4}}
+            datagram = {"method": method, "path": "m1/SN1/x", "request": request}
+            self.company.send(json.dumps(datagram))
+        self.company.send('{"path":"p","request":{}}')
+        replies = self.company.replies(len(cases) + 1)
+        stamps = [request.headers["X-API-TIMESTAMP"] for request in self.company.cloud.requests]
+        for (_, replied, sent), reply, seen in zip(cases, replies, self.company.cloud.requests):
+            line = (seen.verdict, seen.method, seen.path, seen.headers["X-API-SERIAL"])
+            self.assertEqual(line, ("signature valid", sent, "/api/m1/SN1/x", "SN1"))
+            body, number = ("", None) if sent == "GET" else ('{"data":{"id":4}}\n', 4)
+            self.assertEqual(seen.body, body)
+            result = {"accepted": True, "id": number, "number": seen.number}
+            self.assertEqual(reply, {"method": replied, "path": "m1/SN1/x", "result": result,
+                                     "timestamp": seen.headers["X-API-TIMESTAMP"]})
+        self.assertEqual(self.company.cloud.requests[-1].headers["X-API-SERIAL"], "")
+        for stamp in [*stamps, self.company.log()[:24]]:
+            self.assertLess(abs(datetime.fromisoformat(stamp).timestamp() - time.time()), 5)
+        # Microseconds, of which a thousandth at most is below a millisecond.
+        self.assertTrue(any(int(stamp[-7:-1]) >= 1000 for stamp in stamps), stamps)
+        for message in self.company.listener.on("lora/veyra"):
+            self.assertEqual((message.qos, message.retain), (1, False))
+            self.assertRegex(message.payload.decode(), r'^\{"method":".*"\}\Z')
 
     def test_signs_with_the_secret_of_key_and_device(self) -> None:
         whole = "00112233-4455-6677-8899-aabbccddeeff"
@@ -58,22 +57,22 @@ class Relay(TestCase):
             ('{"deviceId":"d"}', "g" + digits, "d"),
             ('{"uuid":" %s ","deviceId":"d"}' % digits, None, whole + "d"),
             ('{"uuid":"0123456789abcdefghij"}', " ", "01234567-89ab-cdef-ghij-"),
+            ('{"uuid":"%sLMN"}' % digits, None, whole + "lmn"),
             ('{"uuid":"0123456789abcdefghi"}', 5, None),
             ('{"uuid":"%s",}' % digits, None, None),
             ('[{"uuid":"%s"}]' % digits, None, None),
             ('{"uuid":"%s","x":%s' % (digits, "[" * 2000), None, None),
         ]
-        with Company() as company:
-            for number, (device, key, secret) in enumerate(cases):
-                company.set_device(device)
-                company.configuration["network"]["gatewayKey"] = key
-                if secret is None:
-                    self.assertEqual(company.start_daemon().wait(), -signal.SIGABRT, device)
-                else:
-                    company.cloud.secret = secret
-                    company.start_ready_daemon()
-                    company.send(check_in())
-                    self.assertEqual(len(company.replies(number + 1)), number + 1, device)
+        for number, (device, key, secret) in enumerate(cases):
+            self.company.set_device(device)
+            self.company.configuration["network"]["gatewayKey"] = key
+            if secret is None:
+                self.assertEqual(self.company.start_daemon().wait(), -signal.SIGABRT, device)
+            else:
+                self.company.cloud.secret = secret
+                self.company.start_ready_daemon()
+                self.company.send(check_in())
+                self.assertEqual(len(self.company.replies(number + 1)), number + 1, device)
 
     def test_reacts_to_every_kind_of_answer(self) -> None:
         deep = "[" * 900 + "]" * 900
@@ -96,34 +95,32 @@ class Relay(TestCase):
         ]
         failures = 0
         wanted: list[str] = []
-        with Company() as company:
-            company.start_ready_daemon()
-            for answer, result, record in cases:
-                before = company.log().count(record)
-                company.cloud.answers.append(answer)
-                company.send(check_in())
-                self.assertTrue(company.logged(record, before + 1), record)
-                failures += result is None
-                self.assertTrue(company.logged("ERROR Curl call failed m1/x\n", failures), record)
-                if result is not None:
-                    wanted.append(result)
-                    reply = company.replies(len(wanted))[-1]["result"]
-                    normal = isinstance(reply, dict) and reply["accepted"]
-                    self.assertEqual("normal" if normal else json.dumps(reply), result)
-            self.assertEqual(len(company.replies()), len(wanted))
-            self.assertEqual(company.log().count("Curl call failed"), failures)
-            self.assertEqual(company.log().count("Server URL: [https://localhost:8443/api/"), 14)
+        self.company.start_ready_daemon()
+        for answer, result, record in cases:
+            before = self.company.log().count(record)
+            self.company.cloud.answers.append(answer)
+            self.company.send(check_in())
+            self.assertTrue(self.company.logged(record, before + 1), record)
+            failures += result is None
+            self.assertTrue(self.company.logged("ERROR Curl call failed m1/x\n", failures), record)
+            if result is not None:
+                wanted.append(result)
+                reply = self.company.replies(len(wanted))[-1]["result"]
+                normal = isinstance(reply, dict) and reply["accepted"]
+                self.assertEqual("normal" if normal else json.dumps(reply), result)
+        self.assertEqual(len(self.company.replies()), len(wanted))
+        self.assertEqual(self.company.log().count("Curl call failed"), failures)
+        self.assertEqual(self.company.log().count("Server URL: [https://localhost:8443/api/"), 14)
 
     def test_trusts_the_configured_authority_for_its_own_host_alone(self) -> None:
-        with Company() as company:
-            company.start_ready_daemon()
-            for number, certificate in enumerate(("stranger", "elsewhere"), 1):
-                company.cloud.close()
-                company.cloud = company.make_cloud(certificate)
-                company.send(check_in())
-                record = "ERROR CURL call to Server failed - SSL "
-                self.assertTrue(company.logged(record, number), certificate)
-                self.assertEqual(company.cloud.requests, [])
+        self.company.start_ready_daemon()
+        for number, certificate in enumerate(("stranger", "elsewhere"), 1):
+            self.company.cloud.close()
+            self.company.cloud = self.company.make_cloud(certificate)
+            self.company.send(check_in())
+            record = "ERROR CURL call to Server failed - SSL "
+            self.assertTrue(self.company.logged(record, number), certificate)
+            self.assertEqual(self.company.cloud.requests, [])
 
     def test_rejects_what_is_no_request_with_one_record_each(self) -> None:
         members = 'Invalid JSON expected "path" and "request" members.\n'
@@ -140,19 +137,18 @@ class Relay(TestCase):
             ("[" * 3000, "EXCEPTION: Failed to parse JSON [[[["),
             (cut, "Failed to parse JSON " + cut[:16384] + "\n"),
         ]
-        with Company() as company:
-            company.start_ready_daemon()
-            for number, (datagram, record) in enumerate(cases, 1):
-                company.send(datagram)
-                self.assertTrue(company.logged("Z ERROR ", number), record)
-                self.assertTrue(company.log().rpartition("Z ERROR ")[2].startswith(record), record)
-            company.send("")
-            company.send(check_in(padding=16384 - len(check_in())))
-            self.assertEqual(len(company.replies(1)), 1)
-            self.assertEqual(company.log().count("Z ERROR "), len(cases))
-            counts = re.findall(r"TRACE Parse upstream message (\d+) bytes", company.log())
-            self.assertEqual(counts[-2:], ["16384", "16384"])
-            self.assertEqual(len(counts), len(cases) + 1, "an empty datagram is none")
+        self.company.start_ready_daemon()
+        for number, (datagram, record) in enumerate(cases, 1):
+            self.company.send(datagram)
+            self.assertTrue(self.company.logged("Z ERROR ", number), record)
+            self.assertTrue(self.company.log().rpartition("Z ERROR ")[2].startswith(record), record)
+        self.company.send("")
+        self.company.send(check_in(padding=16384 - len(check_in())))
+        self.assertEqual(len(self.company.replies(1)), 1)
+        self.assertEqual(self.company.log().count("Z ERROR "), len(cases))
+        counts = re.findall(r"TRACE Parse upstream message (\d+) bytes", self.company.log())
+        self.assertEqual(counts[-2:], ["16384", "16384"])
+        self.assertEqual(len(counts), len(cases) + 1, "an empty datagram is none")
 
     def test_leaves_a_failing_cloud_alone(self) -> None:
         record = "WARNING Circuit is broken, too many failed requests, backoff "
@@ -162,33 +158,34 @@ class Relay(TestCase):
             # An integer means 1, whatever its value.
             ({"breakerThreshold": 25, "breakerTime": 60000}, failure, 0, 1001),
         ):
-            with Company() as company:
-                company.configuration["veyra"] = section
-                company.start_ready_daemon()
-                company.cloud.answers.extend(answers)
-                for _ in answers:
-                    company.send(check_in())
-                company.send('{"path":5,"request":{}}')  # types are looked at after the breaker
-                self.assertTrue(company.logged(record))
-                self.assertEqual(len(company.cloud.requests), len(answers))
-                backoff_ms = int(company.log().partition(record)[2].split(" ms\n")[0])
-                self.assertTrue(least_ms <= backoff_ms <= most_ms, backoff_ms)
+            self.company.configuration["veyra"] = section
+            self.company.start_ready_daemon()
+            self.company.cloud.answers.extend(answers)
+            for _ in answers:
+                self.company.send('{"path":5,"request":{}}')  # does not count
+                self.company.send(check_in())
+            self.company.send('{"path":5,"request":{}}')  # types are looked at after the breaker
+            self.company.send("no json")  # other faults before
+            self.assertTrue(self.company.logged("ERROR Failed to parse JSON no json\n"))
+            self.assertEqual(self.company.log().count(record), 1)
+            self.assertEqual(len(self.company.cloud.requests), len(answers))
+            backoff_ms = int(self.company.log().partition(record)[2].split(" ms\n")[0])
+            self.assertTrue(least_ms <= backoff_ms <= most_ms, backoff_ms)
 
     @skipIf(SANITIZED, "sanitizers keep freed memory")
     def test_gives_back_what_a_large_answer_took(self) -> None:
         body = json.dumps([{"a": i, "b": "text", "c": [i, None]} for i in range(150000)]).encode()
-        with Company() as company:
-            company.configuration["log"]["level"] = 30
-            daemon = company.start_ready_daemon()
-            company.send(check_in())
-            company.replies(1)
-            before = daemon.resident_kib()
-            for answer in (Answer(body=body), Answer(body=body[:-2]), Answer(500, body=body)):
-                company.cloud.answers.append(answer)
-                company.send(check_in())
-            for number in range(3):
-                company.send(check_in(number=number))
-            self.assertEqual(len(company.replies(6)), 6)
-            self.assertGreater(len(company.listener.on("lora/veyra")[1].payload), 5000000)
-            eventually(lambda: daemon.resident_kib() < before + 2048, 2)
-            self.assertLess(daemon.resident_kib(), before + 2048)
+        self.company.configuration["log"]["level"] = 30
+        daemon = self.company.start_ready_daemon()
+        self.company.send(check_in())
+        self.company.replies(1)
+        before = daemon.resident_kib()
+        for answer in (Answer(body=body), Answer(body=body[:-2]), Answer(500, body=body)):
+            self.company.cloud.answers.append(answer)
+            self.company.send(check_in())
+        for number in range(3):
+            self.company.send(check_in(number=number))
+        self.assertEqual(len(self.company.replies(6)), 6)
+        self.assertGreater(len(self.company.listener.on("lora/veyra")[1].payload), 5000000)
+        eventually(lambda: daemon.resident_kib() < before + 2048, 2)
+        self.assertLess(daemon.resident_kib(), before + 2048)

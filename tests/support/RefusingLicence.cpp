@@ -1,5 +1,0 @@
-#include <ZEP/Licence.h>
-
-bool ZEP::Licence::check() {
-    return false;
-}
