@@ -142,6 +142,10 @@ class Handler(BaseHTTPRequestHandler):
         if self.trusted:
             super().handle()
 
+    def finish(self) -> None:
+        super().finish()
+        self.request.close()
+
     def serve(self) -> None:
         body = self.rfile.read(int(self.headers.get("Content-Length", 0))).decode()
         headers = dict(self.headers.items())

@@ -149,12 +149,11 @@ class Lifecycle(DaemonTest):
         daemon = self.company.start_ready_daemon()
         for number in range(100):  # busy or idle, no more than once a second
             self.company.send(check_in(number=number, padding=200))
-        self.assertEqual(len(self.company.replies(100)), 100)
         self.assertTrue(eventually(lambda: len(self.company.supervisor.heard()) >= 5))
-        heard = self.company.supervisor.timed()
+        heard = self.company.supervisor.timed()[:5]
         self.assertEqual([text for text, _ in heard], ["READY=1"] + ["WATCHDOG=1"] * 4)
-        for (_, before), (_, after) in zip(heard[2:], heard[3:]):
-            self.assertTrue(0.9 < after - before < 1.5, heard)
+        self.assertGreater(heard[4][1] - heard[1][1], 2.5, heard)
+        self.assertEqual(len(self.company.replies(100)), 100)
         self.company.send('{"path":"p","request":{"brantle_serial":{}}}')
         self.assertTrue(self.company.logged("ERROR Curl call failed p\n"))
         self.assertIn("ERROR Exception caught during CURL call to [https:", self.company.log())

@@ -159,6 +159,7 @@ class Relay(DaemonTest):
             ({"breakerThreshold": 25, "breakerTime": 60000}, failure, 0, 1001),
         ):
             self.company.configuration["veyra"] = section
+            self.company.cloud.requests.clear()
             self.company.start_ready_daemon()
             self.company.cloud.answers.extend(answers)
             for _ in answers:

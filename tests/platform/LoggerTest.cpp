@@ -62,12 +62,12 @@ TEST_F(LogFile, PrintsLevelsUpToTheThreshold) {
 }
 
 TEST(LogRecord, HasTheDateThatTheCalendarHas) {
-    for (time_t day = 0; day < 365L * 200; ++day) {
-        const timespec now = {day * 86400 + day % 86400, day % 1000 * 1000000 + 999999};
+    for (int day = 0; day < 365 * 200; ++day) {
+        const timespec now = {time_t{day} * 86400 + day % 86400, day % 1000 * 1000000 + 999999};
         char wanted[40];
         strftime(wanted, sizeof wanted, "%Y-%m-%dT%H:%M:%S", gmtime(&now.tv_sec));
         char milliseconds[40];
-        std::snprintf(milliseconds, sizeof milliseconds, ".%03dZ L m\n", int(day % 1000));
+        std::snprintf(milliseconds, sizeof milliseconds, ".%03dZ L m\n", day % 1000);
         ASSERT_EQ(recordLine(now, "L", "m"), std::string(wanted) + milliseconds);
     }
 }
