@@ -1,57 +1,13 @@
 #!/usr/bin/env bash
-# test-package-life.sh ROOT BUILD: installs /package.deb in the Debian root ROOT and takes it through
-# its life, with a real broker and the stand-in cloud of the build folder BUILD. Called by
-# test-packages.sh in namespaces of its own: what it mounts and starts is gone when it ends, and the
-# default ports are free.
+# test-package-life.sh ROOT: installs /package.deb in the Debian root ROOT and takes it through its
+# life as on a system with SysV init, with a real broker and the stand-in cloud. Called by
+# test-packages.sh in namespaces of its own.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
+# shellcheck source=packaging/package-trial.sh
+. packaging/package-trial.sh
 
-readonly root=$1 build=$2 name=lora-veyra-server user=lora-veyra deadlineS=30
-readonly conf=/etc/$name.conf logFolder=/var/log/$name
-readonly log=$logFolder/$name.log
-readonly key=00112233-4455-6677-8899-aabbccddeeff deviceId=DEVICE
-readonly work=$root/peers
-PATH=$PATH:/usr/sbin:/sbin
-
-fail() {
-    echo "FAILED: $1" >&2
-    tail -n 20 "$root$log" "$work"/*.out >&2
-    exit 1
-}
-
-# check TEXT COMMAND...
-check() {
-    "${@:2}" || fail "$1"
-    echo "  $1"
-}
-
-# await TEXT COMMAND...
-await() {
-    local endS=$((SECONDS + deadlineS))
-    until "${@:2}"; do
-        ((SECONDS < endS)) || fail "$1 (waited $deadlineS s)"
-        sleep 0.1
-    done
-    echo "  $1"
-}
-
-inRoot() {
-    chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C \
-        DEBIAN_FRONTEND=noninteractive "$@"
-}
-
-apt() {
-    inRoot apt-get -qq -y -o Dpkg::Options::=--force-confold "$@" >>"$work/apt.out" 2>&1 ||
-        fail "apt-get $*"
-}
 service() { inRoot "/etc/init.d/$name" "$@" >/dev/null; }
-not() { ! "$@"; }
-hasText() { grep -qsF -- "$2" "$1"; }
-hasLines() { [[ $(grep -sc '^{' "$1") -ge $2 ]]; }
-# isOwned PATH "MODE OWNER GROUP"
-isOwned() { [[ $(inRoot stat -c '%a %U %G' "$1") == "$2" ]]; }
-isUser() { inRoot getent passwd "$user" >/dev/null; }
-isGroup() { inRoot getent group "$user" >/dev/null; }
 daemonPid() { cat "$root/run/$name.pid"; }
 runsAsUser() { [[ $(inRoot stat -c %U "/proc/$(daemonPid)") == "$user" ]]; }
 usesPrivateLibrary() { grep -q "/usr/lib/$name/libzep-platform" "/proc/$(daemonPid)/maps"; }
@@ -59,51 +15,16 @@ isGone() { [[ ! -e /proc/$1 ]]; }
 hasStarts() { hasRecords "Lora VEYRA Server started" "$1"; }
 isEnabledForInit() { compgen -G "$root/etc/rc2.d/S??$name" >/dev/null; }
 hasRecords() { [[ $(grep -sc "$1" "$root$log") -eq $2 ]]; }
-leftovers() {
-    find "$root" -xdev \( -path "$root/proc" -o -path "$work" -o -path "$root/var/lib/dpkg" \
-        -o -path "$root/var/log/apt" \) -prune -o -name '*veyra*' -print
-}
 
-startPeers() {
-    mkdir "$work"
-    rig/make-certificates.sh "$work/certificates"
-    printf 'listener 1883 127.0.0.1\nallow_anonymous true\nuser root\n' >"$work/broker.conf"
-    mosquitto -c "$work/broker.conf" </dev/null >"$work/broker.out" 2>&1 &
-    "$build/demo/stand-in-cloud" --certificate "$work/certificates/cloud.pem" \
-        --key "$work/certificates/cloud.key" --secret "$key$deviceId" \
-        </dev/null >"$work/cloud.out" 2>&1 &
-    await "the cloud listens" hasText "$work/cloud.out" "listening on "
-    stdbuf -oL mosquitto_sub -d -q 1 -t lora/veyra </dev/null >"$work/replies.out" 2>&1 &
-    await "the network server's place at the broker is taken" \
-        hasText "$work/replies.out" "received SUBACK"
-}
-
-configure() {
-    local port
-    port=$(sed -n 's/^listening on //p' "$work/cloud.out")
-    sed -i -e 's/"level": 40/"level": 50/' -e "s|https://localhost:8443/|https://localhost:$port/|" \
-        -e "s/00000000-0000-0000-0000-000000000000/$key/" "$root$conf"
-    mkdir -p "$root/run/config"
-    echo "{\"deviceId\": \"$deviceId\"}" >"$root/run/config/device_info.json"
-    # Instead of the link to the real authority.
-    rm -f "$root/etc/ssl/certs/DigiCert_Global_Root_CA.pem"
-    install -m 0644 "$work/certificates/ca.pem" "$root/etc/ssl/certs/DigiCert_Global_Root_CA.pem"
-    cp "$root$conf" "$work/edited.conf"
-}
-
-# relay NUMBER: the NUMBERth datagram's whole road, after as many starts. The port was open for a
-# moment earlier, when it was tested.
-relay() {
+# startedRelay NUMBER: the NUMBERth datagram, after as many starts. The port was open for a moment
+# earlier, when it was tested.
+startedRelay() {
     await "the program has started" hasRecords "Start VeyraReceiveFunction" "$1"
     await "and listens" hasText /proc/net/udp ": 0100007F:06FE "
-    printf '{"path": "m1/gateways/SN1/check_in", "request": {"brantle_serial": "SN1"}}' \
-        >/dev/udp/127.0.0.1/1790
-    await "the answer to datagram $1 is on the broker" hasLines "$work/replies.out" "$1"
-    check "its signature was valid" \
-        test "$(grep -c '"verdict":"signature valid"' "$work/cloud.out")" -eq "$1"
+    relay "$1"
 }
 
-# As on a system with SysV init; systemd is installed, but does not run.
+# systemd is installed, but does not run.
 testInstallation() {
     echo "Installation"
     printf '#!/bin/sh\nexit 0\n' >"$root/usr/sbin/policy-rc.d"
@@ -137,7 +58,7 @@ testRelay() {
     check "it runs as its user" runsAsUser
     check "it uses its private platform library" usesPrivateLibrary
     check "its log is unreadable for others" isOwned "$log" "640 $user $user"
-    relay 1
+    startedRelay 1
 }
 
 testRotation() {
@@ -182,7 +103,7 @@ testUpgrade() {
     check "and the group's to read" isOwned "$conf" "640 root $user"
     check "the old version is gone" isGone "$pid"
     await "the new version was started" hasStarts 2
-    relay 2
+    startedRelay 2
 }
 
 testRemoval() {
@@ -205,7 +126,6 @@ testPurge() {
     check "nor the group" not isGroup
 }
 
-ip link set lo up
 mount --make-rprivate /
 mount -t proc proc /proc
 mount --rbind /proc "$root/proc"

@@ -1,0 +1,95 @@
+# shellcheck shell=bash
+# What the trials of a package share; sourced by them. They run in namespaces of their own, where the
+# default ports are free: what is mounted and started there is gone when they end. The peers run
+# outside of the Debian root that the package is tried in.
+
+readonly root=$1 name=lora-veyra-server user=lora-veyra deadlineS=30
+readonly conf=/etc/$name.conf logFolder=/var/log/$name
+readonly log=$logFolder/$name.log
+readonly key=00112233-4455-6677-8899-aabbccddeeff deviceId=DEVICE
+readonly work=$root/peers
+PATH=$PATH:/usr/sbin:/sbin
+enter=(chroot "$root")
+
+fail() {
+    echo "FAILED: $1" >&2
+    tail -n 20 "$root$log" "$work"/*.out >&2
+    exit 1
+}
+
+# check TEXT COMMAND...
+check() {
+    "${@:2}" || fail "$1"
+    echo "  $1"
+}
+
+# await TEXT COMMAND...
+await() {
+    local endS=$((SECONDS + deadlineS))
+    until "${@:2}"; do
+        ((SECONDS < endS)) || fail "$1 (waited $deadlineS s)"
+        sleep 0.1
+    done
+    echo "  $1"
+}
+
+inRoot() {
+    "${enter[@]}" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C \
+        DEBIAN_FRONTEND=noninteractive "$@"
+}
+
+apt() {
+    inRoot apt-get -qq -y -o Dpkg::Options::=--force-confold "$@" >>"$work/apt.out" 2>&1 ||
+        fail "apt-get $*"
+}
+not() { ! "$@"; }
+hasText() { grep -qsF -- "$2" "$1"; }
+hasLines() { [[ $(grep -sc "$2" "$1") -ge $3 ]]; }
+# isOwned PATH "MODE OWNER GROUP"
+isOwned() { [[ $(inRoot stat -c '%a %U %G' "$1") == "$2" ]]; }
+isUser() { inRoot getent passwd "$user" >/dev/null; }
+isGroup() { inRoot getent group "$user" >/dev/null; }
+leftovers() {
+    find "$root" -xdev \( -path "$root/proc" -o -path "$work" -o -path "$root/var/lib/dpkg" \
+        -o -path "$root/var/log/apt" -o -path "$root/var/log/journal" \) -prune \
+        -o -name '*veyra*' -print
+}
+
+startPeers() {
+    ip link set lo up
+    rm -rf "$work"
+    mkdir "$work"
+    rig/make-certificates.sh "$work/certificates"
+    printf 'listener 1883 127.0.0.1\nallow_anonymous true\nuser root\n' >"$work/broker.conf"
+    mosquitto -c "$work/broker.conf" </dev/null >"$work/broker.out" 2>&1 &
+    PYTHONPATH=$PWD PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -m rig.cloud \
+        "$work/certificates/cloud.pem" "$work/certificates/cloud.key" "$key$deviceId" 8443 \
+        </dev/null >"$work/cloud.out" 2>&1 &
+    # shellcheck disable=SC2034 # for those who have it pause
+    cloud=$!
+    await "the cloud listens" hasText "$work/cloud.out" "listening"
+    stdbuf -oL mosquitto_sub -d -q 1 -t lora/veyra </dev/null >"$work/replies.out" 2>&1 &
+    await "the network server's place at the broker is taken" \
+        hasText "$work/replies.out" "received SUBACK"
+}
+
+configure() {
+    sed -i -e 's/"level": 40/"level": 50/' \
+        -e "s/00000000-0000-0000-0000-000000000000/$key/" "$root$conf"
+    inRoot mkdir -p /run/config
+    inRoot tee /run/config/device_info.json <<<"{\"deviceId\": \"$deviceId\"}" >/dev/null
+    # Instead of the link to the real authority.
+    rm -f "$root/etc/ssl/certs/DigiCert_Global_Root_CA.pem"
+    install -m 0644 "$work/certificates/ca.pem" "$root/etc/ssl/certs/DigiCert_Global_Root_CA.pem"
+    cp "$root$conf" "$work/edited.conf"
+}
+
+send() { printf '{"path": "%s", "request": {"brantle_serial": %s}}' "$1" "$2" >/dev/udp/127.0.0.1/1790; }
+
+# relay NUMBER: the NUMBERth datagram's whole road.
+relay() {
+    send m1/gateways/SN1/check_in '"SN1"'
+    await "the answer to datagram $1 is on the broker" hasLines "$work/replies.out" '^{' "$1"
+    await "its signature was valid" \
+        hasLines "$work/cloud.out" '"verdict": "signature valid"' "$1"
+}
