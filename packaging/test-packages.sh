@@ -42,5 +42,13 @@ packaging/debian-root.sh --quiet --variant=minbase --architectures="$architectur
     --customize-hook='chroot "$1" apt-get -qq install --download-only --no-install-recommends \
         /package.deb' \
     "$work/root"
-unshare --mount --net --pid --fork --kill-child \
-    packaging/test-package-life.sh "$work/root" "$PWD/build"
+readonly alone=(unshare --mount --net --pid --fork --kill-child)
+"${alone[@]}" packaging/test-package-life.sh "$work/root"
+[[ $architecture == "$native" ]] || exit 0
+status=0
+"${alone[@]}" packaging/test-package-systemd.sh "$work/root" || status=$?
+if [[ $status -eq $cannotRun ]]; then
+    echo "test-package: systemd skipped, no control groups (version 2) can be had here"
+    exit 0
+fi
+exit "$status"
