@@ -31,5 +31,5 @@ chmod +x "$emulated"
 
 # Left out is what measures or lasts, and what the emulator cannot do.
 leftOut='ten_thousand|large_answer|any_moment|without_threads'
-VEYRA_DAEMON_PROGRAM=$emulated ctest --preset release -j 8 \
+VEYRA_DAEMON_PROGRAM=$emulated ctest --preset release -j 4 \
     -R '^(relay|broker|lifecycle)\.' -E "$leftOut"
