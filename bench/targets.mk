@@ -27,7 +27,7 @@ fuzz:
 	cmake -B build-fuzz -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 		-DVEYRA_SANITIZE=fuzzer-no-link,address,undefined
 	cmake --build build-fuzz -j $(JOBS) --target fuzzers
-	bench/fuzz/run.sh build-fuzz $(FUZZ_SECONDS)
+	fuzz/run.sh build-fuzz $(FUZZ_SECONDS)
 
 stack:
 	@$(DEPENDENCIES) build test bench
