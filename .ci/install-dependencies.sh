@@ -10,8 +10,8 @@ packages_of() {
         cross) echo mmdebstrap qemu-user-static g++-arm-linux-gnueabihf g++-arm-linux-gnueabi ;;
         package) echo dpkg-dev file iproute2 lintian ;;
         lint) echo clang-format clang-tidy flake8 mypy shellcheck ;;
-        bench) echo libmosquitto-dev nginx valgrind ;;
-        fuzz) echo clang libclang-rt-dev libmosquitto-dev ;;
+        bench) echo nginx valgrind python3-matplotlib ;;
+        fuzz) echo clang libclang-rt-dev ;;
         *) echo "unknown group of dependencies: $1" >&2; return 1 ;;
     esac
 }

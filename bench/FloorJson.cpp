@@ -1,16 +1,23 @@
-// floor-json: the floor with the least that the JSON library must do for a datagram (parse it, add
-// two members, write the body, parse the answer, write the reply) and a queue that a second thread
-// looks into every 10 ms. With "reset" its libcurl handle is reset after each request and gets its
-// options anew, as the daemon's must be.
-#include "FloorParts.h"
-
-#include <json/config.h>
-#undef JSONCPP_DEPRECATED
-#define JSONCPP_DEPRECATED(message)
-#include <json/json.h>
-
+// floor-json: the least that the bridge's work costs with its libraries. Each datagram is parsed,
+// signed, POSTed on one handle whose options are set once, and the answer is parsed, written and
+// published by a second thread from a queue that it looks into every 10 ms. No test of what comes,
+// no log, no supervision, no end but a signal's. Shares no code with the daemon, so that it cannot
+// share the daemon's cost.
+//
+//   floor-json UPSTREAM_PORT BROKER_HOST BROKER_PORT BASE_URL
+#include <curl/curl.h>
+#include <mosquittopp.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <openssl/evp.h>
+#include <openssl/sha.h>
 #include <sys/socket.h>
 
+#include <json/json.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <deque>
 #include <mutex>
@@ -18,63 +25,118 @@
 
 namespace {
 
-class Queue {
+constexpr const char* secret = "00112233-4455-6677-8899-aabbccddeeffDEVICE";
+
+void require(bool holds, const char* what) {
+    if (!holds) {
+        std::fprintf(stderr, "floor-json: %s\n", what);
+        std::exit(1);
+    }
+}
+
+std::string timestampNow() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm utc{};
+    gmtime_r(&now.tv_sec, &utc);
+    char seconds[32];
+    std::strftime(seconds, sizeof seconds, "%Y-%m-%dT%H:%M:%S.", &utc);
+    return seconds + std::to_string(1000000 + now.tv_nsec / 1000).substr(1) + "Z";
+}
+
+std::string tokenFor(const std::string& timestamp, const std::string& path) {
+    const std::string text = secret + timestamp + "/api/" + path;
+    unsigned char digest[SHA256_DIGEST_LENGTH];
+    static const EVP_MD* const sha256 = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    EVP_Digest(text.data(), text.size(), digest, nullptr, sha256, nullptr);
+    std::string token;
+    for (const unsigned char byte : digest) {
+        token += "0123456789abcdef"[byte >> 4];
+        token += "0123456789abcdef"[byte & 15];
+    }
+    return token;
+}
+
+std::size_t append(char* data, std::size_t size, std::size_t count, std::string* text) {
+    text->append(data, size * count);
+    return size * count;
+}
+
+// The binding of the broker library that the daemon is bound to: it composes a text for every
+// packet, which is no cost of the daemon's.
+class Broker : public mosqpp::mosquittopp {
   public:
-    void push(std::string&& payload) {
+    Broker(const char* host, int port) {
+        require(connect(host, port, 5) == MOSQ_ERR_SUCCESS && loop_start() == MOSQ_ERR_SUCCESS,
+                "no broker");
+        std::thread([this] { publishForEver(); }).detach();
+    }
+
+    void queueReply(std::string&& payload) {
         const std::lock_guard<std::mutex> guard(mutex);
         payloads.push_back(std::move(payload));
     }
 
-    // False when there is none.
-    bool pop(std::string& payload) {
-        const std::lock_guard<std::mutex> guard(mutex);
-        if (payloads.empty()) {
-            return false;
-        }
-        payload = std::move(payloads.front());
-        payloads.pop_front();
-        return true;
+  private:
+    void on_connect(int /*rc*/) override {
+        const int on = 1;
+        setsockopt(socket(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     }
 
-  private:
+    [[noreturn]] void publishForEver() {
+        for (;;) {
+            std::deque<std::string> batch;
+            {
+                const std::lock_guard<std::mutex> guard(mutex);
+                batch.swap(payloads);
+            }
+            for (const std::string& text : batch) {
+                publish(nullptr, "lora/veyra", static_cast<int>(text.size()), text.data(), 1);
+            }
+            if (batch.empty()) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+        }
+    }
+
     std::mutex mutex;
     std::deque<std::string> payloads;
 };
 
-void publishUntilStopped(Queue& queue, FloorBroker& broker) {
-    std::string payload;
-    while (!stopRequested()) {
-        if (queue.pop(payload)) {
-            broker.publishReply(payload);
-        } else {
-            const timespec pause = {0, 10000000};
-            nanosleep(&pause, nullptr);
-        }
-    }
-}
-
 class Relay {
   public:
-    Relay(const FloorOptions& options, Queue& replies)
-        : base(options.baseUrl)
-        , queue(replies)
-        , cloud(options.reset) {}
+    Relay(std::string baseUrl, Broker& replies)
+        : base(std::move(baseUrl))
+        , broker(replies) {
+        // The list is put together here: libcurl would copy every header.
+        for (std::size_t i = 0; i < std::size(headers); ++i) {
+            const bool last = i + 1 == std::size(headers);
+            list[i] = {headers[i].data(), last ? nullptr : &list[i + 1]};
+        }
+        curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
+        curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, append);
+        curl_easy_setopt(curl, CURLOPT_WRITEDATA, &answer);
+        curl_easy_setopt(curl, CURLOPT_HTTPHEADER, list);
+        curl_easy_setopt(curl, CURLOPT_CAINFO, "/etc/ssl/certs/DigiCert_Global_Root_CA.pem");
+        curl_easy_setopt(curl, CURLOPT_POST, 1L);
+        curl_easy_setopt(curl, CURLOPT_FAILONERROR, 1L);
+        curl_easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, "");
+    }
 
     void handle(const char* text, std::size_t length) {
         Json::Value datagram;
-        if (!reader.parse(text, text + length, datagram, true)) {
-            return;
-        }
+        require(reader.parse(text, text + length, datagram, true), "a datagram is no JSON");
         const std::string path = datagram["path"].asString();
-        char timestamp[timestampLength + 1];
-        char token[tokenLength + 1];
-        writeTimestamp(timestamp);
-        writeToken(token, timestamp, path);
+        const std::string timestamp = timestampNow();
+        const std::string token = tokenFor(timestamp, path);
+        // In their places: both always have the same length.
+        headers[0].replace(headers[0].size() - token.size(), token.size(), token);
+        headers[1].replace(headers[1].size() - timestamp.size(), timestamp.size(), timestamp);
         Json::Value& request = datagram["request"];
         request["timestamp"] = timestamp;
         request["token"] = token;
-        const std::string body = writer.write(request);
-        const std::string& answer = cloud.post(base + path, body, timestamp, token);
+        post(base + path, writer.write(request));
         Json::Value reply;
         reader.parse(answer.data(), answer.data() + answer.size(), reply["result"], true);
         reply["method"] = "POST";
@@ -82,13 +144,29 @@ class Relay {
         reply["path"] = path;
         std::string message = writer.write(reply);
         message.pop_back(); // the line feed
-        queue.push(std::move(message));
+        broker.queueReply(std::move(message));
     }
 
   private:
+    void post(const std::string& url, const std::string& body) {
+        curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+        curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.data());
+        curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+        answer.clear();
+        require(curl_easy_perform(curl) == CURLE_OK, "a request failed");
+    }
+
     const std::string base;
-    Queue& queue;
-    FloorCloud cloud;
+    Broker& broker;
+    std::string headers[6] = {"X-API-HASH: " + std::string(64, '0'),
+                              "X-API-TIMESTAMP: " + std::string(27, '0'),
+                              "X-API-SERIAL: SN0000001",
+                              "Accept: application/json",
+                              "Content-Type: application/json",
+                              "charsets: utf-8"};
+    curl_slist list[6];
+    CURL* const curl = curl_easy_init();
+    std::string answer;
     Json::Reader reader;
     Json::FastWriter writer;
 };
@@ -96,19 +174,22 @@ class Relay {
 } // namespace
 
 int main(int argc, char** argv) {
-    const FloorOptions options = readFloorOptions(argc, argv);
-    FloorBroker broker(options.brokerPort);
-    Queue queue;
-    Relay relay(options, queue);
-    std::thread publisher([&] { publishUntilStopped(queue, broker); });
+    require(argc == 5, "UPSTREAM_PORT BROKER_HOST BROKER_PORT BASE_URL");
+    std::signal(SIGPIPE, SIG_IGN);
+    mosqpp::lib_init();
+    Broker broker(argv[2], std::stoi(argv[3]));
+    Relay relay(argv[4], broker);
+    const int upstream = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(std::stoi(argv[1])));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    require(bind(upstream, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0,
+            "no upstream port");
     static char datagram[16385];
-    const int upstream = openUpstream(options.upstreamPort);
-    while (!stopRequested()) {
+    for (;;) {
         const ssize_t count = recv(upstream, datagram, sizeof datagram - 1, 0);
-        if (count > 0) {
-            relay.handle(datagram, static_cast<std::size_t>(count));
-        }
+        require(count > 0, "nothing received");
+        relay.handle(datagram, static_cast<std::size_t>(count));
     }
-    publisher.join();
-    return 0;
 }

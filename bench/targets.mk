@@ -7,20 +7,19 @@ FUZZ_SECONDS ?= 60
 SOAK_MINUTES ?= 10
 SOAK_SEED ?= 20261121
 
-.PHONY: bench fuzz soak stack
+.PHONY: bench fuzz soak
 
 bench:
 	@$(DEPENDENCIES) build test bench
 	cmake --preset release
-	cmake --build --preset release -j $(JOBS) --target benchmark drain
-	bench/run.sh build/bench/benchmark $(BENCH_SLICES)
-	bench/run.sh build/bench/drain
+	cmake --build --preset release -j $(JOBS) --target lora-veyra-server floor-json
+	rig/run.sh /usr/bin/python3 -m bench.benchmark $(BENCH_SLICES)
 
 soak:
 	@$(DEPENDENCIES) build test bench
 	cmake --preset release
-	cmake --build --preset release -j $(JOBS) --target soak
-	bench/run.sh build/bench/soak $(SOAK_MINUTES) $(SOAK_SEED) build/bench/soak.svg
+	cmake --build --preset release -j $(JOBS) --target lora-veyra-server
+	rig/run.sh /usr/bin/python3 -m bench.soak $(SOAK_MINUTES) $(SOAK_SEED) build/soak.svg
 
 fuzz:
 	@$(DEPENDENCIES) build test fuzz
@@ -28,9 +27,3 @@ fuzz:
 		-DVEYRA_SANITIZE=fuzzer-no-link,address,undefined
 	cmake --build build-fuzz -j $(JOBS) --target fuzzers
 	fuzz/run.sh build-fuzz $(FUZZ_SECONDS)
-
-stack:
-	@$(DEPENDENCIES) build test bench
-	cmake --preset release
-	cmake --build --preset release -j $(JOBS) --target stack
-	bench/run.sh build/bench/stack

@@ -32,18 +32,14 @@ bool takeLargeAnswer() {
 
 namespace {
 
-// Whether the network server can read what was queued. A reply stands as deep as its datagram.
-bool isReadable(const MqttMessage& message) {
-    Json::Value reply;
-    const char* const text = message.payload.get();
-    return Json::Reader().parse(text, text + message.length, reply, false) &&
-           reply.isMember("path") && reply.isMember("result");
-}
-
+// The network server has to be able to read what was queued. A reply stands as deep as its datagram.
 void emptyQueue() {
     const std::lock_guard<ZEP::Lock> guard(mqttLock);
     for (const auto& message : mqttQueue) {
-        if (!isReadable(*message)) {
+        Json::Value reply;
+        const char* const text = message->payload.get();
+        if (!Json::Reader().parse(text, text + message->length, reply, false) ||
+            !reply.isMember("path") || !reply.isMember("result")) {
             std::abort();
         }
     }

@@ -41,6 +41,7 @@ class Request:
     headers: dict[str, str]  # in the order and the spelling that came
     body: str
     verdict: str
+    status: int = 0  # of the answer; 0 when that was cut
 
 
 def header_fault(headers: dict[str, str]) -> str:
@@ -115,9 +116,11 @@ class Cloud:
             request.number = len(self.requests) + 1
             self.requests.append(request)
             if request.verdict != "signature valid":
+                request.status = 401
                 return Answer(401, json.dumps({"error": request.verdict}).encode())
             moved = request.path.startswith(MOVED)
             answer = self.answers.popleft() if self.answers and not moved else self.answer
+            request.status = 0 if answer.cut else answer.status
         if answer.body is not None:
             return answer
         reply = {"accepted": True, "id": data_id(request.body), "number": request.number}

@@ -10,6 +10,7 @@ import socket
 import subprocess
 import tempfile
 import time
+from collections.abc import Sequence
 from pathlib import Path
 from types import TracebackType
 from typing import Any
@@ -212,23 +213,33 @@ class Company:
         file.write_text(text)
 
     def start_daemon(
-        self, *options: object, program: str = DAEMON, environment: dict[str, str] | None = None
+        self,
+        *options: object,
+        program: str = DAEMON,
+        environment: dict[str, str] | None = None,
+        below: Sequence[object] = (),
     ) -> Process:
-        """Starts the daemon with the configuration as it is now, and does not wait for it."""
+        """Starts the daemon with the configuration as it is now, and does not wait for it.
+
+        `below` is a command that runs it, such as a profiler's.
+        """
         if self.daemon:
             self.daemon.kill()
         self.log_file.unlink(missing_ok=True)
         file = self.folder / "daemon.conf"
         file.write_text("// as shipped, with comments\n" + json.dumps(self.configuration))
         usual = ["-c", file, "-l", self.log_file, "--var-run", self.folder / "run"]
-        self.daemon = Process([program, *usual, *options], self.folder, "daemon", environment)
+        command = [*below, program, *usual, *options]
+        self.daemon = Process(command, self.folder, "daemon", environment)
         return self.daemon
 
-    def start_ready_daemon(self, environment: dict[str, str] | None = None) -> Process:
+    def start_ready_daemon(
+        self, environment: dict[str, str] | None = None, **options: Any
+    ) -> Process:
         """Starts it as a supervisor would, and waits until it has opened its port for good."""
         self.supervisor.clear()
         notify = {"NOTIFY_SOCKET": self.supervisor.name}
-        daemon = self.start_daemon(environment={**notify, **(environment or {})})
+        daemon = self.start_daemon(environment={**notify, **(environment or {})}, **options)
         expect(eventually(lambda: "READY=1" in self.supervisor.heard()), "the daemon is not ready")
         return daemon
 

@@ -32,6 +32,15 @@ def is_bound(protocol: str, port: int) -> bool:
     return f":{port:04X} 00000000:0000 " in text_of(Path("/proc/net") / protocol)
 
 
+def udp_queue(port: int) -> tuple[int, int]:
+    """Bytes that wait at a UDP port, and how many datagrams the kernel dropped there so far."""
+    for line in text_of(Path("/proc/net/udp")).splitlines():
+        fields = line.split()
+        if fields[1].endswith(f":{port:04X}"):
+            return int(fields[4].split(":")[1], 16), int(fields[12])
+    return 0, 0
+
+
 class Process:
     """A child program; its output goes to NAME.out and NAME.err in the folder."""
 
