@@ -39,7 +39,7 @@ test: build
 	ctest --preset release -j $(TEST_JOBS)
 
 demo: build
-	@demo/run.sh build
+	@rig/run.sh /usr/bin/python3 -m demo.run
 
 run: build
 	build/lora-veyra-server -c lora-veyra-server.conf -l build/lora-veyra-server.log

@@ -3,6 +3,7 @@
 To be used below run.sh: the ports are fixed, and the authority that the daemon trusts is mounted.
 """
 
+import atexit
 import json
 import os
 import shutil
@@ -132,6 +133,7 @@ class Company:
 
     def __init__(self) -> None:
         self.folder = Path(tempfile.mkdtemp(prefix="veyra-company-"))
+        atexit.register(shutil.rmtree, self.folder, ignore_errors=True)  # a signal may come here
         certificates = self.folder / "certificates"
         run(RIG / "make-certificates.sh", certificates)
         trust(certificates)
@@ -161,7 +163,7 @@ class Company:
         if self.daemon:
             self.daemon.kill()
             expect("Sanitizer" not in self.daemon.errors(), self.daemon.errors())
-        if error:
+        if isinstance(error, Exception):  # and not a signal
             print("--- end of the daemon's log\n" + "\n".join(self.log().splitlines()[-20:]))
         self.listener.close()
         self.kill_broker()
