@@ -4,6 +4,7 @@
 JOBS ?= $(shell nproc)
 DEPENDENCIES := .ci/install-dependencies.sh
 SOURCES = $(shell git ls-files '*.cpp' '*.h')
+PYTHON = $(shell git ls-files '*.py')
 SCRIPTS = $(shell git ls-files '*.sh' .ci/run 'packaging/*.init' 'packaging/debian/p*')
 # Most tests wait for a broker or a timer, so they run well beyond the number of cores.
 TEST_JOBS ?= 24
@@ -23,9 +24,8 @@ help:
 	@echo 'make fuzz      fuzzes what comes from outside, FUZZ_SECONDS each'
 	@echo 'make soak      SOAK_MINUTES of steady load and faults, every datagram accounted for'
 	@echo 'make bench     the daemon beside the least that its libraries allow'
-	@echo 'make stack     how much of its small stack the broker worker uses'
 	@echo 'make lint      formatting, static analysis, documents; make format mends the formatting'
-	@echo 'make loc       lines of product and tests'
+	@echo 'make loc       lines of code by room, and what they may be'
 	@echo 'make clean     removes every build folder'
 
 deps:
@@ -53,6 +53,8 @@ lint:
 	@$(DEPENDENCIES) build test lint
 	clang-format --dry-run --Werror $(SOURCES)
 	shellcheck $(SCRIPTS)
+	/usr/bin/python3 -m flake8 $(PYTHON)
+	/usr/bin/python3 -m mypy $(PYTHON)
 	cmake --preset debug
 	run-clang-tidy -quiet -p build-debug -j $(JOBS)
 	docs/check.sh
