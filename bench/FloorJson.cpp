@@ -110,8 +110,7 @@ class Relay {
         , broker(replies) {
         // The list is put together here: libcurl would copy every header.
         for (std::size_t i = 0; i < std::size(headers); ++i) {
-            const bool last = i + 1 == std::size(headers);
-            list[i] = {headers[i].data(), last ? nullptr : &list[i + 1]};
+            list[i] = {headers[i].data(), i + 1 < std::size(headers) ? &list[i + 1] : nullptr};
         }
         curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
         curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);

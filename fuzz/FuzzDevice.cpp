@@ -8,11 +8,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
-namespace {
-
-std::string input;
-
-} // namespace
+static std::string input;
 
 std::string ZEP::System::readFile(const std::string& /*path*/) {
     return input;

@@ -6,12 +6,9 @@
 #include <regex>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const Json::Value device = [] {
-        Json::Value value;
-        value["uuid"] = "00000000-0000-0000-0000-000000000000";
-        value["deviceId"] = "|";
-        return value;
-    }();
+    Json::Value device;
+    device["uuid"] = "00000000-0000-0000-0000-000000000000";
+    device["deviceId"] = "|";
     Json::Value network;
     network["gatewayKey"] = std::string(reinterpret_cast<const char*>(data), size);
     const std::string secret = buildGatewaySecret(device, network);
