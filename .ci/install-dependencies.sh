@@ -6,7 +6,7 @@ set -euo pipefail
 packages_of() {
     case "$1" in
         build) echo g++ cmake make pkg-config libjsoncpp-dev libcurl4-openssl-dev libmosquittopp-dev libssl-dev ;;
-        test) echo libgtest-dev python3 python3-paho-mqtt iproute2 libcpp-httplib-dev zlib1g-dev mosquitto mosquitto-clients openssl util-linux ;;
+        test) echo libgtest-dev python3 python3-paho-mqtt iproute2 mosquitto mosquitto-clients openssl util-linux ;;
         cross) echo mmdebstrap qemu-user-static g++-arm-linux-gnueabihf g++-arm-linux-gnueabi ;;
         package) echo dpkg-dev file iproute2 lintian ;;
         lint) echo clang-format clang-tidy flake8 mypy shellcheck ;;

@@ -12,12 +12,11 @@ from typing import Any
 
 from rig.cloud import Request
 from rig.company import BROKER_HOST, BROKER_PORT, CLOUD_PORT, DEVICE_ID, UPSTREAM_PORT
-from rig.company import Company, find_program, run
+from rig.company import Company
 from rig.processes import eventually, expect
 
 IN_COLOUR = sys.stdout.isatty() and not os.environ.get("NO_COLOR")
 BOLD, GREY, GREEN, RED, BLUE = ("1", "90", "32", "31", "36")
-USER, PASSWORD = "demo", "demo-password"
 SERIAL = "DEMO000001"
 CHECK_IN = f"m1/gateways/{SERIAL}/check_in"
 STATISTICS = f"m1/gateways/{SERIAL}/gateway_statistics"
@@ -65,13 +64,10 @@ class Demo:
             "Three programs stand around the daemon: the gateway's MQTT broker, the Veyra cloud,",
             "and somebody who listens on the broker in place of the network server.",
         )
-        file = self.company.folder / "passwords"
-        run(find_program("mosquitto_passwd"), "-b", "-c", file, USER, PASSWORD)
-        self.company.start_broker(f"allow_anonymous false\npassword_file {file}")
+        self.company.start_broker_with_passwords()
         where = f"{BROKER_HOST}:{BROKER_PORT}"
         say(GREEN, "broker", f"mosquitto on {where}, with user name and password")
         say(GREEN, "cloud", f"HTTPS on https://localhost:{CLOUD_PORT}/api/, checks every signature")
-        self.company.listen(USER, PASSWORD)
         say(GREEN, "listener", "subscribed to lora/veyra")
 
     def start_daemon(self) -> None:
@@ -80,7 +76,6 @@ class Demo:
             "It reads its configuration and the gateway's identity, connects to the broker and",
             "waits for datagrams. Its log is at the most talkative level here.",
         )
-        self.company.configuration["mqtt"].update(username=USER, password=PASSWORD)
         self.company.start_ready_daemon()
         expect(self.company.logged("MQTT - subscribed"), "the daemon is not subscribed")
         self.show_log()
