@@ -14,33 +14,29 @@ class BrokerLink(DaemonTest):
         self.company.start_broker_with_passwords()
         self.company.start_ready_daemon()
         self.assertTrue(self.company.logged("TRACE MQTT - connected with server VEYRA_SERVER\n"))
-        record = "TRACE MQTT - subscribed id: 1 qos_count: 1 granted_qos: 2\n"
-        self.assertTrue(self.company.logged(record))
+        self.assertTrue(self.company.logged("subscribed id: 1 qos_count: 1 granted_qos: 2\n"))
         self.company.configuration["mqtt"]["password"] = "wrong"
-        daemon = self.company.start_ready_daemon()
-        self.assertTrue(
-            self.company.logged("ERROR MQTT - Impossible to connect with server(5)\n", 2))
+        self.company.start_ready_daemon()
+        self.assertTrue(self.company.logged("ERROR MQTT - Impossible to connect with server(5)\n"))
         self.assertNotIn("MQTT - connected", self.company.log())
-        self.assertIn("TRACE MQTT - disconnected (", self.company.log())
-        self.assertEqual(daemon.end(), 0)
+        self.assertTrue(self.company.logged("TRACE MQTT - disconnected ("))
 
     def test_survives_restarts_and_delivers_what_was_queued_in_order(self) -> None:
         daemon = self.company.start_ready_daemon()
         self.company.send(check_in(number=0))
         self.assertEqual(len(self.company.replies(1)), 1)
         before = daemon.count("fd"), daemon.count("task")
-        sent = 1
         for restart in range(1, 1 + int(os.environ.get("VEYRA_BROKER_RESTARTS", 2))):
             self.company.kill_broker()
             self.assertTrue(self.company.logged(DISCONNECTED + "0 Keepalive: ", restart))
             self.assertRegex(self.company.log(), r"Keepalive: \d{1,5}\.\n")
-            for _ in range(3):
-                self.company.send(check_in(number=sent))
-                sent += 1
+            wanted = [3 * restart, 3 * restart + 1, 3 * restart + 2]
+            for number in wanted:
+                self.company.send(check_in(number=number))
             self.company.start_broker()
             self.company.listen()
             numbers = [reply["result"]["id"] for reply in self.company.replies(3, 20)]
-            self.assertEqual(numbers, list(range(sent - 3, sent)))
+            self.assertEqual(numbers, wanted)
             self.assertEqual((daemon.count("fd"), daemon.count("task")), before)
         self.assertEqual(daemon.end(), 0)
 
