@@ -223,7 +223,7 @@ class Soak:
 
 def draw(samples: list[int], faults: list[Fault], file: str) -> None:
     pyplot.rcParams["svg.fonttype"] = "none"
-    figure, axes = pyplot.subplots(figsize=(9, 3.5))
+    figure, axes = pyplot.subplots(figsize=(9, 3.5), layout="constrained")
     for start, end, kind in faults:
         colour = "#f4b6b6" if kind.startswith(("broker", "no echo")) else "#c9d8f0"
         axes.axvspan(start / 60, end / 60, color=colour)
