@@ -17,6 +17,7 @@ int requestsMade = 0;
 } // namespace
 
 // These take the place of the libraries' own.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" int EVP_Digest(const void* data, std::size_t count, unsigned char* digest,
                           unsigned* size, const EVP_MD* type, ENGINE* engine) {
     const auto real = reinterpret_cast<decltype(&EVP_Digest)>(dlsym(RTLD_NEXT, "EVP_Digest"));
@@ -37,6 +38,7 @@ extern "C" CURLcode curl_easy_perform(CURL* /*handle*/) {
     ++requestsMade;
     return CURLE_COULDNT_CONNECT;
 }
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 TEST(Signature, FormatsTimestampsWithFixedWidths) {
     EXPECT_EQ(formatTimestamp({2026, 1, 2, 3, 4, 5, 7, true}), "2026-01-02T03:04:05.000007Z");

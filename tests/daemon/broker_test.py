@@ -52,7 +52,6 @@ class BrokerLink(DaemonTest):
         pauses = daemon.status("voluntary_ctxt_switches") - pauses
         self.assertLess(pauses, 1000, "30 s of receiving for 100 ms at a time")
         self.assertEqual({m.payload for m in heard("lora/veyra_keepalive")}, {b""})
-        self.assertEqual(daemon.end(), 0)
 
     def test_relays_ten_thousand_in_order_over_one_connection_in_flat_memory(self) -> None:
         self.company.configuration["log"]["level"] = 30

@@ -15,9 +15,10 @@ bool ZEP::Licence::check() {
     return fault != "licence";
 }
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                               void* (*routine)(void*), void* argument) {
-    static int left = std::atoi(fault.c_str() + 1);
+    static long left = std::strtol(fault.c_str() + 1, nullptr, 10);
     if ((attributes != nullptr) == (fault[0] == 'w') && left-- > 0) {
         return EAGAIN;
     }
