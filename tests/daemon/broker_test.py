@@ -51,7 +51,6 @@ class BrokerLink(DaemonTest):
         self.assertLess(daemon.cpu_seconds() - spent_s, 10 if SANITIZED else 1)
         pauses = daemon.status("voluntary_ctxt_switches") - pauses
         self.assertLess(pauses, 1000, "30 s of receiving for 100 ms at a time")
-        self.assertEqual({m.payload for m in heard("lora/veyra_keepalive")}, {b""})
 
     def test_relays_ten_thousand_in_order_over_one_connection_in_flat_memory(self) -> None:
         self.company.configuration["log"]["level"] = 30
