@@ -52,7 +52,7 @@ class Relay(DaemonTest):
         whole = "00112233-4455-6677-8899-aabbccddeeff"
         digits = whole.replace("-", "").upper()
         cases = [  # the device file, the gateway key, the secret; without one it aborts
-            ('{"uuid":"x","deviceId":"\\n dev "}', " 00:11-" + digits[4:] + "\t", whole + "dev"),
+            ('{"uuid":"x",\n"deviceId":"\\n dev"}', " 00:11-" + digits[4:] + "\t", whole + "dev"),
             ('{"deviceId":7}', "fffaa" + digits[1:], "a" + whole[1:]),
             ("[]", "abc", "00000000-0000-0000-0000-000000000abc"),
             ("", "no key 12", "00000000-0000-0000-0000-000000000012"),
