@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# What the trials of a package share; sourced by them. They run in namespaces of their own, where the
-# default ports are free: what is mounted and started there is gone when they end. The peers run
+# What the trials of a package share; sourced by them. They run in namespaces of their own, where
+# the default ports are free: what is mounted and started there is gone when they end. The peers run
 # outside of the Debian root that the package is tried in.
 
 readonly root=$1 name=lora-veyra-server user=lora-veyra deadlineS=30
@@ -84,7 +84,10 @@ configure() {
     cp "$root$conf" "$work/edited.conf"
 }
 
-send() { printf '{"path": "%s", "request": {"brantle_serial": %s}}' "$1" "$2" >/dev/udp/127.0.0.1/1790; }
+# send PATH SERIAL
+send() {
+    printf '{"path": "%s", "request": {"brantle_serial": %s}}' "$1" "$2" >/dev/udp/127.0.0.1/1790
+}
 
 # relay NUMBER: the NUMBERth datagram's whole road.
 relay() {

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# test-package-systemd.sh ROOT: boots the systemd of the Debian root ROOT, installs /package.deb under
-# it, and has it end the states that the program never leaves by itself. Called by test-packages.sh in
-# namespaces of its own. Ends with status 75 where systemd cannot be booted.
+# test-package-systemd.sh ROOT: boots the systemd of the Debian root ROOT, installs /package.deb
+# under it, and has it end the states that the program never leaves by itself. Called by
+# test-packages.sh in namespaces of its own. Ends with status 75 where systemd cannot be booted.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 # shellcheck source=packaging/package-trial.sh
