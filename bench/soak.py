@@ -37,7 +37,9 @@ DETAILS = "CURL call to Server failed - |POST failed CODE:"  # of what failed
 RECORDS = re.compile(f"Z (?:ERROR|WARNING) ({REJECTED}|{REFUSED}|{FAILED}|{DETAILS}|)")
 DISCONNECTED = re.compile("(.*Z) DEBUG MQTT disconnected ")
 PUBLISHED = re.compile(r"Received PUBLISH from VEYRA_SERVER \(d(\d).*'lora/veyra',")
-STACK = re.compile(r" rw-p 00000000 00:00 0 *\nSize: +32 kB\n.*\n.*\nRss: +(\d+) kB")
+# Behind its guard page; other mappings may be as large.
+STACK = re.compile(r"---p 00000000 00:00 0 *\nSize: +4 kB\n(?:[A-Z].*\n)+"
+                   r"\S+ rw-p 00000000 00:00 0 *\nSize: +32 kB\n.*\n.*\nRss: +(\d+) kB")
 STACK_KIB = 24  # the deepest path known, of the resolver, touches 20
 # A long backlog once may leave the heap larger; a leak of 100 bytes a datagram passes this in
 # ten minutes.
