@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
-# run.sh PROGRAM [ARG...]: runs PROGRAM in namespaces of its own, without being root: a network that is
-# the loopback interface alone, where every port is free; mounts that nobody else sees; process ids
-# that all end with PROGRAM's. PROGRAM gets SIGINT and SIGTERM; when this script is killed, all end.
+# run.sh PROGRAM [ARG...]: runs PROGRAM in namespaces of its own, without being root: a network that
+# is the loopback interface alone, where every port is free; mounts that nobody else sees, among them
+# a folder for temporary files, so that nothing is left behind; process ids that all end with
+# PROGRAM's. PROGRAM gets SIGINT and SIGTERM; when this script is killed, all end.
 set -euo pipefail
 
 if [[ $1 == --inside ]]; then
     ip link set lo up
-    exec "${@:2}"
+    mount --no-mtab -t tmpfs rig /mnt
+    TMPDIR=/mnt exec "${@:2}"
 fi
 # A shell's background jobs ignore SIGINT, and unshare ignores SIGTERM and passes nothing on.
 env --default-signal=INT setpriv --pdeathsig KILL \
