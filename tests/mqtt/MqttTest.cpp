@@ -33,7 +33,7 @@ Json::Value brokerSection(const std::string& members) {
     return section;
 }
 
-// What a worker asks within `ms` of its start, after what start-up does; `atPass` is called
+// What a worker asks within `ms` of its start, after what start-up does; `atPause` is called
 // whenever it pauses, with the time since the start.
 Calls worker(
     unsigned ms, const std::function<void(unsigned)>& atPause = [](unsigned) {}) {
