@@ -160,9 +160,7 @@ class Company:
     def __exit__(
         self, _: type | None, error: BaseException | None, _trace: TracebackType | None
     ) -> None:
-        if self.daemon:
-            self.daemon.kill()
-            expect("Sanitizer" not in self.daemon.errors(), self.daemon.errors())
+        self.kill_daemon()
         if isinstance(error, Exception):  # and not a signal
             print("--- end of the daemon's log\n" + "\n".join(self.log().splitlines()[-20:]))
         self.listener.close()
@@ -188,14 +186,13 @@ class Company:
         self.broker = Process([find_program("mosquitto"), "-c", file], self.folder, "broker")
         expect(eventually(lambda: is_bound("tcp", BROKER_PORT)), "the broker does not listen")
 
-    def start_broker_with_passwords(self, access: str = "topic readwrite lora/#") -> None:
-        """The broker asks for names from now on; the daemon has the rights of `access`."""
-        passwords, rights = self.folder / "passwords", self.folder / "rights"
+    def start_broker_with_passwords(self) -> None:
+        """The broker asks for names from now on."""
+        passwords = self.folder / "passwords"
         passwords.touch(0o600)
         for user in ("lora", "listener"):
             run(find_program("mosquitto_passwd"), "-b", passwords, user, "secret")
-        rights.write_text(f"user lora\n{access}\nuser listener\ntopic read lora/#\n")
-        self.start_broker(f"allow_anonymous false\npassword_file {passwords}\nacl_file {rights}")
+        self.start_broker(f"allow_anonymous false\npassword_file {passwords}")
         self.listen("listener", "secret")
         self.configuration["mqtt"].update(username="lora", password="secret")
 
@@ -225,8 +222,7 @@ class Company:
 
         `below` is a command that runs it, such as a profiler's.
         """
-        if self.daemon:
-            self.daemon.kill()
+        self.kill_daemon()
         self.log_file.unlink(missing_ok=True)
         file = self.folder / "daemon.conf"
         file.write_text("// as shipped, with comments\n" + json.dumps(self.configuration))
@@ -235,15 +231,18 @@ class Company:
         self.daemon = Process(command, self.folder, "daemon", environment)
         return self.daemon
 
-    def start_ready_daemon(
-        self, environment: dict[str, str] | None = None, **options: Any
-    ) -> Process:
+    def start_ready_daemon(self, environment: dict[str, str] | None = None) -> Process:
         """Starts it as a supervisor would, and waits until it has opened its port for good."""
         self.supervisor.clear()
         notify = {"NOTIFY_SOCKET": self.supervisor.name}
-        daemon = self.start_daemon(environment={**notify, **(environment or {})}, **options)
+        daemon = self.start_daemon(environment={**notify, **(environment or {})})
         expect(eventually(lambda: "READY=1" in self.supervisor.heard()), "the daemon is not ready")
         return daemon
+
+    def kill_daemon(self) -> None:
+        if self.daemon:
+            self.daemon.kill()
+            expect("Sanitizer" not in self.daemon.errors(), self.daemon.errors())
 
     @property
     def log_file(self) -> Path:
