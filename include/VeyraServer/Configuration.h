@@ -16,6 +16,3 @@ void completeUpstreamPort();
 
 // Logs the whole configuration, secrets included.
 void logConfiguration();
-
-// True when mqtt.enabled is present and true.
-bool brokerIsEnabled();

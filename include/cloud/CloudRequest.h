@@ -15,6 +15,16 @@
 extern CURL* cloudCurlHandle;
 extern pthread_mutex_t curlMutex;
 
+// The one authority that the cloud's certificate may come from.
+constexpr const char* cloudCaFile = "/etc/ssl/certs/DigiCert_Global_Root_CA.pem";
+
+// Whether the peer of a request to `url` is verified: "https:" is looked for anywhere in it.
+bool isVerified(const std::string& url);
+
+// Sets on `handle` what decides whom a request to `url` trusts. Throws std::bad_alloc when an option
+// cannot be stored: nothing goes out with another trust.
+void setTrust(CURL* handle, const std::string& url);
+
 // Serial number for bodies that carry none. Nothing assigns it in this program.
 extern std::string gatewaySerial;
 

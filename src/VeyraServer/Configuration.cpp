@@ -66,8 +66,3 @@ void logConfiguration() {
               configuration().toStyledString().c_str());
     VEYRA_LOG(INFO, "-------------------------------------------");
 }
-
-bool brokerIsEnabled() {
-    const Json::Value& mqtt = configuration()["mqtt"];
-    return mqtt.isMember("enabled") && mqtt["enabled"].asBool();
-}

@@ -7,7 +7,6 @@
 
 #include <array>
 #include <cstdint>
-#include <optional>
 
 namespace {
 
@@ -32,9 +31,14 @@ bool isWhiteSpace(char character) {
     return ZEP::Text::trim(std::string(1, character)).empty();
 }
 
-// Reads `key` (lower case) from its right end, so that a short key has leading zeros. Returns 32
-// digits, or nothing when a character is neither a digit nor a separator. White space ends the key;
-// digits left of the 32nd are ignored.
+std::string uuidPart(const std::string& id) {
+    return id.substr(0, 8) + "-" + id.substr(8, 4) + "-" + id.substr(12, 4) + "-" +
+           id.substr(16, 4) + "-" + id.substr(20);
+}
+
+} // namespace
+
+// From the right end, so that a short key has leading zeros.
 std::optional<std::string> parseGatewayKey(const std::string& key) {
     std::array<std::uint8_t, keyBytes> bytes{};
     std::size_t digits = 0;
@@ -57,25 +61,23 @@ std::optional<std::string> parseGatewayKey(const std::string& key) {
     return hexText(bytes.data(), bytes.size());
 }
 
-std::string uuidPart(const std::string& id) {
-    return id.substr(0, 8) + "-" + id.substr(8, 4) + "-" + id.substr(12, 4) + "-" +
-           id.substr(16, 4) + "-" + id.substr(20);
-}
-
-} // namespace
-
 Json::Value readDeviceInformation(const std::string& runDirectory) {
     const std::string text = ZEP::System::readFile(runDirectory + "/config/device_info.json");
     Json::Value device;
     return parseFile(text, device) && device.isObject() ? device : Json::Value();
 }
 
+GatewayIdentity readIdentity(const Json::Value& device, const Json::Value& network) {
+    return {ZEP::Text::toLowerCase(trimmedMember(network, "gatewayKey")),
+            ZEP::Text::toLowerCase(trimmedMember(device, "uuid")),
+            trimmedMember(device, "deviceId")};
+}
+
 std::string buildGatewaySecret(const Json::Value& device, const Json::Value& network) {
-    const std::string deviceId = trimmedMember(device, "deviceId");
-    const std::string gatewayKey = ZEP::Text::toLowerCase(trimmedMember(network, "gatewayKey"));
-    if (gatewayKey.empty()) {
-        return uuidPart(ZEP::Text::toLowerCase(trimmedMember(device, "uuid"))) + deviceId;
+    const GatewayIdentity identity = readIdentity(device, network);
+    if (identity.gatewayKey.empty()) {
+        return uuidPart(identity.uuid) + identity.deviceId;
     }
-    const std::optional<std::string> id = parseGatewayKey(gatewayKey);
-    return (id ? uuidPart(*id) : std::string()) + deviceId;
+    const std::optional<std::string> id = parseGatewayKey(identity.gatewayKey);
+    return (id ? uuidPart(*id) : std::string()) + identity.deviceId;
 }

@@ -1,6 +1,7 @@
 #include "VeyraServer/UpstreamLoop.h"
 
 #include "VeyraServer/DatagramRelay.h"
+#include "VeyraServer/EffectiveSettings.h"
 #include "VeyraServer/Supervisor.h"
 #include "common/Clock.h"
 #include "common/Exception.h"
@@ -23,26 +24,6 @@ sockaddr_in lastSender{};
 // of them lets a datagram run into an earlier one. Made when the endpoint opens; a stop leaves it
 // in place.
 char* receiveBuffer = nullptr;
-
-std::uint16_t configuredPort() {
-    const Json::Value& port = configuration()["udp"]["veyraPort"];
-    return port.isUInt() ? static_cast<std::uint16_t>(port.asUInt()) : std::uint16_t{1790};
-}
-
-// An integer in the configuration takes effect as 1, the outcome of the test, whatever its value.
-// Kept on purpose.
-std::uint64_t breakerSetting(const char* key, std::uint64_t defaultValue) {
-    const bool integer = configuration()["veyra"][key].isInt();
-    return integer ? static_cast<std::uint64_t>(integer) : defaultValue;
-}
-
-CircuitBreaker configuredBreaker() {
-    CircuitBreaker breaker{};
-    breaker.threshold = static_cast<std::int32_t>(breakerSetting("breakerThreshold", 10));
-    breaker.backoffMs = breakerSetting("breakerTime", 5000);
-    breaker.backoffMaxMs = breakerSetting("breakerTimeMax", 320000);
-    return breaker;
-}
 
 [[noreturn]] void throwSocketError(unsigned line) {
     throw Exception(exceptionCode, line, sourceName, upstreamSocket.lastErrorText,
@@ -94,8 +75,8 @@ void receiveUntilStopped(std::uint16_t port, UpstreamRelay& relay) {
 } // namespace
 
 int VeyraReceiveFunction() {
-    UpstreamRelay relay{{}, Json::FastWriter(), configuredBreaker()};
-    const std::uint16_t port = configuredPort();
+    UpstreamRelay relay{{}, Json::FastWriter(), effectiveBreaker(configuration())};
+    const std::uint16_t port = effectivePort(configuration());
     for (;;) {
         try {
             receiveUntilStopped(port, relay);

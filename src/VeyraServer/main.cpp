@@ -8,6 +8,7 @@
 #include "common/Log.h"
 #include "common/Memory.h"
 #include "common/ProcessState.h"
+#include "mqtt/BrokerSettings.h"
 #include "mqtt/Mosquitto.h"
 
 #include <ZEP/Licence.h>
@@ -41,7 +42,7 @@ int main(int argc, char* argv[]) {
         testUpstreamPort();
         cloudCurlHandle = curl_easy_init();
         VEYRA_LOG(TRACE, "Connect to MQTT");
-        if (!brokerIsEnabled()) {
+        if (!brokerIsEnabled(configuration()["mqtt"])) {
             VEYRA_LOG(ERROR, "MQTT must be enabled.");
             return 0;
         }

@@ -14,8 +14,6 @@ namespace {
 
 bool largeAnswer = false; // main thread only
 
-constexpr const char* cloudCaFile = "/etc/ssl/certs/DigiCert_Global_Root_CA.pem";
-
 // A request with a header missing must not go out. Memory is all that libcurl can lack here.
 curl_slist* append(curl_slist* headers, const char* header) {
     curl_slist* const longer = curl_slist_append(headers, header);
@@ -76,13 +74,7 @@ void setTransferOptions(CURL* handle, const std::string& url, curl_slist* header
         require(curl_easy_setopt(handle, CURLOPT_WRITEDATA, received));
     }
     require(curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers));
-    if (url.find("https:") != std::string::npos) {
-        require(curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L));
-        require(curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L));
-        require(curl_easy_setopt(handle, CURLOPT_CAINFO, cloudCaFile));
-        // libcurl may be built with a folder of authorities, which it would trust besides the file.
-        require(curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr));
-    }
+    setTrust(handle, url);
 }
 
 // The writer keeps its buffer from one request to the next.
@@ -138,6 +130,20 @@ bool handleStatus(CURL* handle, const std::string& method, const std::string& re
 }
 
 } // namespace
+
+bool isVerified(const std::string& url) {
+    return url.find("https:") != std::string::npos;
+}
+
+void setTrust(CURL* handle, const std::string& url) {
+    if (isVerified(url)) {
+        require(curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L));
+        require(curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L));
+        require(curl_easy_setopt(handle, CURLOPT_CAINFO, cloudCaFile));
+        // libcurl may be built with a folder of authorities, which it would trust besides the file.
+        require(curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr));
+    }
+}
 
 bool takeLargeAnswer() {
     return std::exchange(largeAnswer, false);

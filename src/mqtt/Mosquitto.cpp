@@ -4,6 +4,7 @@
 #include "common/Exception.h"
 #include "common/Log.h"
 #include "common/ProcessState.h"
+#include "mqtt/BrokerSettings.h"
 #include "mqtt/MqttQueue.h"
 
 #include <cstring>
@@ -60,9 +61,8 @@ Mosquitto::~Mosquitto() {
 }
 
 void Mosquitto::setCredentials() {
-    const Json::Value& mqtt = configuration()["mqtt"];
-    if (mqtt.isMember("username") && mqtt.isMember("password")) {
-        username_pw_set(mqtt["username"].asString().c_str(), mqtt["password"].asString().c_str());
+    if (const auto credentials = brokerCredentials(configuration()["mqtt"])) {
+        username_pw_set(credentials->username.c_str(), credentials->password.c_str());
     }
 }
 
@@ -137,9 +137,9 @@ bool Mosquitto::sendMessage(const char* topic, const void* payload, int length) 
 
 Mosquitto* createMqttClient() {
     const Json::Value& mqtt = configuration()["mqtt"];
-    if (mqtt.isMember("host") && mqtt.isMember("port")) {
-        return new (std::nothrow)
-            Mosquitto(bridgeClientId, mqtt["host"].asString().c_str(), mqtt["port"].asInt());
+    if (const auto broker = configuredBroker(mqtt)) {
+        return new (std::nothrow) Mosquitto(bridgeClientId, broker->host.c_str(), broker->port);
     }
-    return new Mosquitto(bridgeClientId, "127.0.0.1", 1883);
+    const BrokerAddress broker = brokerAddress(mqtt);
+    return new Mosquitto(bridgeClientId, broker.host.c_str(), broker.port);
 }
