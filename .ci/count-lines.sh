@@ -32,10 +32,11 @@ room() {
 }
 
 room 0 src include platform
-room 850 tests
+room 0 doctor
+room 1050 tests
 room 750 rig demo
 room 800 bench fuzz
 room 0 packaging .ci
-awk -v p="$(count src include platform)" -v t="$(count tests)" \
+awk -v p="$(count src include platform doctor)" -v t="$(count tests)" \
     'BEGIN { printf "tests to product: %.2f\n", t / p }'
 exit "$over"

@@ -186,13 +186,15 @@ class Company:
         self.broker = Process([find_program("mosquitto"), "-c", file], self.folder, "broker")
         expect(eventually(lambda: is_bound("tcp", BROKER_PORT)), "the broker does not listen")
 
-    def start_broker_with_passwords(self) -> None:
-        """The broker asks for names from now on."""
+    def start_broker_with_passwords(self, rights: str = "topic readwrite lora/#") -> None:
+        """The broker asks for names from now on, and grants the daemon no more than `rights`."""
         passwords = self.folder / "passwords"
         passwords.touch(0o600)
         for user in ("lora", "listener"):
             run(find_program("mosquitto_passwd"), "-b", passwords, user, "secret")
-        self.start_broker(f"allow_anonymous false\npassword_file {passwords}")
+        acl = self.folder / "rights"
+        acl.write_text(f"user lora\n{rights}\nuser listener\ntopic readwrite lora/#\n")
+        self.start_broker(f"allow_anonymous false\npassword_file {passwords}\nacl_file {acl}")
         self.listen("listener", "secret")
         self.configuration["mqtt"].update(username="lora", password="secret")
 

@@ -114,12 +114,6 @@ TEST_F(Worker, RebuildsAtOnceWhatDoesNotConnectAndPublishesTheQueueWhenItDoes) {
               Calls{"100 " + keepalive} + rebuilt(100) + wanted);
 }
 
-TEST_F(Worker, PausesBetweenLooksIntoAnEmptyQueueAndBeforeItEnds) {
-    std::vector<unsigned> pauses;
-    worker(130, [&](unsigned ms) { pauses.push_back(ms); });
-    EXPECT_EQ(pauses, (std::vector<unsigned>{100, 110, 120, 130, 230}));
-}
-
 TEST_F(Worker, TakesAClockThatWentBackForHealthy) {
     EXPECT_TRUE(linkIsHealthy(true, 9000, 10000) && keepaliveIsDue(9999, 10000));
 }
