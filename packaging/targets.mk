@@ -9,7 +9,7 @@ $(CROSS):
 	@$(DEPENDENCIES) build cross
 	@packaging/make-sysroot.sh $@ build-$@/sysroot
 	cmake --preset $@
-	cmake --build --preset $@ --target lora-veyra-server -j $(JOBS)
+	cmake --build --preset $@ --target lora-veyra-server lora-veyra-doctor -j $(JOBS)
 	@packaging/show-sizes.sh build-$@
 
 test-armhf:

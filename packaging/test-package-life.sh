@@ -61,6 +61,25 @@ testRelay() {
     startedRelay 1
 }
 
+# doctor LINES OPTION...: finds nothing bad, so many things right at least, and cannot tell nothing but
+# the clock, since not every stand-in cloud sends its time.
+doctor() {
+    inRoot lora-veyra-doctor "${@:2}" >"$work/doctor.out" 2>&1 &&
+        [[ $(grep -c '^ok ' "$work/doctor.out") -ge $1 ]] &&
+        ! grep '^unknown' "$work/doctor.out" | grep -qv '^unknown *clock '
+}
+
+testDoctor() {
+    local outside="$root/run/config/device_info.json"
+    echo "Doctor"
+    check "it finds nothing bad" doctor 9
+    check "nor in the process alone" doctor 1 --alive
+    chmod 0600 "$outside"
+    check "it sees as the service's user" not doctor 9
+    check "and says why" hasText "$work/doctor.out" "Permission denied"
+    chmod 0644 "$outside"
+}
+
 testRotation() {
     echo "Log rotation"
     inRoot logrotate --force "/etc/logrotate.d/$name"
@@ -135,6 +154,7 @@ if [[ -e $root/bin/systemd-analyze ]]; then
     testUnit
 fi
 testRelay
+testDoctor
 testRotation
 testStop
 testUpgrade
