@@ -14,6 +14,7 @@ TEST_JOBS ?= 24
 help:
 	@echo 'make demo      the whole road of a datagram, with a real broker and a real TLS server'
 	@echo 'make test      all tests'
+	@echo 'make doctor    lora-veyra-doctor on a healthy gateway, and with three faults'
 	@echo 'make run       the daemon in the foreground, with lora-veyra-server.conf'
 	@echo 'make build     the program, at build/lora-veyra-server'
 	@echo 'make asan      all tests under AddressSanitizer and UndefinedBehaviorSanitizer'
@@ -69,4 +70,4 @@ loc:
 clean:
 	rm -rf build build-*
 
-include packaging/targets.mk bench/targets.mk
+include packaging/targets.mk bench/targets.mk doctor/targets.mk
