@@ -101,16 +101,20 @@ std::vector<Daemon> findDaemons() {
         std::vector<const char*> arguments(texts.size());
         std::transform(texts.begin(), texts.end(), arguments.begin(),
                        [](const std::string& text) { return text.c_str(); });
-        if (texts.size() > 1 && texts[0].find("qemu-") != std::string::npos) {
-            arguments.erase(arguments.begin()); // the program runs below an emulator
-        }
+        const auto program =
+            std::find_if(arguments.begin(), arguments.end(), [](const char* argument) {
+                return fs::path(argument).filename() == daemonName;
+            });
+        // Below an emulator the emulator's own arguments come first.
+        const bool runs =
+            program == arguments.begin() || texts[0].find("qemu-") != std::string::npos;
         const fs::path network = linkTarget(processFolder(pid) / "ns/net");
-        if (arguments.empty() || fs::path(arguments[0]).filename() != daemonName ||
+        if (program == arguments.end() || !runs ||
             (!network.empty() && network != linkTarget("/proc/self/ns/net"))) {
             continue;
         }
         const fs::path folder = linkTarget(processFolder(pid) / "cwd");
-        CommandLine line = parseCommandLine(static_cast<int>(arguments.size()), arguments.data());
+        CommandLine line = parseCommandLine(static_cast<int>(arguments.end() - program), &*program);
         line.configurationFile = folder / line.configurationFile;
         line.logFile = folder / line.logFileOrDefault();
         line.runDirectory = folder / line.runDirectory;

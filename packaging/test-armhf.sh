@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # test-armhf.sh JOBS: runs the tests on the instruction set of the gateways: the decision tests as
-# emulated programs, and the daemon's tests as native programs with an emulated daemon.
+# emulated programs, and the daemon's and the doctor's as native programs with both emulated.
 #
 # Without a network there is no sysroot and nothing is tested, which is said and is no failure.
 set -euo pipefail
@@ -24,12 +24,13 @@ cmake --build --preset release -j "$jobs"
 ctest --preset armhf -j "$jobs"
 
 # Not by the kernel's means (binfmt), which would be a setting of the whole machine.
-emulated=$build/emulated-server
-printf '#!/bin/sh\nexec qemu-arm-static -L "%s" "%s" "$@"\n' \
-    "$build/sysroot" "$build/lora-veyra-server" >"$emulated"
-chmod +x "$emulated"
+for program in server doctor; do
+    printf '#!/bin/sh\nexec qemu-arm-static -L "%s" "%s" "$@"\n' \
+        "$build/sysroot" "$build/lora-veyra-$program" >"$build/emulated-$program"
+    chmod +x "$build/emulated-$program"
+done
 
 # Left out is what measures or lasts, and what the emulator cannot do.
 leftOut='ten_thousand|large_answer|any_moment|without_threads'
-VEYRA_DAEMON_PROGRAM=$emulated ctest --preset release -j 4 \
-    -R '^(relay|broker|lifecycle)\.' -E "$leftOut"
+VEYRA_DAEMON_PROGRAM=$build/emulated-server VEYRA_DOCTOR_PROGRAM=$build/emulated-doctor \
+    ctest --preset release -j 4 -R '^(relay|broker|lifecycle|doctor)\.' -E "$leftOut"
