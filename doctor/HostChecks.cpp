@@ -82,7 +82,8 @@ std::string describe(const Look& look) {
     return look.pid == 0
                ? "process lora-veyra-server"
                : "process " + std::to_string(look.pid) + ", " + std::to_string(look.threads) +
-                     " threads, " + std::to_string(look.waitingBytes) + " bytes wait" +
+                     " threads" +
+                     (look.seen ? ", " + std::to_string(look.waitingBytes) + " bytes wait" : "") +
                      (look.waitsIn.size() < 2 ? "" : ", main waits in " + look.waitsIn);
 }
 

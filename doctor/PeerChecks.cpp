@@ -103,7 +103,10 @@ Verdict judgeEcho(const BrokerFacts& facts) {
         {bad(facts.denied, "the broker denies the subscription", remedy),
          bad(!facts.heard && !facts.linked,
              "nothing in 12 s: the daemon is not connected and publishes none", "see alive"),
-         bad(!facts.heard, "nothing in 12 s: it may not be read, or not be written", remedy)});
+         bad(!facts.heard,
+             "nothing in 12 s: it may not be read or written, or, if alive is bad, is not "
+             "published",
+             remedy)});
 }
 
 Verdict judgeReplies(const BrokerFacts& facts) {
