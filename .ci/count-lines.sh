@@ -32,8 +32,8 @@ room() {
 }
 
 room 0 src include platform
-room 0 doctor
-room 1050 tests
+room 1520 doctor
+room 1070 tests
 room 750 rig demo
 room 800 bench fuzz
 room 0 packaging .ci

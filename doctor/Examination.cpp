@@ -15,8 +15,8 @@
 namespace {
 
 // Whether it keeps the daemon from opening its port on 127.0.0.1.
-bool isInTheWay(const Socket& socket, unsigned port) {
-    return socket.port == port &&
+bool isInTheWay(const Socket& socket, int port) {
+    return !socket.isTcp && socket.port == port &&
            (socket.address.find_first_not_of('0') == std::string::npos ||
             socket.address == "0100007F" || socket.address == "0000000000000000FFFF00000100007F");
 }
@@ -40,7 +40,6 @@ class Examination {
 
     int examine() {
         const bool readable = checkConfiguration();
-        first = look();
         if (!options.alive && root.isObject()) {
             checkFiles();
             checkPort();
@@ -53,9 +52,10 @@ class Examination {
         if (!options.alive) {
             checkTail();
         }
-        const bool good =
+        const Outcome worst =
             report.finish(identityIsRight ? fingerprint(device, root["network"]) : std::string());
-        return !good ? 1 : readable ? 0 : 2;
+        const bool blind = worst == Outcome::UNKNOWN && (options.alive != 0 || !readable);
+        return worst == Outcome::BAD ? 1 : blind ? 2 : 0;
     }
 
   private:
@@ -75,6 +75,7 @@ class Examination {
                 report.add("configuration", verdict);
             }
         }
+        first = look();
         return !(facts.error == EACCES && !isRoot);
     }
 
@@ -88,6 +89,7 @@ class Examination {
         identityIsRight = identity.outcome == Outcome::OK;
         report.add("identity", identity);
         report.add("log", judgeLog({logFile, isRoot, mayWrite(logFile), freeBytes(logFile),
+                                    !first.seen || holdsFile(first.pid, logFile),
                                     root["log"]["syslog"].asBool(), syslogListens()}));
     }
 
@@ -96,13 +98,14 @@ class Examination {
         facts.port = effectivePort(root);
         facts.daemon = first.pid;
         facts.daemonSeen = first.seen;
-        for (const Socket& socket : readSockets("udp")) {
-            if (isInTheWay(socket, facts.port)) {
+        for (const Socket& socket : readSockets()) {
+            if (isInTheWay(socket, facts.port) && (!facts.taken || socket.owner == first.pid)) {
                 facts.taken = true;
                 facts.owner = socket.owner;
                 facts.ownerName = processFile(socket.owner, "comm");
                 facts.drops = socket.drops;
-            } else if (socket.owner == first.pid && first.pid != 0) {
+            } else if (socket.owner == first.pid && first.pid != 0 &&
+                       socket.address == "0100007F") {
                 facts.elsewhere = socket.port;
             }
         }
@@ -148,28 +151,30 @@ class Examination {
         }
     }
 
-    // What looks stuck is looked at for longer: it may be a request in progress.
+    // What looks stuck is looked at for longer, as long as the whole stays below 25 s: it may be a
+    // request in progress.
     void checkLife() {
         constexpr std::uint64_t shortMs = 2000;
         constexpr std::uint64_t longMs = 10000;
+        constexpr std::uint64_t wholeMs = 24000;
+        const Look before = look();
         for (;;) {
+            sleepMillis(500);
             const Look second = look();
-            const std::uint64_t passedMs = second.atMs - first.atMs;
-            const Verdict verdict = judgeAlive(first, second, tail());
-            if (second.pid == 0 || passedMs >= longMs ||
+            const std::uint64_t passedMs = second.atMs - before.atMs;
+            const Verdict verdict = judgeAlive(before, second, tail());
+            if (second.pid == 0 || passedMs >= longMs || second.atMs - startedMs >= wholeMs ||
                 (passedMs >= shortMs && verdict.outcome != Outcome::BAD)) {
                 report.add("alive", verdict);
                 return;
             }
-            sleepMillis(500);
         }
     }
 
     void checkTail() {
-        const bool elsewhere = root.isObject() && root["log"]["syslog"].asBool();
         std::string text;
-        if (elsewhere || readText(logFile, text) != 0) {
-            skip("tail", elsewhere ? "see journalctl -t lora-veyra-server" : "see log");
+        if (toSyslog() || readText(logFile, text) != 0) {
+            skip("tail", toSyslog() ? "see journalctl -t lora-veyra-server" : "see log");
         } else {
             report.add("tail", judgeTail(logFile, tail(), std::time(nullptr)));
         }
@@ -183,27 +188,32 @@ class Examination {
         for (const Daemon& daemon : findDaemons()) {
             look.pid = look.pid == 0 || daemon.pid == first.pid ? daemon.pid : look.pid;
         }
+        look.mayBeHidden = !isRoot && processFile(1, "cmdline").empty();
+        look.isStopped = processFile(look.pid, "status").find("State:\tT") != std::string::npos;
         look.threads = statusOf(look.pid, "Threads");
         look.switches = statusOf(look.pid, "voluntary_ctxt_switches");
         look.waitsIn = processFile(look.pid, "wchan");
         look.seen = root.isObject() && maySeeSockets(look.pid);
-        for (const Socket& socket : look.seen ? readSockets("udp") : std::vector<Socket>()) {
+        const int broker = look.seen ? brokerAddress(root["mqtt"]).port : 0;
+        for (const Socket& socket : look.seen ? readSockets() : std::vector<Socket>()) {
             if (socket.owner == look.pid && isInTheWay(socket, effectivePort(root))) {
                 look.waitingBytes = socket.waitingBytes;
                 look.listens = true;
             }
-        }
-        for (const Socket& socket : look.seen ? readSockets("tcp") : std::vector<Socket>()) {
-            look.linked = look.linked ||
-                          (socket.owner == look.pid && socket.state == established &&
-                           static_cast<int>(socket.remotePort) == brokerAddress(root["mqtt"]).port);
+            look.linked =
+                look.linked || (socket.owner == look.pid && socket.isTcp &&
+                                socket.state == established && socket.remotePort == broker);
         }
         return look;
     }
 
+    bool toSyslog() const { return root.isObject() && root["log"]["syslog"].asBool(); }
+
     Tail tail() const {
         std::string text;
-        readText(logFile, text);
+        if (!toSyslog()) {
+            readText(logFile, text);
+        }
         return readTail(text, std::time(nullptr));
     }
 
@@ -215,6 +225,7 @@ class Examination {
     std::string configurationFile, logFile, runDirectory;
     Look first{}; // at the daemon
     const bool isRoot = getuid() == 0;
+    const std::uint64_t startedMs = monotonicMillis();
 };
 
 } // namespace

@@ -8,8 +8,11 @@
 
 struct Options {
     std::optional<std::string> configurationFile, logFile, runDirectory, signedPath;
-    int alive = 0;
+    int alive = 0; // flags as getopt_long(3) wants them
     int publish = 0;
+    int json = 0;
+    int help = 0;
+    int version = 0;
 };
 
 // Looks for the daemon first: its files are examined where `options` names no others. Returns the

@@ -1,6 +1,7 @@
 #include "HostChecks.h"
 
 #include "Crypto/Sha256.h"
+#include "Settings.h"
 #include "VeyraServer/GatewaySecret.h"
 
 #include <algorithm>
@@ -11,6 +12,7 @@ namespace {
 
 constexpr const char* asRoot = "may not be seen; run the doctor as root";
 constexpr const char* wedge = "Exception caught during CURL call";
+constexpr const char* noFault = "requests without success";
 constexpr int loopSeconds = 180; // a supervisor restarts every 30 s
 constexpr int loopStarts = 4;
 
@@ -18,13 +20,14 @@ constexpr int loopStarts = 4;
 constexpr const char* signs[][2] = {
     {wedge, "aborted requests"},
     {"EXCEPTION: Failed", "datagrams that ended in an exception"},
-    {"CURL call to Server failed", "requests without an answer"},
-    {" failed CODE:", "refused requests"},
+    {"Msg exception", "exceptions of the daemon"},
     {"Circuit is broken", "datagrams dropped, circuit open"},
     {"MQTT disconnected", "rebuilds of the broker link"},
     {"Impossible to connect", "refusals of the broker"},
     {"Unable to bind socket", "failures to open the port"},
     {"MQTT must be enabled", "ends, MQTT not enabled"},
+    {"CURL call to Server failed", noFault},
+    {" failed CODE:", noFault},
 };
 
 bool isHexadecimal(char character) {
@@ -42,7 +45,7 @@ std::vector<Finding> identityFindings(const GatewayIdentity& identity) {
         bad(std::count_if(key.begin(), key.end(), isHexadecimal) > 32 ||
                 key.find_first_of(" \t\n\v\f\r") != std::string::npos,
             "gatewayKey: more than 32 digits, or a blank in it: only its end counts", again),
-        bad(!key.empty() && parsed->find_first_not_of('0') == std::string::npos,
+        bad(!key.empty() && parsed && parsed->find_first_not_of('0') == std::string::npos,
             "gatewayKey: all zeros, the package's placeholder",
             "set the gateway's own key, or null for the device's uuid"),
         bad(key.empty() &&
@@ -63,10 +66,12 @@ std::time_t timeOf(const std::string& line) {
 
 void addRecord(Tail& tail, const std::string& line, std::time_t time, std::time_t now) {
     if (line.find("Lora VEYRA Server started") != std::string::npos) {
-        const int starts = tail.startsLately + (now - time < loopSeconds ? 1 : 0);
+        const bool lately = now >= time && now - time < loopSeconds;
+        const int starts = tail.startsLately + (lately && !tail.stopped ? 1 : 0);
         tail = Tail();
         tail.startsLately = starts;
     }
+    tail.stopped = tail.stopped || line.find("Shutdown signal received") != std::string::npos;
     for (const auto& [text, what] : signs) {
         if (line.find(text) != std::string::npos) {
             tail.events[what] = {tail.events[what].count + 1, time};
@@ -74,7 +79,7 @@ void addRecord(Tail& tail, const std::string& line, std::time_t time, std::time_
         }
     }
     if (const auto error = line.find(" ERROR "); error < 32) {
-        tail.lastError = line.substr(error + 7, 120);
+        tail.lastError = maskedUrl(line.substr(error + 7, 120));
     }
 }
 
@@ -119,6 +124,7 @@ Verdict judgeIdentity(const IdentityFacts& facts) {
 }
 
 Verdict judgeLog(const LogFacts& facts) {
+    constexpr std::uint64_t minFreeBytes = 65536;
     if (facts.toSyslog) {
         return judge("/dev/log",
                      {bad(!facts.syslogListens, "log.syslog is true and no syslog daemon listens",
@@ -131,14 +137,20 @@ Verdict judgeLog(const LogFacts& facts) {
              "make the folder: install -d -o lora-veyra -g lora-veyra"),
          bad(facts.error != 0, std::strerror(facts.error),
              "let the service's user write there, or mend -l; then restart the service"),
-         bad(facts.freeBytes == 0, "the disk is full: records are lost", "make room there")});
+         bad(!facts.isHeld,
+             "the running daemon does not have it open: it could not, or the file was moved",
+             "let the service write there, rotate by copy and truncate; then restart the service"),
+         bad(facts.freeBytes < minFreeBytes, "the disk is full: records are lost",
+             "make room there")});
 }
 
 Verdict judgePort(const PortFacts& facts) {
     const bool missing = !facts.taken && facts.daemon != 0;
     return judge(
         "127.0.0.1:" + std::to_string(facts.port) + " (UDP)" +
-            (facts.taken ? ", " + std::to_string(facts.drops) + " datagrams lost before it" : ""),
+            (facts.taken
+                 ? ", the daemon's, which lost " + std::to_string(facts.drops) + " datagrams"
+                 : ", nobody's"),
         {unknown(facts.taken && facts.owner == 0, "who has it " + std::string(asRoot)),
          bad(facts.taken && facts.owner != facts.daemon,
              "taken by " + facts.ownerName + ", process " + std::to_string(facts.owner),
@@ -170,7 +182,8 @@ Verdict judgeTail(const std::string& path, const Tail& tail, std::time_t now) {
     for (const auto& [what, event] : tail.events) {
         text += (text.empty() ? "" : "; ") + std::to_string(event.count) + " " + what +
                 ", last at " + utcText(event.last);
-        lately = lately || now - event.last < latelySeconds;
+        lately =
+            lately || (what != noFault && now >= event.last && now - event.last < latelySeconds);
     }
     return judge(path + ", since the last start: " + (text.empty() ? "no fault" : text),
                  {bad(lately, "the last of it less than 10 minutes ago",
@@ -192,10 +205,14 @@ Verdict judgeAlive(const Look& first, const Look& second, const Tail& tail) {
              std::to_string(tail.startsLately) + " starts in 3 minutes: it ends again and again; " +
                  why,
              "mend what is bad above"),
+         unknown(second.pid == 0 && second.mayBeHidden, "a process " + std::string(asRoot)),
          bad(second.pid == 0, "it does not run; " + why,
              "mend what is bad above, then systemctl start lora-veyra-server"),
          bad(first.pid != second.pid, "it has just been started anew; " + why, "ask again soon"),
          bad(second.seen && !second.listens, "it does not have its port", "see port"),
+         bad(second.isStopped, "it is stopped by a signal", "kill -CONT " + pid),
+         bad(turns == 0 && second.threads < 2, "it still starts: the broker is silent",
+             "see broker"),
          bad(turns == 0 || (slow && tail.wedged), "it is wedged on its lock and relays no more",
              "kill -KILL " + pid +
                  " and start it again; the handbook's \"It relays no more\" "

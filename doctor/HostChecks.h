@@ -29,6 +29,7 @@ struct LogFacts {
     bool isRoot = true;
     int error = 0; // errno of an attempt to write
     std::uint64_t freeBytes = 0;
+    bool isHeld = true; // by the running daemon, as far as can be seen
     bool toSyslog = false;
     bool syslogListens = false;
 };
@@ -36,14 +37,14 @@ struct LogFacts {
 Verdict judgeLog(const LogFacts& facts);
 
 struct PortFacts {
-    unsigned port = 0;
+    int port = 0;
     int daemon = 0;         // its process id; 0: none runs
     bool daemonSeen = true; // its sockets may be seen
     bool taken = false;     // a socket is in the daemon's way
     int owner = 0;          // of that socket; 0: not to be seen
     std::string ownerName;
     std::uint64_t drops = 0;
-    unsigned elsewhere = 0; // the port that the daemon has instead
+    int elsewhere = 0; // the port that the daemon has instead
 };
 
 Verdict judgePort(const PortFacts& facts);
@@ -56,7 +57,8 @@ struct Tail {
     };
     std::map<std::string, Event> events;
     std::string lastError;
-    int startsLately = 0;
+    int startsLately = 0; // that followed no stop
+    bool stopped = false;
     bool wedged = false; // the record after which the daemon relays no more
 };
 
@@ -71,9 +73,11 @@ struct Look {
     std::uint64_t switches = 0; // how often its main thread has waited
     std::string waitsIn;        // of the kernel; "0" or empty when it does not tell
     std::uint64_t waitingBytes = 0;
-    bool seen = false;    // its sockets may be seen, and the configuration says which to expect
-    bool listens = false; // on the configured port
-    bool linked = false;  // to the broker
+    bool seen = false;        // its sockets may be seen, and the configuration says which to expect
+    bool listens = false;     // on the configured port
+    bool linked = false;      // to the broker
+    bool isStopped = false;   // by a signal
+    bool mayBeHidden = false; // processes of others are not to be seen
 };
 
 Verdict judgeAlive(const Look& first, const Look& second, const Tail& tail);

@@ -70,20 +70,24 @@ std::map<std::string, int> socketOwners() {
 
 } // namespace
 
-// The groups stay the service's: root has no need of any.
+// The real ids as well, since the kernel asks for them where access is only tried. The groups stay
+// the service's: root has no need of any.
 AsUserOf::AsUserOf(int pid) {
     struct stat process {};
-    const bool running = pid != 0 && stat(processFolder(pid).c_str(), &process) == 0;
-    const passwd* const user = running ? getpwuid(process.st_uid) : getpwnam("lora-veyra");
-    if (getuid() == 0 && user != nullptr && user->pw_uid != 0 &&
-        (initgroups(user->pw_name, user->pw_gid) != 0 || setegid(user->pw_gid) != 0 ||
-         seteuid(user->pw_uid) != 0)) {
+    const bool runs = pid != 0 && stat(processFolder(pid).c_str(), &process) == 0;
+    const passwd* const user = runs ? getpwuid(process.st_uid) : getpwnam("lora-veyra");
+    const uid_t uid = runs || user == nullptr ? process.st_uid : user->pw_uid;
+    const gid_t gid = runs || user == nullptr ? process.st_gid : user->pw_gid;
+    changed = getuid() == 0 && uid != 0;
+    if (changed &&
+        ((user == nullptr ? setgroups(0, nullptr) : initgroups(user->pw_name, gid)) != 0 ||
+         setresgid(gid, gid, 0) != 0 || setresuid(uid, uid, 0) != 0)) {
         throw std::runtime_error("cannot act as the service's user");
     }
 }
 
 AsUserOf::~AsUserOf() {
-    if (getuid() == 0 && (seteuid(0) != 0 || setegid(0) != 0)) {
+    if (changed && (setresuid(0, 0, 0) != 0 || setresgid(0, 0, 0) != 0)) {
         std::abort(); // never go on half as somebody else
     }
 }
@@ -101,24 +105,29 @@ std::vector<Daemon> findDaemons() {
         std::vector<const char*> arguments(texts.size());
         std::transform(texts.begin(), texts.end(), arguments.begin(),
                        [](const std::string& text) { return text.c_str(); });
-        const auto program =
-            std::find_if(arguments.begin(), arguments.end(), [](const char* argument) {
-                return fs::path(argument).filename() == daemonName;
-            });
+        const auto isDaemon = [](const fs::path& path) { return path.filename() == daemonName; };
+        const auto isBanner = [](const std::string& text) {
+            return text == "--version" || text == "--help" || text == "-help";
+        };
         // Below an emulator the emulator's own arguments come first.
-        const bool runs =
-            program == arguments.begin() || texts[0].find("qemu-") != std::string::npos;
+        const auto program = std::find_if(arguments.begin(), arguments.end(), isDaemon);
+        const bool emulated = !texts.empty() && texts[0].find("qemu-") != std::string::npos;
         const fs::path network = linkTarget(processFolder(pid) / "ns/net");
-        if (program == arguments.end() || !runs ||
+        if (program == arguments.end() || (program != arguments.begin() && !emulated) ||
+            std::any_of(texts.begin(), texts.end(), isBanner) ||
             (!network.empty() && network != linkTarget("/proc/self/ns/net"))) {
             continue;
         }
-        const fs::path folder = linkTarget(processFolder(pid) / "cwd");
-        CommandLine line = parseCommandLine(static_cast<int>(arguments.end() - program), &*program);
-        line.configurationFile = folder / line.configurationFile;
-        line.logFile = folder / line.logFileOrDefault();
-        line.runDirectory = folder / line.runDirectory;
-        daemons.push_back({pid, line});
+        try {
+            const fs::path folder = processFolder(pid) / "cwd";
+            CommandLine line =
+                parseCommandLine(static_cast<int>(arguments.end() - program), &*program);
+            line.configurationFile = folder / line.configurationFile;
+            line.logFile = folder / line.logFileOrDefault();
+            line.runDirectory = folder / line.runDirectory;
+            daemons.push_back({pid, line});
+        } catch (const std::logic_error&) { // a value is missing: it is about to end
+        }
     }
     return daemons;
 }
@@ -126,7 +135,6 @@ std::vector<Daemon> findDaemons() {
 void takeEnvironmentOf(int pid) {
     const std::vector<std::string> entries = textsOf(pid, "environ");
     clearenv();
-    setenv("RES_OPTIONS", "timeout:5 attempts:1", 1); // the broker library waits for the resolver
     for (const std::string& entry : entries) {
         const auto end = entry.find('=');
         setenv(entry.substr(0, end).c_str(), entry.c_str() + std::min(end + 1, entry.size()), 1);
@@ -141,10 +149,10 @@ std::uint64_t statusOf(int pid, const std::string& name) {
                : std::strtoull(status.c_str() + place + name.size() + 2, nullptr, 10);
 }
 
-std::vector<Socket> readSockets(const std::string& protocol) {
+std::vector<Socket> readSockets() {
     std::vector<Socket> sockets;
     std::map<std::string, int> owners = socketOwners();
-    for (const std::string& file : {protocol, protocol + "6"}) {
+    for (const std::string file : {"udp", "udp6", "tcp", "tcp6"}) {
         std::ifstream lines("/proc/net/" + file);
         std::string line;
         std::getline(lines, line); // the heading
@@ -154,6 +162,7 @@ std::vector<Socket> readSockets(const std::string& protocol) {
             std::string skipped;
             std::string inode;
             Socket socket;
+            socket.isTcp = file[0] == 't';
             fields >> skipped >> socket.address >> std::hex >> socket.port >> skipped >>
                 socket.remotePort >> socket.state >> skipped >> socket.waitingBytes >> skipped >>
                 skipped >> skipped >> skipped >> skipped >> inode >> skipped >> skipped >>
@@ -169,17 +178,33 @@ bool maySeeSockets(int pid) {
     return !numbersIn(processFolder(pid) / "fd").empty();
 }
 
+bool holdsFile(int pid, const std::string& path) {
+    struct stat wanted {};
+    struct stat held {};
+    const fs::path folder = processFolder(pid) / "fd";
+    const std::vector<int> all = numbersIn(folder);
+    return stat(path.c_str(), &wanted) == 0 && std::any_of(all.begin(), all.end(), [&](int one) {
+               return stat((folder / std::to_string(one)).c_str(), &held) == 0 &&
+                      held.st_dev == wanted.st_dev && held.st_ino == wanted.st_ino;
+           });
+}
+
+// Never waits for a pipe, nor takes from one.
 int readText(const std::string& path, std::string& text) {
     constexpr std::streamoff wanted = 1 << 20;
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) {
+        return errno;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    }
     errno = 0;
     std::ifstream file(path, std::ios::binary);
     if (!file) {
         return errno == 0 ? EIO : errno;
     }
-    file.seekg(0, std::ios::end);
-    const std::streamoff size = file.tellg(); // 0 for the kernel's files
-    file.clear();
-    file.seekg(size > wanted ? size - wanted : 0);
+    file.seekg(std::max<std::streamoff>(0, status.st_size - wanted)); // the kernel's files have 0
     std::ostringstream all;
     all << file.rdbuf();
     text = all.str();
@@ -187,11 +212,14 @@ int readText(const std::string& path, std::string& text) {
 }
 
 int mayWrite(const std::string& path) {
-    if (faccessat(AT_FDCWD, path.c_str(), F_OK, AT_EACCESS) != 0 && errno == ENOENT) {
-        const std::string folder = fs::absolute(path).parent_path();
-        return faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0 ? 0 : errno;
+    if (fs::is_directory(path)) {
+        return EISDIR;
     }
-    return faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0 ? 0 : errno;
+    const bool missing = access(path.c_str(), F_OK) != 0 && errno == ENOENT;
+    const std::string folder = fs::absolute(path).parent_path();
+    return access(missing ? folder.c_str() : path.c_str(), missing ? W_OK | X_OK : W_OK) == 0
+               ? 0
+               : errno;
 }
 
 std::uint64_t freeBytes(const std::string& path) {

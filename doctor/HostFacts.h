@@ -24,6 +24,9 @@ class AsUserOf {
     ~AsUserOf();
     AsUserOf(const AsUserOf&) = delete;
     AsUserOf& operator=(const AsUserOf&) = delete;
+
+  private:
+    bool changed;
 };
 
 // The process's environment becomes this one's, proxies above all; none when it cannot be read.
@@ -37,24 +40,28 @@ std::string processFile(int pid, const std::string& name);
 
 struct Socket {
     std::string address; // as the kernel writes it
-    unsigned port = 0;
-    unsigned remotePort = 0;
+    bool isTcp = false;  // else UDP
+    int port = 0;
+    int remotePort = 0;
     unsigned state = 0;
     std::uint64_t waitingBytes = 0;
     std::uint64_t drops = 0; // UDP only
     int owner = 0;           // process; 0: nobody that may be seen
 };
 
-// Of `protocol`, such as udp, and of its IPv6 sister.
-std::vector<Socket> readSockets(const std::string& protocol);
+// All of this network, IPv4 and IPv6.
+std::vector<Socket> readSockets();
 
 // Whether the sockets of the process show it as their owner.
 bool maySeeSockets(int pid);
 
-// Its last MiB. Returns errno of opening it, or 0.
+// Whether the process has `path` open.
+bool holdsFile(int pid, const std::string& path);
+
+// The last MiB of a file. Returns errno of opening it, or 0.
 int readText(const std::string& path, std::string& text);
 
-// errno of an attempt to write `path`, or to make it when it is missing; nothing is written.
+// errno of what would keep the current user from writing `path`, or from making it; else 0.
 int mayWrite(const std::string& path);
 
 // What the current user may still write where `path` is.

@@ -47,11 +47,9 @@ Verdict judgeCloud(const CloudFacts& facts) {
          bad(facts.code == CURLE_OPERATION_TIMEDOUT, facts.words, silenceOf(facts)),
          bad(facts.code == CURLE_COULDNT_RESOLVE_HOST, facts.words,
              "mend the host in network.veyraServer, or the name servers"),
-         bad(facts.code != CURLE_OK,
-             facts.words + (facts.systemError == 0
-                                ? ""
-                                : std::string(", ") + std::strerror(facts.systemError)),
-             "mend scheme, host and port in network.veyraServer; else the cloud is down"),
+         bad(facts.code != CURLE_OK, facts.words,
+             "mend scheme, host and port in network.veyraServer, or the daemon's proxy; else the "
+             "cloud is down"),
          bad(facts.status >= 502 && facts.status <= 504, "out of order behind its front",
              "wait, or ask whoever runs it")});
 }
@@ -75,10 +73,10 @@ Verdict judgeClock(const CloudFacts& facts, std::time_t now) {
 
 Verdict judgeSignature(const std::string& path, long status, const std::string& fingerprint) {
     return judge("signed GET of " + path + " gives " + std::to_string(status),
-                 {unknown(status == 0 || status >= 500, "no answer, or the cloud's own trouble"),
-                  bad(status == 401 || status == 403,
+                 {bad(status == 401 || status == 403,
                       "refused: with clock and identity right, it knows another key or deviceId",
-                      "compare the fingerprint " + fingerprint + " with whoever runs the cloud")});
+                      "compare the fingerprint " + fingerprint + " with whoever runs the cloud"),
+                  unknown(status / 100 != 2, "says nothing of the signature")});
 }
 
 Verdict judgeBroker(const BrokerFacts& facts) {
@@ -100,7 +98,8 @@ Verdict judgeEcho(const BrokerFacts& facts) {
                                "readwrite lora/veyra_keepalive)";
     return judge(
         "lora/veyra_keepalive",
-        {bad(facts.denied, "the broker denies the subscription", remedy),
+        {unknown(facts.ended, "the broker ended the connection"),
+         bad(facts.denied, "the broker denies the subscription", remedy),
          bad(!facts.heard && !facts.linked,
              "nothing in 12 s: the daemon is not connected and publishes none", "see alive"),
          bad(!facts.heard,

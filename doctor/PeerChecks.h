@@ -12,7 +12,6 @@ struct CloudFacts {
     int authorityError = 0; // errno of reading the file of the one authority
     CURLcode code = CURLE_OK;
     std::string words; // libcurl's
-    int systemError = 0;
     long verifyCode = 0;
     bool resolved = false;
     bool connected = false;
@@ -35,6 +34,7 @@ struct BrokerFacts {
     std::string words;  // libcurl's
     int answer = -1;    // to the connection; -1: none
     bool linked = true; // the daemon is connected, as far as can be seen
+    bool ended = false; // by the broker, before anything was heard
     bool denied = false;
     bool heard = false;
     int published = -1; // reason code; -1: none

@@ -10,11 +10,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <tuple>
 #include <unistd.h>
 
 namespace {
@@ -59,6 +59,15 @@ Handle makeHandle(Words& words, long limitMs, CloudFacts& facts) {
     curl_easy_setopt(handle.get(), CURLOPT_HEADERFUNCTION, takeHeader);
     curl_easy_setopt(handle.get(), CURLOPT_HEADERDATA, &facts);
     return handle;
+}
+
+// Performs the request. Returns the code and the words for it, empty when it is none.
+std::pair<CURLcode, std::string> perform(const Handle& handle, const Words& words) {
+    const CURLcode code = curl_easy_perform(handle.get());
+    const auto error = static_cast<int>(infoOf<long>(handle, CURLINFO_OS_ERRNO));
+    std::string text = words[0] == 0 ? curl_easy_strerror(code) : words.data();
+    text += error == 0 ? "" : std::string(", ") + std::strerror(error);
+    return {code, code == CURLE_OK ? "" : text};
 }
 
 // The trust is set by the daemon's own function.
@@ -123,12 +132,31 @@ Client makeClient(BrokerFacts& facts) {
     return client;
 }
 
+// Whether something listens at the address; the broker library would wait for it without a limit.
+// Returns libcurl's words, empty when it does.
+std::string reach(const BrokerAddress& address) {
+    Words words{};
+    CloudFacts ignored;
+    const Handle handle = makeHandle(words, phaseLimitMs, ignored);
+    const bool bare = address.host.find(':') != std::string::npos; // an IPv6 address
+    const std::string url = "http://" + (bare ? "[" + address.host + "]" : address.host) + ":" +
+                            std::to_string(address.port);
+    curl_easy_setopt(handle.get(), CURLOPT_URL, url.c_str());
+    curl_easy_setopt(handle.get(), CURLOPT_CONNECT_ONLY, 1L);
+    curl_easy_setopt(handle.get(), CURLOPT_PROXY, "");
+    return perform(handle, words).second;
+}
+
+// Returns whether the connection lasted.
 template <typename Condition>
-void waitFor(const Client& client, std::uint64_t limitMs, Condition condition) {
+bool waitFor(const Client& client, std::uint64_t limitMs, Condition condition) {
     const std::uint64_t endMs = monotonicMillis() + limitMs;
-    while (!condition() && monotonicMillis() < endMs &&
-           mosquitto_loop(client.get(), 100, 1) == MOSQ_ERR_SUCCESS) {
+    while (!condition() && monotonicMillis() < endMs) {
+        if (mosquitto_loop(client.get(), 100, 1) != MOSQ_ERR_SUCCESS) {
+            return false;
+        }
     }
+    return true;
 }
 
 } // namespace
@@ -140,10 +168,8 @@ CloudFacts askCloud(const std::string& url) {
     facts.verified = isVerified(url);
     facts.authorityError = facts.verified ? readText(cloudCaFile, text) : 0;
     Words words{};
-    const Handle handle = makeHead(url, words, phaseLimitMs + 2000, facts);
-    facts.code = curl_easy_perform(handle.get());
-    facts.words = words[0] == 0 ? curl_easy_strerror(facts.code) : words.data();
-    facts.systemError = static_cast<int>(infoOf<long>(handle, CURLINFO_OS_ERRNO));
+    const Handle handle = makeHead(url, words, phaseLimitMs + 1000, facts);
+    std::tie(facts.code, facts.words) = perform(handle, words);
     facts.verifyCode = infoOf<long>(handle, CURLINFO_SSL_VERIFYRESULT);
     facts.resolved = infoOf<double>(handle, CURLINFO_NAMELOOKUP_TIME) > 0;
     facts.connected = infoOf<long>(handle, CURLINFO_LOCAL_PORT) != 0;
@@ -180,19 +206,21 @@ BrokerFacts askBroker(const BrokerAddress& address,
         facts.user = credentials->username;
         mosquitto_username_pw_set(client.get(), facts.user.c_str(), credentials->password.c_str());
     }
-    const int code = mosquitto_connect_async(client.get(), address.host.c_str(), address.port, 30);
-    facts.words = code == MOSQ_ERR_SUCCESS ? "no answer, or none of a broker's"
-                  : code == MOSQ_ERR_ERRNO ? std::strerror(errno)
-                                           : mosquitto_strerror(code);
+    facts.words = reach(address);
+    if (!facts.words.empty()) {
+        return facts;
+    }
+    facts.words = "what listens there is no broker";
+    mosquitto_connect(client.get(), address.host.c_str(), address.port, 30);
     waitFor(client, phaseLimitMs, [&] { return facts.answer != -1; });
     if (task == BrokerTask::LISTEN) {
         mosquitto_subscribe(client.get(), nullptr, keepaliveTopic, 2);
-        waitFor(client, 12000, [&] { return facts.heard || facts.denied; });
+        facts.ended = !waitFor(client, 12000, [&] { return facts.heard || facts.denied; });
     }
     if (task == BrokerTask::PUBLISH) {
         mosquitto_publish_v5(client.get(), nullptr, "lora/veyra", 2, "{}", publishQos, false,
                              nullptr);
-        waitFor(client, phaseLimitMs, [&] { return facts.published != -1; });
+        waitFor(client, 2000, [&] { return facts.published != -1; });
     }
     mosquitto_disconnect(client.get());
     return facts;

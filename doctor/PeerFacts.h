@@ -5,7 +5,7 @@
 #include "PeerChecks.h"
 #include "mqtt/BrokerSettings.h"
 
-// An unsigned HEAD on `url`. Takes 7 s at most, and 2 s to look at a certificate that is refused.
+// An unsigned HEAD on `url`. Takes 6 s at most, and 2 s to look at a certificate that is refused.
 CloudFacts askCloud(const std::string& url);
 
 // The status that a signed GET of `path` gets; 0 when there is no answer within 5 s.

@@ -40,7 +40,7 @@ bool Report::add(const char* check, const Verdict& verdict) {
     return verdict.outcome != Outcome::BAD;
 }
 
-bool Report::finish(const std::string& fingerprint) {
+Outcome Report::finish(const std::string& fingerprint) {
     root["outcome"] = words[static_cast<std::size_t>(worst)];
     root["fingerprint"] = fingerprint;
     const char* const unseen[] = {
@@ -57,5 +57,5 @@ bool Report::finish(const std::string& fingerprint) {
     if (json) {
         std::fputs(Json::FastWriter().write(root).c_str(), stdout);
     }
-    return worst != Outcome::BAD;
+    return worst;
 }

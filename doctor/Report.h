@@ -14,8 +14,8 @@ class Report {
     // Returns whether it is not bad.
     bool add(const char* check, const Verdict& verdict);
 
-    // Ends the report. Returns whether nothing was bad.
-    bool finish(const std::string& fingerprint);
+    // Ends the report. Returns the worst outcome.
+    Outcome finish(const std::string& fingerprint);
 
   private:
     bool json;

@@ -17,33 +17,46 @@ using Json::Value;
 using Verdicts = std::vector<Verdict>;
 
 constexpr Json::ValueType any = Json::nullValue;
-constexpr const char* none = nullptr;
-constexpr const char* pair = "give both keys or neither";
+constexpr const char* pair = "give both keys, or neither: host and port, username and password";
 constexpr const char* noBreaker = "leave it out, or null: any integer counts as 1";
 constexpr const char* cloudName = "network.veyraServer";
+
+// False, 0 or an empty text.
+bool isNothing(const Value& effect) {
+    return effect.isString() ? effect.asString().empty() : effect.asInt64() == 0;
+}
+
+bool isNoPort(const Value& effect) {
+    return effect.asInt() < 1 || effect.asInt() > 65535;
+}
 
 const struct Setting {
     std::string name;
     Json::ValueType type; // that a value must convert to
-    const char* useless;  // what takes effect and yet is of no use, as JSON, and why
-    const char* reason;
-    const char* remedy;
+    bool (*isUseless)(const Value& effect);
+    const char* reason; // why it is
+    const char* remedy; // for that, and when another value takes effect
 } settings[] = {
-    {"log.level", Json::uintValue, "0", "nothing is logged", "set 40"},
-    {"log.syslog", Json::booleanValue, none, "", ""},
-    {"log.console", Json::booleanValue, none, "", ""},
-    {"udp.veyraPort", any, "0", "any free port", "write 1024 to 65535, without quotes"},
-    {cloudName, Json::stringValue, "\"\"", "no cloud", "write the API prefix: https://HOST/api/"},
-    {"network.gatewayKey", any, none, "", ""}, // judged as identity
-    {"mqtt.enabled", Json::booleanValue, "false", "the daemon ends at once", "set it to true"},
-    {"mqtt.host", Json::stringValue, none, "", pair},
-    {"mqtt.port", Json::intValue, none, "", pair},
-    {"mqtt.username", Json::stringValue, none, "", pair},
-    {"mqtt.password", Json::stringValue, none, "", pair},
-    {"veyra.breakerThreshold", any, none, "", noBreaker},
-    {"veyra.breakerTime", any, none, "", noBreaker},
-    {"veyra.breakerTimeMax", any, none, "", noBreaker},
+    {"log.level", Json::uintValue, isNothing, "nothing is logged", "set 40"},
+    {"log.syslog", Json::booleanValue, nullptr, "", ""},
+    {"log.console", Json::booleanValue, nullptr, "", ""},
+    {"udp.veyraPort", any, isNothing, "any free port", "write 1024 to 65535, without quotes"},
+    {cloudName, Json::stringValue, isNothing, "no cloud",
+     "write the API prefix: https://HOST/api/"},
+    {"network.gatewayKey", any, nullptr, "", ""}, // judged as identity
+    {"mqtt.enabled", Json::booleanValue, isNothing, "the daemon ends at once", "set it to true"},
+    {"mqtt.host", Json::stringValue, isNothing, "no broker", pair},
+    {"mqtt.port", Json::intValue, isNoPort, "no broker", pair},
+    {"mqtt.username", Json::stringValue, nullptr, "", pair},
+    {"mqtt.password", Json::stringValue, nullptr, "", pair},
+    {"veyra.breakerThreshold", any, nullptr, "", noBreaker},
+    {"veyra.breakerTime", any, nullptr, "", noBreaker},
+    {"veyra.breakerTimeMax", any, nullptr, "", noBreaker},
 };
+
+std::string sectionOf(const Setting& setting) {
+    return setting.name.substr(0, setting.name.find('.'));
+}
 
 // What takes effect, in the configuration's own shape. Every value must be of the right type.
 Value effectOf(const Value& root) {
@@ -92,19 +105,36 @@ std::size_t editDistance(const std::string& left, const std::string& right) {
     return row.back();
 }
 
-// The known setting whose key is most like the one in `name`, wherever it belongs; empty when none
-// is like it.
+// How unlike a known word a given one is; 1 when one is the other's beginning.
+std::size_t distanceOf(const std::string& given, const std::string& known) {
+    const std::string left = ZEP::Text::toLowerCase(given);
+    const std::string right = ZEP::Text::toLowerCase(known);
+    const std::size_t same = std::min(left.size(), right.size());
+    const bool begins = same > 3 && left.compare(0, same, right, 0, same) == 0;
+    return begins ? std::min<std::size_t>(1, left.size() - same + right.size() - same)
+                  : editDistance(left, right);
+}
+
+// The known name most like `name`: of the same section's keys, or at the top of all keys and
+// sections. Empty when none is like it.
 std::string nearestName(const std::string& name) {
-    const auto keyOf = [](const std::string& full) {
-        return ZEP::Text::toLowerCase(full.substr(full.find('.') + 1));
-    };
-    std::size_t nearest = std::max<std::size_t>(2, keyOf(name).size() / 3) + 1;
+    const auto dot = name.find('.');
+    const std::string key = name.substr(dot + 1);
+    std::size_t nearest = std::min<std::size_t>(2, key.size() / 3) + 1;
     std::string found;
-    for (const Setting& setting : settings) {
-        const std::size_t distance = editDistance(keyOf(name), keyOf(setting.name));
-        if (distance < nearest) {
+    const auto consider = [&](const std::string& known, const std::string& word) {
+        if (const std::size_t distance = distanceOf(key, word); distance < nearest) {
             nearest = distance;
-            found = setting.name;
+            found = known;
+        }
+    };
+    for (const Setting& setting : settings) {
+        const std::string section = sectionOf(setting);
+        if (dot == std::string::npos || name.substr(0, dot) == section) {
+            consider(setting.name, setting.name.substr(section.size() + 1));
+        }
+        if (dot == std::string::npos) {
+            consider(section, section);
         }
     }
     return found;
@@ -116,13 +146,13 @@ void addBad(Verdicts& found, Verdict verdict) {
     }
 }
 
-// Keys that are like no known one may be another program's.
+// Keys that are like no known one may be another program's, which uses the same file.
 void judgeNames(const Value& section, const std::string& prefix, Verdicts& found) {
     for (const std::string& key : section.getMemberNames()) {
         const std::string name = prefix + key;
         const bool known =
             std::any_of(std::begin(settings), std::end(settings), [&](const Setting& setting) {
-                return setting.name == name || setting.name.rfind(name + ".", 0) == 0;
+                return setting.name == name || sectionOf(setting) == name;
             });
         const std::string meant = known ? "" : nearestName(name);
         addBad(found, judge(name, {bad(!meant.empty(), "no such key, the daemon ignores it",
@@ -138,7 +168,7 @@ bool judgeTypes(const Value& root, Verdicts& found) {
     const std::size_t before = found.size();
     for (const Setting& setting : settings) {
         const Value value = valueAt(root, setting.name);
-        const Value section = valueAt(root, setting.name.substr(0, setting.name.find('.')));
+        const Value section = root[sectionOf(setting)];
         const bool right = section.isConvertibleTo(Json::objectValue) &&
                            (setting.type == any || value.isConvertibleTo(setting.type));
         addBad(found, judge(setting.name + " " + textOf(setting.name, value),
@@ -158,17 +188,17 @@ void judgeEffects(const Value& root, const Value& effect, Verdicts& found) {
         const Value its = valueAt(effect, setting.name);
         const std::string text = textOf(setting.name, its);
         const std::string url = setting.name == cloudName ? its.asString() : "https:/";
-        addBad(
-            found,
-            judge(
-                setting.name + " " + textOf(setting.name, configured),
-                {bad(setting.useless != none && text == setting.useless,
-                     "takes effect as " + text + ": " + setting.reason, setting.remedy),
-                 bad(!configured.isNull() && !its.isBool() && jsonOf(configured) != jsonOf(its),
-                     its.isNull() ? "takes no effect" : "takes effect as " + text, setting.remedy),
-                 bad(!isVerified(url), "no encryption, and nobody verifies the cloud",
-                     "write https: in front of the host"),
-                 bad(url.back() != '/', "prefix and path run together", "put / at its end")}));
+        addBad(found, judge(setting.name + " " + textOf(setting.name, configured),
+                            {bad(setting.isUseless != nullptr && setting.isUseless(its),
+                                 "takes effect as " + text + ": " + setting.reason, setting.remedy),
+                             bad(!configured.isNull() && !its.isBool() &&
+                                     jsonOf(configured) != jsonOf(its),
+                                 its.isNull() ? "takes no effect" : "takes effect as " + text,
+                                 setting.remedy),
+                             bad(!isVerified(url), "no encryption, and nobody verifies the cloud",
+                                 "write https: in front of the host"),
+                             bad(('/' + url).back() != '/', "prefix and path run together",
+                                 "put / at its end")}));
     }
 }
 
@@ -183,8 +213,12 @@ std::string parse(const std::string& text, Value& root) {
         return "nested too deeply";
     }
     // Such as "* Line 3, Column 5\n  Missing '}' or object member name\nSee Line 1, Column 1".
-    const std::string words = reader.getFormattedErrorMessages();
-    return words.substr(2, words.find('\n', words.find('\n') + 1) - 2);
+    std::string words = reader.getFormattedErrorMessages();
+    words = words.substr(2, words.find('\n', words.find('\n') + 1) - 2);
+    const auto quoted = words.find("' is not a number"); // it may be a key without quotes
+    return quoted == std::string::npos
+               ? words
+               : words.replace(words.find('\''), quoted + 1 - words.find('\''), "this");
 }
 
 Verdict judgeText(const ConfigurationFacts& facts, Value& root) {
@@ -201,13 +235,13 @@ Verdict judgeText(const ConfigurationFacts& facts, Value& root) {
 
 } // namespace
 
-std::string maskedUrl(const std::string& url) {
-    const auto start = url.find("//");
-    const auto at = url.find('@');
-    if (start == std::string::npos || at == std::string::npos || at > url.find('/', start + 2)) {
-        return url;
+std::string maskedUrl(const std::string& text) {
+    const auto at = text.rfind('@');
+    if (at == std::string::npos) {
+        return text;
     }
-    return url.substr(0, start + 2) + "***" + url.substr(at);
+    const auto scheme = text.find("//");
+    return (scheme < at ? text.substr(0, scheme + 2) : "") + "***" + text.substr(at);
 }
 
 Verdicts judgeConfiguration(const ConfigurationFacts& facts, Value& root) {

@@ -16,5 +16,5 @@ struct ConfigurationFacts {
 // when the daemon could not start with it.
 std::vector<Verdict> judgeConfiguration(const ConfigurationFacts& facts, Json::Value& root);
 
-// Without user name and password.
-std::string maskedUrl(const std::string& url);
+// A text, such as a URL, without what may be a user's name and password before an "@".
+std::string maskedUrl(const std::string& text);

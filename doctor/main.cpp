@@ -28,15 +28,9 @@ constexpr const char* usage =
     "m1/gateways/SN0042/check_in\n"
     "Exit status: 0 nothing is bad, 1 something is, 2 it could not do its work.\n";
 
-struct Arguments : Options {
-    int json = 0;
-    int help = 0;
-    int version = 0;
-};
-
 // Nothing for arguments that it does not know.
-std::optional<Arguments> parseArguments(int argc, char** argv) {
-    Arguments given;
+std::optional<Options> parseOptions(int argc, char** argv) {
+    Options given;
     const option longOptions[] = {
         {"var-run", required_argument, nullptr, 'r'}, {"sign", required_argument, nullptr, 's'},
         {"alive", no_argument, &given.alive, 1},      {"publish", no_argument, &given.publish, 1},
@@ -61,7 +55,7 @@ std::optional<Arguments> parseArguments(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char* argv[]) {
-    const auto given = parseArguments(argc, argv);
+    const auto given = parseOptions(argc, argv);
     if (!given || given->help != 0) {
         std::fputs(usage, given ? stdout : stderr);
         return given ? 0 : 2;

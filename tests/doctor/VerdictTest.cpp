@@ -53,24 +53,26 @@ TEST(Settings, NamesEachTrapWithItsEffect) {
         {"log.level", "\"40\"", "bad aborts"},
         {"log.syslog", "1", "ok x.conf: port 1790"},
         {"udp.veyraPort", "67326", "bad takes effect as 1790"},
-        {"udp.veyraPort", "-1", "bad takes effect as 1790"},
         {"udp.veyraPort", "\"1791\"", "bad takes effect as 1790"},
         {"udp.veyraPort", "65535", "ok port 65535"},
+        {"udp.port", "1", "ok x.conf"},
+        {"lora.level", "1", "ok x.conf"},
         {"veyra.breakerThreshold", "25", "bad takes effect as 1."},
         {"veyra.breakerThreshold", "\"25\"", "bad takes effect as 10."},
         {"veyra.breakerTime", "0.5", "bad takes effect as 5000."},
         {"veyra.breakerTimeMax", "false", "bad takes effect as 320000."},
-        {"veyra.breakerTimeMax", "null", "ok x.conf"},
         {"veyra", "[1]", "bad aborts"},
         {"mqtt.enabled", "null", "bad ends at once"},
         {"mqtt.host", "\"10.0.0.1\"", "bad takes effect as \"127.0.0.1\""},
         {"mqtt.port", "1884", "bad takes effect as 1883"},
         {"mqtt.password", "\"hidden\"", "bad takes no effect"},
-        {"network.veyraServer", "\"https://a:hidden@b/api\"", "bad run together"},
+        {"network.veyraServer", "\"https://a:hidden@@b/api\"", "bad run together"},
+        {"network.veyraServer", "\"\"", "bad takes effect as \"\": no cloud"},
         {"network.veyraServer", "\"http://cloud/api/\"", "bad no encryption"},
         {"network.veyraServer", "null", "bad takes effect as \"\": no cloud"},
         {"network.gatewaykey", "\"12\"", "bad write network.gatewayKey"},
-        {"mqtt.anything", "1", "ok x.conf"},
+        {"mqtt.user", "1", "bad write mqtt.username"},
+        {"gatewaykey", "1", "bad write network.gatewayKey"},
     };
     for (const auto& [name, value, wanted] : cases) {
         Json::Value root;
@@ -82,6 +84,9 @@ TEST(Settings, NamesEachTrapWithItsEffect) {
     expect(judged("{\n  \"mqtt\": {\"a\": 1,\n  }\n}"), "bad Line 3, Column 3");
     expect(judged("{\"a\":" + std::string(2000, '[')), "bad deeply");
     expect(judged("[]"), "bad no object");
+    expect(judged("{\"a\": 12e-}"), "bad this is not a number");
+    Json::Value root;
+    expect(judgeConfiguration({"x", false, EACCES, ""}, root).at(0), "unknown as root");
 }
 
 TEST(Identity, NamesWhatSignsWrongly) {
@@ -99,39 +104,52 @@ TEST(Identity, NamesWhatSignsWrongly) {
 }
 
 TEST(Life, TellsAWedgeFromASilentCloudAndFromWork) {
-    const Look good{3000, 7, 3, 100, "", 0, true, true, true};
-    const Look unseen{3000, 7, 3, 100, "", 0, false, false, false};
+    const Look good{3000, 7, 3, 100, "", 0, true, true, true, false, false};
     Tail aborted;
     aborted.wedged = true;
     expect(life(20, aborted, good), "ok 3 threads");
     expect(life(0, {}, good), "bad wedged");
     expect(life(2, aborted, good), "bad wedged");
     expect(life(2, {}, good), "bad waits for a cloud");
-    expect(life(20, {}, {3000, 7, 3, 100, "", 0, true, true, false}), "bad no connection");
-    expect(life(20, {}, {3000, 7, 3, 100, "", 0, true, false, true}), "bad not have its port");
-    expect(life(20, {}, unseen), "unknown as root");
-    expect(life(20, {}, {3000, 8, 3, 100, "", 0, true, true, true}), "bad started anew");
-    expect(life(0, {}, {3000, 0, 0, 0, "", 0, false, false, false}), "bad does not run");
+    expect(life(0, {}, {3000, 7, 3, 100, "", 0, true, true, true, true, false}), "bad -CONT 7");
+    expect(life(0, {}, {3000, 7, 1, 100, "", 0, false, false, false, false, false}), "bad starts");
+    expect(life(20, {}, {3000, 7, 3, 100, "", 0, true, true, false, false, false}), "bad no conn");
+    expect(life(20, {}, {3000, 7, 3, 100, "", 0, true, false, true, false, false}), "bad its port");
+    expect(life(20, {}, {3000, 7, 3, 9, "", 0, false, true, true, false, false}),
+           "unknown as root");
+    expect(life(20, {}, {3000, 8, 3, 100, "", 0, true, true, true, false, false}), "bad anew");
+    expect(life(0, {}, {3000, 0, 0, 0, "", 0, false, false, false, false, true}),
+           "unknown as root");
 }
 
 TEST(Tail, CountsSinceTheLastStart) {
     const std::string log = "2026-11-21T10:00:00.000Z ERROR CURL call to Server failed - x\n"
                             "2026-11-21T10:00:01.000Z INFO Lora VEYRA Server started, version 1\n"
-                            "2026-11-21T10:00:03.000Z ERROR POST failed CODE:401 BODY:[x\n"
+                            "2026-11-21T10:00:03.000Z DEBUG MQTT disconnected NET\n"
                             "y] Circuit is broken\n"
                             "2026-11-21T10:00:04.000Z ERROR POST failed CODE:401 BODY:[]\n";
-    expect(judgeTail("x", readTail(log, start), start + 9),
-           "bad last start: 2 refused requests, last at 2026-11-21 10:00:04Z: ");
-    expect(judgeTail("x", readTail(log, start), start + 3600), "ok 2 refused requests");
+    expect(
+        judgeTail("x", readTail(log, start), start + 9),
+        "bad last start: 1 rebuilds of the broker link, last at 2026-11-21 10:00:03Z; 1 request");
+    expect(judgeTail("x", readTail(log, start), start + 3600), "ok 1 rebuilds");
     const std::string loop = log + log + log + log;
     expect(judgeAlive({}, {}, readTail(loop, start + 100)), "bad 4 starts in 3 minutes");
     expect(judgeAlive({}, {}, readTail(loop, start + 9999)), "bad CODE:401 BODY:[]. mend");
+    const std::string stop = log + "2026-11-21T10:00:05.000Z INFO Shutdown signal received 15\n";
+    expect(judgeAlive({}, {}, readTail(stop + stop + stop + stop, start + 9)), "bad not run");
+}
+
+TEST(Log, IsNeverTakenForWritableUnseen) {
+    expect(judgeLog({"x", true, 0, 1 << 20, true, false, false}), "ok 1 MiB free");
+    expect(judgeLog({"x", true, 0, 4096, true, false, false}), "bad full");
+    expect(judgeLog({"x", true, 0, 1 << 20, false, false, false}), "bad not have it open");
+    expect(judgeLog({"x", false, EACCES, 1 << 20, true, false, false}), "unknown as root");
+    expect(judgeLog({"x", true, 0, 1 << 20, true, true, false}), "bad no syslog");
 }
 
 TEST(Port, IsNeverTakenForRightUnseen) {
-    expect(judgePort({1790, 7, true, true, 7, "", 3, 0}), "ok 3 datagrams lost");
+    expect(judgePort({1790, 7, true, true, 7, "", 3, 0}), "ok daemon's, which lost 3 datagrams");
     expect(judgePort({1790, 7, true, true, 9, "nc", 0, 0}), "bad taken by nc, process 9");
-    expect(judgePort({1790, 7, false, true, 0, "", 0, 0}), "unknown as root");
     expect(judgePort({1790, 7, false, false, 0, "", 0, 0}), "unknown as root");
     expect(judgePort({1790, 7, true, false, 0, "", 0, 1791}), "bad listens on 1791");
 }
