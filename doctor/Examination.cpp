@@ -104,8 +104,8 @@ class Examination {
                 facts.owner = socket.owner;
                 facts.ownerName = processFile(socket.owner, "comm");
                 facts.drops = socket.drops;
-            } else if (socket.owner == first.pid && first.pid != 0 &&
-                       socket.address == "0100007F") {
+            } else if (socket.owner == first.pid && first.pid != 0 && !socket.isTcp &&
+                       socket.remotePort == 0) {
                 facts.elsewhere = socket.port;
             }
         }

@@ -117,9 +117,10 @@ Verdict judgeIdentity(const IdentityFacts& facts) {
     for (Finding& finding : identityFindings(identity)) {
         findings.push_back(std::move(finding));
     }
+    const std::string print = fingerprint(facts.device, facts.network);
     return judge(facts.path + ", secret made of " +
                      (identity.gatewayKey.empty() ? "uuid" : "network.gatewayKey") +
-                     " and deviceId, fingerprint " + fingerprint(facts.device, facts.network),
+                     " and deviceId" + (print.empty() ? "" : ", fingerprint " + print),
                  findings);
 }
 
@@ -146,11 +147,12 @@ Verdict judgeLog(const LogFacts& facts) {
 
 Verdict judgePort(const PortFacts& facts) {
     const bool missing = !facts.taken && facts.daemon != 0;
+    const bool its = facts.taken && facts.daemon != 0 && facts.owner == facts.daemon;
     return judge(
         "127.0.0.1:" + std::to_string(facts.port) + " (UDP)" +
-            (facts.taken
-                 ? ", the daemon's, which lost " + std::to_string(facts.drops) + " datagrams"
-                 : ", nobody's"),
+            (its ? ", the daemon's, which lost " + std::to_string(facts.drops) + " datagrams"
+             : facts.taken ? ""
+                           : ", nobody's"),
         {unknown(facts.taken && facts.owner == 0, "who has it " + std::string(asRoot)),
          bad(facts.taken && facts.owner != facts.daemon,
              "taken by " + facts.ownerName + ", process " + std::to_string(facts.owner),

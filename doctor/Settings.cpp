@@ -17,7 +17,8 @@ using Json::Value;
 using Verdicts = std::vector<Verdict>;
 
 constexpr Json::ValueType any = Json::nullValue;
-constexpr const char* pair = "give both keys, or neither: host and port, username and password";
+constexpr const char* pair =
+    "give both or neither: host and port (1 to 65535), username and password";
 constexpr const char* noBreaker = "leave it out, or null: any integer counts as 1";
 constexpr const char* cloudName = "network.veyraServer";
 
