@@ -22,7 +22,7 @@ if(VEYRA_SANITIZE)
   target_compile_options(veyra-options INTERFACE
     -fsanitize=${VEYRA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(veyra-options INTERFACE -fsanitize=${VEYRA_SANITIZE})
-  target_compile_definitions(veyra-options INTERFACE VEYRA_SANITIZED)
+  target_compile_definitions(veyra-options INTERFACE VEYRA_SANITIZED _GLIBCXX_ASSERTIONS)
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   target_compile_options(veyra-options INTERFACE
     -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)

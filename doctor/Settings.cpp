@@ -147,8 +147,10 @@ void addBad(Verdicts& found, Verdict verdict) {
     }
 }
 
-// Keys that are like no known one may be another program's, which uses the same file.
-void judgeNames(const Value& section, const std::string& prefix, Verdicts& found) {
+// Keys that are like no known one may be another program's, which uses the same file: they are added
+// to `ignored`.
+void judgeNames(const Value& section, const std::string& prefix, Verdicts& found,
+                std::string& ignored) {
     for (const std::string& key : section.getMemberNames()) {
         const std::string name = prefix + key;
         const bool known =
@@ -156,10 +158,11 @@ void judgeNames(const Value& section, const std::string& prefix, Verdicts& found
                 return setting.name == name || sectionOf(setting) == name;
             });
         const std::string meant = known ? "" : nearestName(name);
+        ignored += known || !meant.empty() ? "" : ", ignored " + name;
         addBad(found, judge(name, {bad(!meant.empty(), "no such key, the daemon ignores it",
                                        "write " + meant + " in its place")}));
-        if (prefix.empty() && section[key].isObject()) {
-            judgeNames(section[key], key + ".", found);
+        if (prefix.empty() && known && section[key].isObject()) {
+            judgeNames(section[key], key + ".", found, ignored);
         }
     }
 }
@@ -252,7 +255,8 @@ Verdicts judgeConfiguration(const ConfigurationFacts& facts, Value& root) {
         return {text};
     }
     Verdicts found;
-    judgeNames(root, "", found);
+    std::string ignored;
+    judgeNames(root, "", found, ignored);
     if (!judgeTypes(root, found)) {
         root = Value();
         return found;
@@ -262,6 +266,6 @@ Verdicts judgeConfiguration(const ConfigurationFacts& facts, Value& root) {
     const std::string summary = facts.path + ": port " + textOf("", effect["udp"]["veyraPort"]) +
                                 ", cloud " + textOf("", effect["network"]["veyraServer"]) +
                                 ", broker " + effect["mqtt"]["host"].asString() + ":" +
-                                textOf("", effect["mqtt"]["port"]);
+                                textOf("", effect["mqtt"]["port"]) + ignored;
     return found.empty() ? Verdicts{judge(summary, {})} : found;
 }
