@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <unistd.h>
 
 namespace {
@@ -33,7 +34,7 @@ class Examination {
                                           "/var/log/lora-veyra-server/lora-veyra-server.log"}
                             : daemons.front().commandLine;
         configurationFile = options.configurationFile.value_or(its.configurationFile);
-        logFile = options.logFile.value_or(*its.logFile);
+        logFile = std::filesystem::absolute(options.logFile.value_or(*its.logFile));
         runDirectory = options.runDirectory.value_or(its.runDirectory);
         takeEnvironmentOf(first.pid);
     }
@@ -88,9 +89,9 @@ class Examination {
             judgeIdentity({path, isRoot, readText(path, text), device, root["network"]});
         identityIsRight = identity.outcome == Outcome::OK;
         report.add("identity", identity);
-        report.add("log", judgeLog({logFile, isRoot, mayWrite(logFile), freeBytes(logFile),
-                                    !first.seen || holdsFile(first.pid, logFile),
-                                    root["log"]["syslog"].asBool(), syslogListens()}));
+        const std::string view = viewOf(first.pid, logFile);
+        report.add("log", judgeLog({logFile, isRoot, mayWrite(view), freeBytes(view), toSyslog(),
+                                    syslogListens()}));
     }
 
     void checkPort() {

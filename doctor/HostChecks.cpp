@@ -131,18 +131,14 @@ Verdict judgeLog(const LogFacts& facts) {
                      {bad(!facts.syslogListens, "log.syslog is true and no syslog daemon listens",
                           "install one, or set log.syslog to false")});
     }
-    return judge(
-        facts.path + ", " + std::to_string(facts.freeBytes >> 20) + " MiB free",
-        {unknown(facts.error == EACCES && !facts.isRoot, asRoot),
-         bad(facts.error == ENOENT, std::strerror(facts.error),
-             "make the folder: install -d -o lora-veyra -g lora-veyra"),
-         bad(facts.error != 0, std::strerror(facts.error),
-             "let the service's user write there, or mend -l; then restart the service"),
-         bad(!facts.isHeld,
-             "the running daemon does not have it open: it could not, or the file was moved",
-             "let the service write there, rotate by copy and truncate; then restart the service"),
-         bad(facts.freeBytes < minFreeBytes, "the disk is full: records are lost",
-             "make room there")});
+    return judge(facts.path + ", " + std::to_string(facts.freeBytes >> 20) + " MiB free",
+                 {unknown(facts.error == EACCES && !facts.isRoot, asRoot),
+                  bad(facts.error == ENOENT, std::strerror(facts.error),
+                      "make the folder: install -d -o lora-veyra -g lora-veyra"),
+                  bad(facts.error != 0, std::strerror(facts.error),
+                      "let the service's user write there, or mend -l; then restart the service"),
+                  bad(facts.freeBytes < minFreeBytes, "the disk is full: records are lost",
+                      "make room there")});
 }
 
 Verdict judgePort(const PortFacts& facts) {

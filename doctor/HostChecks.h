@@ -29,7 +29,6 @@ struct LogFacts {
     bool isRoot = true;
     int error = 0; // errno of an attempt to write
     std::uint64_t freeBytes = 0;
-    bool isHeld = true; // by the running daemon, as far as can be seen
     bool toSyslog = false;
     bool syslogListens = false;
 };

@@ -178,15 +178,9 @@ bool maySeeSockets(int pid) {
     return !numbersIn(processFolder(pid) / "fd").empty();
 }
 
-bool holdsFile(int pid, const std::string& path) {
-    struct stat wanted {};
-    struct stat held {};
-    const fs::path folder = processFolder(pid) / "fd";
-    const std::vector<int> all = numbersIn(folder);
-    return stat(path.c_str(), &wanted) == 0 && std::any_of(all.begin(), all.end(), [&](int one) {
-               return stat((folder / std::to_string(one)).c_str(), &held) == 0 &&
-                      held.st_dev == wanted.st_dev && held.st_ino == wanted.st_ino;
-           });
+std::string viewOf(int pid, const std::string& path) {
+    const std::string root = processFolder(pid) / "root";
+    return access((root + "/").c_str(), X_OK) == 0 ? root + path : path;
 }
 
 // Never waits for a pipe, nor takes from one.
@@ -216,7 +210,7 @@ int mayWrite(const std::string& path) {
         return EISDIR;
     }
     const bool missing = access(path.c_str(), F_OK) != 0 && errno == ENOENT;
-    const std::string folder = fs::absolute(path).parent_path();
+    const std::string folder = fs::path(path).parent_path();
     return access(missing ? folder.c_str() : path.c_str(), missing ? W_OK | X_OK : W_OK) == 0
                ? 0
                : errno;
@@ -224,7 +218,7 @@ int mayWrite(const std::string& path) {
 
 std::uint64_t freeBytes(const std::string& path) {
     std::error_code error;
-    const fs::space_info space = fs::space(fs::absolute(path).parent_path(), error);
+    const fs::space_info space = fs::space(fs::path(path).parent_path(), error);
     return error ? 0 : space.available;
 }
 

@@ -55,8 +55,8 @@ std::vector<Socket> readSockets();
 // Whether the sockets of the process show it as their owner.
 bool maySeeSockets(int pid);
 
-// Whether the process has `path` open.
-bool holdsFile(int pid, const std::string& path);
+// Where an absolute path leads by the mounts of the process, if that may be seen; else the path.
+std::string viewOf(int pid, const std::string& path);
 
 // The last MiB of a file. Returns errno of opening it, or 0.
 int readText(const std::string& path, std::string& text);
