@@ -97,10 +97,10 @@ relay() {
         hasLines "$work/cloud.out" '"verdict": "signature valid"' "$1"
 }
 
-# doctor LINES OPTION...: finds nothing bad, so many things right at least, and cannot tell nothing but
+# doctor LINES: it finds nothing bad, so many things right at least, and cannot tell nothing but
 # the clock, since not every stand-in cloud sends its time.
 doctor() {
-    inRoot lora-veyra-doctor "${@:2}" >"$work/doctor.out" 2>&1 &&
+    inRoot lora-veyra-doctor >"$work/doctor.out" 2>&1 &&
         [[ $(grep -c '^ok ' "$work/doctor.out") -ge $1 ]] &&
         ! grep '^unknown' "$work/doctor.out" | grep -qv '^unknown *clock '
 }

@@ -65,7 +65,7 @@ testDoctor() {
     local outside="$root/run/config/device_info.json"
     echo "Doctor"
     check "it finds nothing bad" doctor 9
-    check "nor in the process alone" doctor 1 --alive
+    check "nor in the process alone" service alive
     chmod 0600 "$outside"
     check "it sees as the service's user" not doctor 9
     check "and says why" hasText "$work/doctor.out" "Permission denied"
