@@ -141,9 +141,9 @@ std::string nearestName(const std::string& name) {
     return found;
 }
 
-void addBad(Verdicts& found, Verdict verdict) {
-    if (verdict.outcome == Outcome::BAD) {
-        found.push_back(std::move(verdict));
+void addBad(Verdicts& found, const std::string& seen, const std::vector<Finding>& findings) {
+    if (const Verdict verdict = judge(seen, findings); verdict.outcome == Outcome::BAD) {
+        found.push_back(verdict);
     }
 }
 
@@ -159,8 +159,9 @@ void judgeNames(const Value& section, const std::string& prefix, Verdicts& found
             });
         const std::string meant = known ? "" : nearestName(name);
         ignored += known || !meant.empty() ? "" : ", ignored " + name;
-        addBad(found, judge(name, {bad(!meant.empty(), "no such key, the daemon ignores it",
-                                       "write " + meant + " in its place")}));
+        addBad(found, name,
+               {bad(!meant.empty(), "no such key, the daemon ignores it",
+                    "write " + meant + " in its place")});
         if (prefix.empty() && known && section[key].isObject()) {
             judgeNames(section[key], key + ".", found, ignored);
         }
@@ -175,13 +176,12 @@ bool judgeTypes(const Value& root, Verdicts& found) {
         const Value section = root[sectionOf(setting)];
         const bool right = section.isConvertibleTo(Json::objectValue) &&
                            (setting.type == any || value.isConvertibleTo(setting.type));
-        addBad(found, judge(setting.name + " " + textOf(setting.name, value),
-                            {bad(!right,
-                                 setting.name == cloudName
-                                     ? "wrong type: each datagram ends in an exception"
-                                     : "wrong type: the daemon aborts at the start",
-                                 "write sections in braces, numbers without quotes, texts with, "
-                                 "true and false without")}));
+        addBad(found, setting.name + " " + textOf(setting.name, value),
+               {bad(!right,
+                    setting.name == cloudName ? "wrong type: each datagram ends in an exception"
+                                              : "wrong type: the daemon aborts at the start",
+                    "write sections in braces, numbers without quotes, texts with, "
+                    "true and false without")});
     }
     return found.size() == before;
 }
@@ -192,17 +192,15 @@ void judgeEffects(const Value& root, const Value& effect, Verdicts& found) {
         const Value its = valueAt(effect, setting.name);
         const std::string text = textOf(setting.name, its);
         const std::string url = setting.name == cloudName ? its.asString() : "https:/";
-        addBad(found, judge(setting.name + " " + textOf(setting.name, configured),
-                            {bad(setting.isUseless != nullptr && setting.isUseless(its),
-                                 "takes effect as " + text + ": " + setting.reason, setting.remedy),
-                             bad(!configured.isNull() && !its.isBool() &&
-                                     jsonOf(configured) != jsonOf(its),
-                                 its.isNull() ? "takes no effect" : "takes effect as " + text,
-                                 setting.remedy),
-                             bad(!isVerified(url), "no encryption, and nobody verifies the cloud",
-                                 "write https: in front of the host"),
-                             bad(('/' + url).back() != '/', "prefix and path run together",
-                                 "put / at its end")}));
+        addBad(
+            found, setting.name + " " + textOf(setting.name, configured),
+            {bad(setting.isUseless != nullptr && setting.isUseless(its),
+                 "takes effect as " + text + ": " + setting.reason, setting.remedy),
+             bad(!configured.isNull() && !its.isBool() && jsonOf(configured) != jsonOf(its),
+                 its.isNull() ? "takes no effect" : "takes effect as " + text, setting.remedy),
+             bad(!isVerified(url), "no encryption, and nobody verifies the cloud",
+                 "write https: in front of the host"),
+             bad(('/' + url).back() != '/', "prefix and path run together", "put / at its end")});
     }
 }
 
