@@ -132,9 +132,11 @@ TEST(Tail, CountsSinceTheLastStart) {
         judgeTail("x", readTail(log, start), start + 9),
         "bad last start: 1 rebuilds of the broker link, last at 2026-11-21 10:00:03Z; 1 request");
     expect(judgeTail("x", readTail(log, start), start + 3600), "ok 1 rebuilds");
+    expect(judgeTail("x", readTail(log.substr(0, 70), start), start + 9), "ok 1 requests without");
     const std::string loop = log + log + log + log;
     expect(judgeAlive({}, {}, readTail(loop, start + 100)), "bad 4 starts in 3 minutes");
     expect(judgeAlive({}, {}, readTail(loop, start + 9999)), "bad CODE:401 BODY:[]. mend");
+    expect(judgeAlive({}, {}, readTail(loop, start - 9)), "bad not run");
     const std::string stop = log + "2026-11-21T10:00:05.000Z INFO Shutdown signal received 15\n";
     expect(judgeAlive({}, {}, readTail(stop + stop + stop + stop, start + 9)), "bad not run");
 }
