@@ -155,7 +155,7 @@ TEST(Port, IsNeverTakenForRightUnseen) {
     expect(judgePort({1790, 7, true, false, 0, "", 0, 1791}), "bad listens on 1791");
 }
 
-TEST(Clock, IsHeldAgainstTheCloudAndElseTheCertificate) {
+TEST(Clock, IsHeldAgainstTheCloudElseTheCertificateAndSignaturesByTheirAnswer) {
     CloudFacts facts;
     expect(judgeClock(facts, 1333333333), "bad never set");
     expect(judgeClock(facts, start), "unknown tells no time");
@@ -164,4 +164,5 @@ TEST(Clock, IsHeldAgainstTheCloudAndElseTheCertificate) {
     facts.date = start;
     facts.dateTaken = start - 61;
     expect(judgeClock(facts, start), "bad 61 s behind");
+    expect(judgeSignature("p", 404, ""), "unknown says nothing");
 }
