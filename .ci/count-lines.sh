@@ -33,7 +33,7 @@ room() {
 
 room 0 src include platform
 room 1520 doctor
-room 1070 tests
+room 1075 tests
 room 750 rig demo
 room 800 bench fuzz
 room 0 packaging .ci

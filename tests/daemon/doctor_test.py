@@ -67,6 +67,7 @@ class Doctor(DaemonTest):
         self.company.configuration["mqtt"]["password"] = "wrong"
         self.company.start_ready_daemon()
         self.expect_bad("it refuses name or password")
+        self.assertEqual(self.company.cloud.requests, [], "nothing is signed unasked")
 
     def test_tells_a_wedged_daemon_from_one_that_waits(self) -> None:
         self.company.start_ready_daemon()
@@ -83,3 +84,4 @@ class Doctor(DaemonTest):
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
             other.bind(("0.0.0.0", UPSTREAM_PORT))
             self.expect_bad(f"port taken by python3, process {os.getpid()}")
+        self.assertNotIn({}, self.company.replies(), "nothing is published unasked")
