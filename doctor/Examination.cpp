@@ -8,7 +8,6 @@
 #include "VeyraServer/GatewaySecret.h"
 #include "common/Clock.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <unistd.h>

@@ -27,7 +27,7 @@ std::string fingerprint(const Json::Value& device, const Json::Value& network);
 struct LogFacts {
     std::string path;
     bool isRoot = true;
-    int error = 0; // errno of an attempt to write
+    int error = 0; // errno of what keeps it from being written
     std::uint64_t freeBytes = 0;
     bool toSyslog = false;
     bool syslogListens = false;
@@ -57,8 +57,8 @@ struct Tail {
     std::map<std::string, Event> events;
     std::string lastError;
     int startsLately = 0; // that followed no stop
-    bool stopped = false;
-    bool wedged = false; // the record after which the daemon relays no more
+    bool stopped = false; // the last start has been followed by one
+    bool wedged = false;  // the record after which the daemon relays no more
 };
 
 Tail readTail(const std::string& text, std::time_t now);

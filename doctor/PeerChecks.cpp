@@ -3,7 +3,7 @@
 #include "HostChecks.h"
 #include "cloud/CloudRequest.h"
 
-#include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <openssl/x509_vfy.h>
 

@@ -29,9 +29,8 @@ Verdict judgeSignature(const std::string& path, long status, const std::string& 
 
 struct BrokerFacts {
     std::string address;
-    std::string user; // empty: anonymous
-    CURLcode reached = CURLE_OK;
-    std::string words;  // libcurl's
+    std::string user;   // empty: anonymous
+    std::string words;  // why there is no answer
     int answer = -1;    // to the connection; -1: none
     bool linked = true; // the daemon is connected, as far as can be seen
     bool ended = false; // by the broker, before anything was heard
