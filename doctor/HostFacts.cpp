@@ -205,7 +205,8 @@ int readText(const std::string& path, std::string& text) {
 }
 
 int mayWrite(const std::string& path) {
-    if (fs::is_directory(path)) {
+    std::error_code unseen; // a folder above may not be searched: access tells
+    if (fs::is_directory(path, unseen)) {
         return EISDIR;
     }
     const bool missing = access(path.c_str(), F_OK) != 0 && errno == ENOENT;

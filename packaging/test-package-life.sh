@@ -70,6 +70,10 @@ testDoctor() {
     check "it sees as the service's user" not doctor 9
     check "and says why" hasText "$work/doctor.out" "Permission denied"
     chmod 0644 "$outside"
+    chmod 0000 "$root/var/log/$name"
+    check "it sees a closed folder of the log" not doctor 9
+    check "and says so, too" hasText "$work/doctor.out" "bad     log"
+    chmod 0750 "$root/var/log/$name"
 }
 
 testRotation() {
