@@ -40,7 +40,7 @@ test: build
 	ctest --preset release -j $(TEST_JOBS)
 
 demo: build
-	@rig/run.sh /usr/bin/python3 -m demo.run
+	@testbed/run.sh /usr/bin/python3 -m demo.run
 
 run: build
 	build/lora-veyra-server -c lora-veyra-server.conf -l build/lora-veyra-server.log

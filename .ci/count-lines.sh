@@ -34,8 +34,8 @@ room() {
 room 0 src include platform
 room 1520 doctor
 room 1075 tests
-room 750 rig demo
-room 800 bench fuzz
+room 750 testbed demo
+room 810 bench fuzz
 room 0 packaging .ci
 awk -v p="$(count src include platform doctor)" -v t="$(count tests)" \
     'BEGIN { printf "tests to product: %.2f\n", t / p }'

@@ -1,6 +1,6 @@
-"""The daemon beside a floor, turn by turn: `python3 -m bench.benchmark SLICES`."""
+"""The daemon beside a baseline, turn by turn: `python3 -m bench.benchmark SLICES`."""
 
-# Below rig/run.sh. Both get the same datagrams and work with the same broker and the same cloud,
+# Run it with testbed/run.sh. Both programs get the same datagrams, broker and cloud, the latter
 # nginx with one static answer. The measured program and the cloud share one core, as on a small
 # gateway, and everything else has the others: left to the scheduler, the core that the cloud wakes
 # on decides more than the programs do. The tables are Markdown.
@@ -17,8 +17,9 @@ from collections import defaultdict
 from collections.abc import Sequence
 from pathlib import Path
 
-from rig.company import BROKER_HOST, BROKER_PORT, BUILD, UPSTREAM_PORT, Company, find_program
-from rig.processes import Process, eventually, expect, is_bound, udp_queue
+from testbed.environment import BROKER_HOST, BROKER_PORT, BUILD, UPSTREAM_PORT
+from testbed.environment import TestEnvironment, find_program
+from testbed.processes import Process, eventually, expect, is_bound, udp_queue
 
 SIZES = {200: 2000, 2048: 1000, 16384: 250}  # bytes of a datagram: datagrams of a burst
 # Short ones in turn: what else the machine does falls on both alike.
@@ -41,7 +42,7 @@ RECORD = (
 CORES = sorted(os.sched_getaffinity(0))
 MEASURED, OTHERS = CORES[-1:], CORES[:-1] or CORES
 
-Series = defaultdict[str, list[float]]  # of the daemon and the floor
+Series = defaultdict[str, list[float]]  # of the daemon and the baseline
 
 
 def packets(size: int) -> bytes:
@@ -61,8 +62,8 @@ def spread(values: Sequence[float], digits: int) -> str:
 
 def ratios(series: Series) -> str:
     """What was measured in the same turn is compared with each other."""
-    both = zip(series["daemon"], series["floor-json"], strict=True)
-    return spread([daemon / floor for daemon, floor in both], 3)
+    both = zip(series["daemon"], series["baseline-json"], strict=True)
+    return spread([daemon / baseline for daemon, baseline in both], 3)
 
 
 def row(*cells: object) -> None:
@@ -78,11 +79,11 @@ def head(*cells: str) -> None:
 class Answers:
     """When replies come to a subscriber, in nanoseconds of the clock of the day."""
 
-    def __init__(self, company: Company) -> None:
+    def __init__(self, testbed: TestEnvironment) -> None:
         command = f"{find_program('mosquitto_sub')} -h {BROKER_HOST} -p {BROKER_PORT}".split()
         command += ["-t", "lora/veyra", "-F", "%U"]
-        self.process = Process(command, company.folder, "answers")
-        broker = company.broker
+        self.process = Process(command, testbed.folder, "answers")
+        broker = testbed.broker
         subscribed = eventually(lambda: broker and "lora/veyra" in broker.errors())
         expect(subscribed, "no subscription")
         self._file = self.process.out.open()
@@ -103,8 +104,8 @@ class Answers:
 class Subject:
     """One of the measured programs, with a port of its own. Not running at first."""
 
-    def __init__(self, company: Company, name: str) -> None:
-        self.company, self.name = company, name
+    def __init__(self, testbed: TestEnvironment, name: str) -> None:
+        self.testbed, self.name = testbed, name
         self.port = UPSTREAM_PORT + (name != "daemon")
         self.process: Process | None = None
         self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
@@ -113,15 +114,16 @@ class Subject:
         self.stop()
         os.sched_setaffinity(0, MEASURED)
         if self.name == "daemon":
-            self.process = self.company.start_daemon(below=below)
+            self.process = self.testbed.start_daemon(below=below)
         else:
-            floor = [BUILD / "bench/floor-json", self.port, BROKER_HOST, BROKER_PORT, BASE_URL]
-            self.process = Process([*below, *floor], self.company.folder, self.name)
+            program = BUILD / "bench/baseline-json"
+            baseline = [program, self.port, BROKER_HOST, BROKER_PORT, BASE_URL]
+            self.process = Process([*below, *baseline], self.testbed.folder, self.name)
         os.sched_setaffinity(0, OTHERS)
 
     def stop(self) -> None:
         if self.process:
-            # The floor is ended by the signal, the daemon by itself.
+            # The baseline is ended by the signal, the daemon by itself.
             expected = 0 if self.name == "daemon" else -signal.SIGTERM
             expect(self.process.end() == expected, f"{self.name}: {self.process.errors()}")
         self.process = None
@@ -149,21 +151,21 @@ class Subject:
 
 
 class Benchmark:
-    def __init__(self, company: Company, slices: int) -> None:
-        self.company, self.slices = company, slices
-        self.subjects = [Subject(company, name) for name in ("daemon", "floor-json")]
-        company.listener.close()
-        company.start_broker(BROKER)
-        company.configuration["log"]["level"] = 30
-        company.configuration["network"]["veyraServer"] = BASE_URL
+    def __init__(self, testbed: TestEnvironment, slices: int) -> None:
+        self.testbed, self.slices = testbed, slices
+        self.subjects = [Subject(testbed, name) for name in ("daemon", "baseline-json")]
+        testbed.listener.close()
+        testbed.start_broker(BROKER)
+        testbed.configuration["log"]["level"] = 30
+        testbed.configuration["network"]["veyraServer"] = BASE_URL
         # Paths in it are below its own folder.
-        file = shutil.copy(Path(__file__).with_name("nginx.conf"), company.folder)
+        file = shutil.copy(Path(__file__).with_name("nginx.conf"), testbed.folder)
         os.sched_setaffinity(0, MEASURED)
-        nginx = [find_program("nginx"), "-e", "stderr", "-p", company.folder, "-c", file]
-        self.cloud = Process(nginx, company.folder, "nginx")
+        nginx = [find_program("nginx"), "-e", "stderr", "-p", testbed.folder, "-c", file]
+        self.cloud = Process(nginx, testbed.folder, "nginx")
         os.sched_setaffinity(0, OTHERS)
         expect(eventually(lambda: is_bound("tcp", CLOUD_PORT)), "nginx does not listen")
-        self.answers = Answers(company)
+        self.answers = Answers(testbed)
 
     def first_ms(self, subject: Subject) -> float:
         """From the start of the program to its first reply. Leaves it running and idle."""
@@ -221,19 +223,19 @@ class Benchmark:
         for name, times in single.items():
             shares = [f"{share(times, part):.2f}" for part in (0.5, 0.95, 0.999)]
             row(name, spread(rate[name], 0), spread(cpu[name], 1), *shares)
-        row("daemon / floor-json", ratios(rate), ratios(cpu), "", "", "")
+        row("daemon / baseline-json", ratios(rate), ratios(cpu), "", "", "")
 
     def instructions(self) -> None:
         """Of two runs of different length: what start and stop cost is not in their difference."""
-        head("instructions per datagram", "daemon", "floor-json", "ratio")
+        head("instructions per datagram", "daemon", "baseline-json", "ratio")
         for size in SIZES:
-            daemon, floor = (self.counted(subject, size) for subject in self.subjects)
-            row(f"{size} bytes", f"{daemon:.0f}", f"{floor:.0f}", f"{daemon / floor:.3f}")
+            daemon, baseline = (self.counted(subject, size) for subject in self.subjects)
+            row(f"{size} bytes", f"{daemon:.0f}", f"{baseline:.0f}", f"{daemon / baseline:.3f}")
 
     def counted(self, subject: Subject, size: int) -> float:
         totals = []
         for count in (50, 250):
-            file = self.company.folder / "callgrind.out"
+            file = self.testbed.folder / "callgrind.out"
             command = [find_program("valgrind"), "-q", "--tool=callgrind"]
             subject.start([*command, f"--callgrind-out-file={file}"])
             bound = eventually(lambda: is_bound("udp", subject.port))
@@ -251,14 +253,14 @@ class Benchmark:
         for count in (1000, 10000, 100000):
             self.first_ms(daemon)
             assert daemon.process
-            self.company.kill_broker()
+            self.testbed.kill_broker()
             daemon.send_many(packets(200), count)
             expect(eventually(lambda: not udp_queue(daemon.port)[0], 60), "the queue is not taken")
             # It must not be back before the subscriber is.
             daemon.process.end(signal.SIGSTOP, 0)
-            self.company.start_broker(BROKER)
+            self.testbed.start_broker(BROKER)
             self.answers.process.kill()
-            self.answers = Answers(self.company)
+            self.answers = Answers(self.testbed)
             daemon.process.end(signal.SIGCONT, 0)
             times = self.answers.take(count)
             seconds = (times[-1] - times[0]) / 1e9
@@ -276,5 +278,5 @@ class Benchmark:
 
 if __name__ == "__main__":
     os.sched_setaffinity(0, OTHERS)
-    with Company() as the_company:
-        Benchmark(the_company, int(sys.argv[1])).run()
+    with TestEnvironment() as testbed:
+        Benchmark(testbed, int(sys.argv[1])).run()

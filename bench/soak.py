@@ -1,6 +1,7 @@
 """The daemon under steady load while its peers fail: `python3 -m bench.soak MINUTES SEED PLOT`."""
 
-# Below rig/run.sh. Prints tables, draws resident memory over time into PLOT; status 0 if all held.
+# Run it with testbed/run.sh. Prints tables and draws resident memory over time into PLOT. Exit
+# status 0 if everything held.
 
 import math
 import random
@@ -15,9 +16,9 @@ from statistics import median
 
 from matplotlib import pyplot
 
-from rig.cloud import MOVED, Answer, data_id
-from rig.company import BROKER_PORT, UPSTREAM_PORT, Company, check_in
-from rig.processes import eventually, expect, is_bound, text_of, udp_queue
+from testbed.cloud import MOVED, Answer, data_id
+from testbed.environment import BROKER_PORT, UPSTREAM_PORT, TestEnvironment, check_in
+from testbed.processes import eventually, expect, is_bound, text_of, udp_queue
 
 # The shortest and the longest time in seconds, and what the cloud does. The echo has to stay away
 # for more than 30 s to be missed.
@@ -63,49 +64,49 @@ def schedule(seconds: float, chance: random.Random) -> list[Fault]:
 
 
 class Soak:
-    def __init__(self, company: Company, seed: int) -> None:
-        self.company, self.chance = company, random.Random(seed)
+    def __init__(self, testbed: TestEnvironment, seed: int) -> None:
+        self.testbed, self.chance = testbed, random.Random(seed)
         self.sent = self.broken = 0
         self.published: Counter[str] = Counter()  # by its mark of a repetition
         self.samples: list[int] = []  # KiB, one a second
         self.loaded = True
         # The worker looks the broker's name up.
-        company.configuration["mqtt"]["host"] = "localhost"
-        company.configuration["log"]["level"] = 40
-        self.acl = company.folder / "acl"
+        testbed.configuration["mqtt"]["host"] = "localhost"
+        testbed.configuration["log"]["level"] = 40
+        self.acl = testbed.folder / "acl"
         self.block_echo(False)
         self.start_broker()
-        company.listen()
-        self.daemon = company.start_daemon()
+        testbed.listen()
+        self.daemon = testbed.start_daemon()
 
     def start_broker(self) -> None:
         listener = f"listener {BROKER_PORT} 127.0.0.1\nallow_anonymous true"
-        self.company.start_broker(f"{listener}\nacl_file {self.acl}")
+        self.testbed.start_broker(f"{listener}\nacl_file {self.acl}")
 
     def count_published(self) -> None:
-        log = text_of(self.company.folder / "broker.err")
+        log = text_of(self.testbed.folder / "broker.err")
         self.published.update(PUBLISHED.findall(log))
 
     def block_echo(self, blocked: bool) -> None:
         """Blocked, the broker takes keepalives and delivers none."""
         only = "topic readwrite lora/veyra\ntopic write lora/veyra_keepalive\n"
         self.acl.write_text(only if blocked else "topic readwrite lora/#\n")
-        if self.company.broker:
-            self.company.broker.end(signal.SIGHUP, 0)  # reads the file again
+        if self.testbed.broker:
+            self.testbed.broker.end(signal.SIGHUP, 0)  # reads the file again
 
     def set_fault(self, kind: str, active: bool) -> None:
         answer = FAULTS[kind][2]
         if answer:
-            self.company.cloud.answers.extend([answer] * 10000 * active)
+            self.testbed.cloud.answers.extend([answer] * 10000 * active)
         elif kind == "no echo":
             self.block_echo(active)
         elif active:
-            self.company.kill_broker()
+            self.testbed.kill_broker()
             self.count_published()
         else:
             self.start_broker()
         if not active:
-            self.company.cloud.answers.clear()
+            self.testbed.cloud.answers.clear()
 
     def send(self, padding: int) -> None:
         self.sent += 1
@@ -113,7 +114,7 @@ class Soak:
         if padding and self.chance.random() < 0.05:
             self.broken += 1
             datagram = datagram[: len(datagram) // 2]
-        self.company.send(datagram)
+        self.testbed.send(datagram)
 
     def load(self) -> None:
         while self.loaded:
@@ -121,7 +122,7 @@ class Soak:
             time.sleep(self.chance.uniform(0, 0.1))
 
     def received(self) -> list[int]:
-        return [reply["result"]["id"] for reply in self.company.replies()]
+        return [reply["result"]["id"] for reply in self.testbed.replies()]
 
     def probe(self) -> None:
         """An answer to a new datagram says that all before it are done with: they keep order."""
@@ -173,9 +174,9 @@ class Soak:
         return all(holds for holds, _ in held)
 
     def account(self, drops: int) -> list[tuple[bool, str]]:
-        log = self.company.log()
+        log = self.testbed.log()
         records = Counter(RECORDS.findall(log))
-        cloud = [request for request in self.company.cloud.requests if request.status != 307]
+        cloud = [request for request in self.testbed.cloud.requests if request.status != 307]
         relayed = [request for request in cloud if request.status in (200, 201)]
         received = self.received()
         broken = [datetime.fromisoformat(at) for at in DISCONNECTED.findall(log)]
@@ -235,14 +236,14 @@ def draw(samples: list[int], faults: list[Fault], file: str) -> None:
     figure.savefig(file, metadata={"Date": None, "Creator": None})
 
 
-def restart(company: Company, chance: random.Random) -> None:
+def restart(testbed: TestEnvironment, chance: random.Random) -> None:
     """Stops the daemon at random moments under load."""
     for count in range(RESTARTS):
-        daemon = company.start_daemon()
-        expect(company.logged("Lora VEYRA Server started"), "the daemon does not start")
+        daemon = testbed.start_daemon()
+        expect(testbed.logged("Lora VEYRA Server started"), "the daemon does not start")
         end = time.monotonic() + chance.uniform(0, 0.12)
         while time.monotonic() < end:
-            company.send(check_in(number=count, padding=300))
+            testbed.send(check_in(number=count, padding=300))
         status = daemon.end()
         expect(status == 0, f"round {count} ended with {status}\n{daemon.errors()}")
     print(f"held      {RESTARTS} stops at random moments under load, each with exit status 0")
@@ -250,11 +251,11 @@ def restart(company: Company, chance: random.Random) -> None:
 
 def main(minutes: float, seed: int, file: str) -> int:
     faults = schedule(minutes * 60, random.Random(seed))
-    with Company() as company:
-        soak = Soak(company, seed)
+    with TestEnvironment() as testbed:
+        soak = Soak(testbed, seed)
         held = soak.run(minutes * 60, faults)
         draw(soak.samples, faults, file)
-        restart(company, soak.chance)
+        restart(testbed, soak.chance)
     return 0 if held else 1
 
 

@@ -12,14 +12,14 @@ SOAK_SEED ?= 20261121
 bench:
 	@$(DEPENDENCIES) build test bench
 	cmake --preset release
-	cmake --build --preset release -j $(JOBS) --target lora-veyra-server floor-json
-	rig/run.sh /usr/bin/python3 -m bench.benchmark $(BENCH_SLICES)
+	cmake --build --preset release -j $(JOBS) --target lora-veyra-server baseline-json
+	testbed/run.sh /usr/bin/python3 -m bench.benchmark $(BENCH_SLICES)
 
 soak:
 	@$(DEPENDENCIES) build test bench
 	cmake --preset release
 	cmake --build --preset release -j $(JOBS) --target lora-veyra-server
-	rig/run.sh /usr/bin/python3 -m bench.soak $(SOAK_MINUTES) $(SOAK_SEED) build/soak.svg
+	testbed/run.sh /usr/bin/python3 -m bench.soak $(SOAK_MINUTES) $(SOAK_SEED) build/soak.svg
 
 fuzz:
 	@$(DEPENDENCIES) build test fuzz

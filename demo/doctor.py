@@ -1,12 +1,12 @@
 """Shows lora-veyra-doctor on a gateway of its own: healthy, then with three faults.
 
-To be run below rig/run.sh.
+To be run below testbed/run.sh.
 """
 
 import subprocess
 import sys
 
-from rig.company import BUILD, Company, check_in
+from testbed.environment import BUILD, TestEnvironment, check_in
 
 
 def examine(title: str, *options: str) -> None:
@@ -15,26 +15,26 @@ def examine(title: str, *options: str) -> None:
 
 
 def main() -> int:
-    with Company() as company:
-        company.start_ready_daemon()
-        company.send(check_in())
-        company.replies(1)
+    with TestEnvironment() as testbed:
+        testbed.start_ready_daemon()
+        testbed.send(check_in())
+        testbed.replies(1)
         examine("A healthy gateway: the daemon has just relayed a datagram.")
 
-        company.cloud.close()
-        company.cloud = company.make_cloud("stranger")
-        company.send(check_in())
+        testbed.cloud.close()
+        testbed.cloud = testbed.make_cloud("stranger")
+        testbed.send(check_in())
         examine("The cloud's certificate comes from another authority.")
 
-        company.cloud.close()
-        company.cloud = company.make_cloud("cloud")
-        company.start_broker_with_passwords("topic readwrite lora/veyra_keepalive")
-        company.start_ready_daemon()
+        testbed.cloud.close()
+        testbed.cloud = testbed.make_cloud("cloud")
+        testbed.start_broker_with_passwords("topic readwrite lora/veyra_keepalive")
+        testbed.start_ready_daemon()
         examine("The broker's access list denies the replies.", "--publish")
 
-        del company.configuration["mqtt"]["port"]
-        company.configuration["network"]["gatewaykey"] = "12"
-        company.start_ready_daemon()
+        del testbed.configuration["mqtt"]["port"]
+        testbed.configuration["network"]["gatewaykey"] = "12"
+        testbed.start_ready_daemon()
         examine("A setting without its partner, and one misspelt.")
     return 0
 

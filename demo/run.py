@@ -1,7 +1,7 @@
 """The whole road of a datagram on one machine, every hop on the screen: `python3 -m demo.run`."""
 
-# Below rig/run.sh. Sends three datagrams through the daemon, with a real MQTT broker and a stand-in
-# for the Veyra cloud around it. Exit status 0 says that all of it went as it should.
+# Run it with testbed/run.sh. Sends three datagrams through the daemon, with a real MQTT broker
+# and a mock cloud. Exit status 0 means that everything went as it should.
 
 import json
 import os
@@ -10,10 +10,10 @@ import signal
 import sys
 from typing import Any
 
-from rig.cloud import Request
-from rig.company import BROKER_HOST, BROKER_PORT, CLOUD_PORT, DEVICE_ID, UPSTREAM_PORT
-from rig.company import Company
-from rig.processes import eventually, expect
+from testbed.cloud import Request
+from testbed.environment import BROKER_HOST, BROKER_PORT, CLOUD_PORT, DEVICE_ID, UPSTREAM_PORT
+from testbed.environment import TestEnvironment
+from testbed.processes import eventually, expect
 
 IN_COLOUR = sys.stdout.isatty() and not os.environ.get("NO_COLOR")
 BOLD, GREY, GREEN, RED, BLUE = ("1", "90", "32", "31", "36")
@@ -42,14 +42,14 @@ def stage(title: str, *explanation: str) -> None:
 
 
 class Demo:
-    def __init__(self, company: Company) -> None:
-        self.company = company
+    def __init__(self, testbed: TestEnvironment) -> None:
+        self.testbed = testbed
         self.shown = 0  # lines of the daemon's log
         self.status: int | None = None
 
     def show_log(self, last: str = "") -> None:
         """The daemon's records since the last call, or up to the one that holds `last`."""
-        for line in self.company.log().splitlines()[self.shown:]:
+        for line in self.testbed.log().splitlines()[self.shown:]:
             self.shown += 1
             if SHOWN.match(line):
                 say(RED if " ERROR " in line else GREY, "daemon's log", line)
@@ -58,13 +58,13 @@ class Demo:
 
     def start_peers(self) -> None:
         # Its "uuid" gives way to the gateway key.
-        self.company.set_device(json.dumps({"uuid": "f" * 36, "deviceId": DEVICE_ID}))
+        self.testbed.set_device(json.dumps({"uuid": "f" * 36, "deviceId": DEVICE_ID}))
         stage(
             "1. The gateway and its cloud",
             "Three programs stand around the daemon: the gateway's MQTT broker, the Veyra cloud,",
             "and somebody who listens on the broker in place of the network server.",
         )
-        self.company.start_broker_with_passwords()
+        self.testbed.start_broker_with_passwords()
         where = f"{BROKER_HOST}:{BROKER_PORT}"
         say(GREEN, "broker", f"mosquitto on {where}, with user name and password")
         say(GREEN, "cloud", f"HTTPS on https://localhost:{CLOUD_PORT}/api/, checks every signature")
@@ -76,17 +76,17 @@ class Demo:
             "It reads its configuration and the gateway's identity, connects to the broker and",
             "waits for datagrams. Its log is at the most talkative level here.",
         )
-        self.company.start_ready_daemon()
-        expect(self.company.logged("MQTT - subscribed"), "the daemon is not subscribed")
+        self.testbed.start_ready_daemon()
+        expect(self.testbed.logged("MQTT - subscribed"), "the daemon is not subscribed")
         self.show_log()
 
     def send(self, datagram: str) -> None:
         say(BOLD, "network server", f"sends to 127.0.0.1:{UPSTREAM_PORT}  {datagram}")
-        self.company.send(datagram)
+        self.testbed.send(datagram)
 
     def follow(self, count: int) -> None:
         """Shows a datagram's way through the daemon to the cloud and to the broker."""
-        requests = self.company.cloud.requests
+        requests = self.testbed.cloud.requests
         expect(eventually(lambda: len(requests) >= count), f"request {count} is not at the cloud")
         self.show_log(" TRACE Server URL")
         request = requests[count - 1]
@@ -96,9 +96,9 @@ class Demo:
         say(BLUE, "", request.body.strip())
         say(GREEN, "cloud says", f"{request.verdict}; answered {request.status}")
         expect(request.status == 200, f"the cloud did not take request {count}")
-        expect(len(self.company.replies(count)) >= count, f"reply {count} is not on the broker")
+        expect(len(self.testbed.replies(count)) >= count, f"reply {count} is not on the broker")
         self.show_log()
-        reply = self.company.listener.on("lora/veyra")[count - 1]
+        reply = self.testbed.listener.on("lora/veyra")[count - 1]
         say(GREEN, "broker carries", f"{reply.topic} {reply.payload.decode()}")
 
     def send_all(self) -> None:
@@ -118,7 +118,7 @@ class Demo:
             "reply.",
         )
         self.send(BROKEN)
-        expect(self.company.logged(" ERROR "), "the broken datagram left no record")
+        expect(self.testbed.logged(" ERROR "), "the broken datagram left no record")
         self.show_log()
         stage(
             "5. Gateway statistics",
@@ -132,15 +132,15 @@ class Demo:
 
     def stop(self) -> None:
         stage("6. The end", "SIGTERM asks the daemon to stop; the others follow.")
-        self.status = self.company.daemon.end() if self.company.daemon else None
+        self.status = self.testbed.daemon.end() if self.testbed.daemon else None
         self.show_log()
 
     def check(self) -> int:
         """How many of the checks did not hold."""
         what = "What the cloud, the listener and the daemon's log have seen:"
         stage("7. Did all of it hold?", what)
-        requests, replies = self.company.cloud.requests, self.company.replies()
-        log = self.company.log()
+        requests, replies = self.testbed.cloud.requests, self.testbed.replies()
+        log = self.testbed.log()
         first, second = requests[:2]
         complaints = re.findall(r"^\S+Z (?:ERROR|WARNING) .*", log, re.MULTILINE)
         config = f'"veyraPort" : {UPSTREAM_PORT}'
@@ -177,8 +177,8 @@ def reply_to(request: Request, data_id: str) -> dict[str, Any]:
 
 
 def main() -> None:
-    with Company() as company:
-        demo = Demo(company)
+    with TestEnvironment() as testbed:
+        demo = Demo(testbed)
         demo.start_peers()
         demo.start_daemon()
         demo.send_all()

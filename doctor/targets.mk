@@ -3,4 +3,4 @@
 .PHONY: doctor
 
 doctor: build
-	@rig/run.sh /usr/bin/python3 -m demo.doctor
+	@testbed/run.sh /usr/bin/python3 -m demo.doctor

@@ -4,8 +4,8 @@
 # test-packages.sh in namespaces of its own. Ends with status 75 where systemd cannot be booted.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
-# shellcheck source=packaging/package-trial.sh
-. packaging/package-trial.sh
+# shellcheck source=packaging/package-test-functions.sh
+. packaging/package-test-functions.sh
 
 readonly cannotRun=75
 

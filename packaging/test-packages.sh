@@ -43,7 +43,7 @@ packaging/debian-root.sh --quiet --variant=minbase --architectures="$architectur
         /package.deb' \
     "$work/root"
 readonly alone=(unshare --mount --net --pid --fork --kill-child)
-"${alone[@]}" packaging/test-package-life.sh "$work/root"
+"${alone[@]}" packaging/test-package-sysv.sh "$work/root"
 [[ $architecture == "$native" ]] || exit 0
 status=0
 "${alone[@]}" packaging/test-package-systemd.sh "$work/root" || status=$?

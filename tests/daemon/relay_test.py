@@ -9,10 +9,10 @@ from datetime import datetime
 from typing import Any
 from unittest import skipIf
 
-from rig.cloud import Answer
-from rig.company import SANITIZED, check_in
-from rig.processes import eventually
-from tests.daemon.case import DaemonTest
+from testbed.cloud import Answer
+from testbed.environment import SANITIZED, check_in
+from testbed.processes import eventually
+from tests.daemon.daemon_test_case import DaemonTest
 
 
 class Relay(DaemonTest):
@@ -21,15 +21,15 @@ class Relay(DaemonTest):
         cases: dict[Any, tuple[str, str]] = {"PUT": ("PUT", "PUT"), "GET": ("GET", "GET"),
                                              "put": ("put", "POST"), 7: ("POST", "POST"),
                                              None: ("POST", "POST")}
-        self.company.start_ready_daemon({"TZ": "Pacific/Auckland"})
+        self.testbed.start_ready_daemon({"TZ": "Pacific/Auckland"})
         request = {"brantle_serial": " SN1", "token": "x", "data": {"id": 4}}
         for method in cases:
             datagram = {"method": method, "path": "m1/SN1/x", "request": request}
-            self.company.send(json.dumps(datagram))
+            self.testbed.send(json.dumps(datagram))
         for serial in ("", '"brantle_serial":" \\t"'):
-            self.company.send('{"path":"p","request":{%s}}' % serial)
-        replies = self.company.replies(len(cases) + 2)
-        requests = self.company.cloud.requests
+            self.testbed.send('{"path":"p","request":{%s}}' % serial)
+        replies = self.testbed.replies(len(cases) + 2)
+        requests = self.testbed.cloud.requests
         stamps = [request.headers["X-API-TIMESTAMP"] for request in requests]
         for (replied, sent), reply, seen in zip(cases.values(), replies, requests):
             line = (seen.verdict, seen.method, seen.path, seen.headers["X-API-SERIAL"])
@@ -40,11 +40,11 @@ class Relay(DaemonTest):
             self.assertEqual(reply, {"method": replied, "path": "m1/SN1/x", "result": result,
                                      "timestamp": seen.headers["X-API-TIMESTAMP"]})
         self.assertEqual([request.headers["X-API-SERIAL"] for request in requests[5:]], ["", ""])
-        for stamp in [*stamps, self.company.log()[:24]]:
+        for stamp in [*stamps, self.testbed.log()[:24]]:
             self.assertLess(abs(datetime.fromisoformat(stamp).timestamp() - time.time()), 5)
         # Microseconds, of which a thousandth at most is below a millisecond.
         self.assertTrue(any(int(stamp[-7:-1]) >= 1000 for stamp in stamps), stamps)
-        for message in self.company.listener.on("lora/veyra"):
+        for message in self.testbed.listener.on("lora/veyra"):
             self.assertEqual((message.qos, message.retain), (1, False))
             self.assertRegex(message.payload.decode(), r'^\{"method":".*"\}\Z')
 
@@ -66,15 +66,15 @@ class Relay(DaemonTest):
             ('{"uuid":"%s","x":%s' % (digits, "[" * 2000), None, None),
         ]
         for number, (device, key, secret) in enumerate(cases):
-            self.company.set_device(device)
-            self.company.configuration["network"]["gatewayKey"] = key
+            self.testbed.set_device(device)
+            self.testbed.configuration["network"]["gatewayKey"] = key
             if secret is None:
-                self.assertEqual(self.company.start_daemon().wait(), -signal.SIGABRT, device)
+                self.assertEqual(self.testbed.start_daemon().wait(), -signal.SIGABRT, device)
             else:
-                self.company.cloud.secret = secret
-                self.company.start_ready_daemon()
-                self.company.send(check_in())
-                self.assertEqual(len(self.company.replies(number + 1)), number + 1, device)
+                self.testbed.cloud.secret = secret
+                self.testbed.start_ready_daemon()
+                self.testbed.send(check_in())
+                self.assertEqual(len(self.testbed.replies(number + 1)), number + 1, device)
 
     def test_reacts_to_every_kind_of_answer(self) -> None:
         deep = "[" * 900 + "]" * 900
@@ -95,14 +95,14 @@ class Relay(DaemonTest):
             (Answer(cut=True), None, "ERROR CURL call to Server failed - "),
             (Answer(stall_s=12), "normal", "response:[{"),
         ]
-        self.company.start_ready_daemon()
-        self.company.cloud.answers.extend(answer for answer, _, _ in cases)
+        self.testbed.start_ready_daemon()
+        self.testbed.cloud.answers.extend(answer for answer, _, _ in cases)
         for _ in cases:
-            self.company.send(check_in())
+            self.testbed.send(check_in())
         wanted = [result for _, result, _ in cases if result]
-        replies = [json.dumps(reply["result"]) for reply in self.company.replies(len(wanted), 30)]
+        replies = [json.dumps(reply["result"]) for reply in self.testbed.replies(len(wanted), 30)]
         self.assertEqual(["normal" if "accepted" in text else text for text in replies], wanted)
-        log, at = self.company.log(), 0
+        log, at = self.testbed.log(), 0
         for _, _, record in cases:
             at = log.find(record, at + 1)
             self.assertGreater(at, 0, record)
@@ -110,14 +110,14 @@ class Relay(DaemonTest):
         self.assertEqual(log.count("TRACE Server URL: [https://localhost:8443/api/m1/x]\n"), 14)
 
     def test_trusts_the_configured_authority_for_its_own_host_alone(self) -> None:
-        self.company.start_ready_daemon()
+        self.testbed.start_ready_daemon()
         for number, certificate in enumerate(("stranger", "elsewhere"), 1):
-            self.company.cloud.close()
-            self.company.cloud = self.company.make_cloud(certificate)
-            self.company.send(check_in())
+            self.testbed.cloud.close()
+            self.testbed.cloud = self.testbed.make_cloud(certificate)
+            self.testbed.send(check_in())
             record = "ERROR CURL call to Server failed - SSL "
-            self.assertTrue(self.company.logged(record, number), certificate)
-            self.assertEqual(self.company.cloud.requests, [])
+            self.assertTrue(self.testbed.logged(record, number), certificate)
+            self.assertEqual(self.testbed.cloud.requests, [])
 
     def test_rejects_what_is_no_request_with_one_record_each(self) -> None:
         members = 'Invalid JSON expected "path" and "request" members.\n'
@@ -134,17 +134,17 @@ class Relay(DaemonTest):
             ("[" * 3000, "EXCEPTION: Failed to parse JSON [[[["),
             (cut, "Failed to parse JSON " + cut[:16384] + "\n"),
         ]
-        self.company.start_ready_daemon()
+        self.testbed.start_ready_daemon()
         for datagram, _ in cases:
-            self.company.send(datagram)
-        self.company.send("")
-        self.company.send(check_in(padding=16384 - len(check_in())))
-        self.assertEqual(len(self.company.replies(1)), 1)
-        records = self.company.log().split("Z ERROR ")[1:]
+            self.testbed.send(datagram)
+        self.testbed.send("")
+        self.testbed.send(check_in(padding=16384 - len(check_in())))
+        self.assertEqual(len(self.testbed.replies(1)), 1)
+        records = self.testbed.log().split("Z ERROR ")[1:]
         self.assertEqual(len(records), len(cases))
         for seen, (_, wanted) in zip(records, cases):
             self.assertTrue(seen.startswith(wanted), wanted)
-        counts = re.findall(r"TRACE Parse upstream message (\d+) bytes", self.company.log())
+        counts = re.findall(r"TRACE Parse upstream message (\d+) bytes", self.testbed.log())
         self.assertEqual(counts[-2:], ["16384", "16384"])
         self.assertEqual(len(counts), len(cases) + 1, "an empty datagram is none")
 
@@ -156,33 +156,33 @@ class Relay(DaemonTest):
             # An integer means 1, whatever its value.
             ({"breakerThreshold": 25, "breakerTime": 60000}, failure, 0, 1001),
         ):
-            self.company.configuration["veyra"] = section
-            self.company.cloud.requests.clear()
-            self.company.start_ready_daemon()
-            self.company.cloud.answers.extend(answers)
+            self.testbed.configuration["veyra"] = section
+            self.testbed.cloud.requests.clear()
+            self.testbed.start_ready_daemon()
+            self.testbed.cloud.answers.extend(answers)
             for _ in answers:
-                self.company.send('{"path":5,"request":{}}')  # does not count
-                self.company.send(check_in())
-            self.company.send('{"path":5,"request":{}}')  # types are looked at after the breaker
-            self.company.send("no json")  # other faults before
-            self.assertTrue(self.company.logged("ERROR Failed to parse JSON no json\n"))
-            self.assertEqual(self.company.log().count(record), 1)
-            self.assertEqual(len(self.company.cloud.requests), len(answers))
-            backoff_ms = int(self.company.log().partition(record)[2].split(" ms\n")[0])
+                self.testbed.send('{"path":5,"request":{}}')  # does not count
+                self.testbed.send(check_in())
+            self.testbed.send('{"path":5,"request":{}}')  # types are looked at after the breaker
+            self.testbed.send("no json")  # other faults before
+            self.assertTrue(self.testbed.logged("ERROR Failed to parse JSON no json\n"))
+            self.assertEqual(self.testbed.log().count(record), 1)
+            self.assertEqual(len(self.testbed.cloud.requests), len(answers))
+            backoff_ms = int(self.testbed.log().partition(record)[2].split(" ms\n")[0])
             self.assertTrue(least_ms <= backoff_ms <= most_ms, backoff_ms)
 
     @skipIf(SANITIZED, "sanitizers keep freed memory")
     def test_gives_back_what_a_large_answer_took(self) -> None:
         body = json.dumps([{"a": i, "b": "text", "c": [i, None]} for i in range(150000)]).encode()
-        self.company.configuration["log"]["level"] = 30
-        daemon = self.company.start_ready_daemon()
-        self.company.send(check_in())
-        self.company.replies(1)
+        self.testbed.configuration["log"]["level"] = 30
+        daemon = self.testbed.start_ready_daemon()
+        self.testbed.send(check_in())
+        self.testbed.replies(1)
         before = daemon.resident_kib()
         for answer in (Answer(body=body), Answer(body=body[:-2]), Answer(500, body=body)):
-            self.company.cloud.answers.append(answer)
-            self.company.send(check_in())
+            self.testbed.cloud.answers.append(answer)
+            self.testbed.send(check_in())
         for number in range(3):
-            self.company.send(check_in(number=number))
-        self.assertEqual(len(self.company.replies(6)), 6)
+            self.testbed.send(check_in(number=number))
+        self.assertEqual(len(self.testbed.replies(6)), 6)
         self.assertTrue(eventually(lambda: daemon.resident_kib() < before + 2048, 2))

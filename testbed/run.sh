@@ -7,7 +7,7 @@ set -euo pipefail
 
 if [[ $1 == --inside ]]; then
     ip link set lo up
-    mount --no-mtab -t tmpfs rig /mnt
+    mount --no-mtab -t tmpfs testbed /mnt
     TMPDIR=/mnt exec "${@:2}"
 fi
 # A shell's background jobs ignore SIGINT, and unshare ignores SIGTERM and passes nothing on.

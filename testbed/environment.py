@@ -1,4 +1,4 @@
-"""A daemon in the company of its real peers: broker, listener to the replies, stand-in cloud.
+"""The test environment: the daemon, a real broker, a subscriber to the replies, a mock cloud.
 
 To be used below run.sh: the ports are fixed, and the authority that the daemon trusts is mounted.
 """
@@ -18,11 +18,11 @@ from typing import Any
 
 from paho.mqtt.client import Client, MQTTMessage
 
-from rig.cloud import Cloud
-from rig.processes import Process, eventually, expect, is_bound, text_of
+from testbed.cloud import Cloud
+from testbed.processes import Process, eventually, expect, is_bound, text_of
 
-RIG = Path(__file__).parent
-BUILD = Path(os.environ.get("VEYRA_BUILD", RIG.parent / "build"))
+TESTBED = Path(__file__).parent
+BUILD = Path(os.environ.get("VEYRA_BUILD", TESTBED.parent / "build"))
 # The built program; another, such as an emulated one, may be named.
 DAEMON = os.environ.get("VEYRA_DAEMON_PROGRAM", str(BUILD / "lora-veyra-server"))
 SANITIZED = bool(os.environ.get("VEYRA_SANITIZE"))  # needs more of everything
@@ -128,14 +128,14 @@ def replace_syslog() -> socket.socket:
     return syslog
 
 
-class Company:
+class TestEnvironment:
     """All of it ends with the with-statement."""
 
     def __init__(self) -> None:
-        self.folder = Path(tempfile.mkdtemp(prefix="veyra-company-"))
+        self.folder = Path(tempfile.mkdtemp(prefix="veyra-testbed-"))
         atexit.register(shutil.rmtree, self.folder, ignore_errors=True)  # a signal may come here
         certificates = self.folder / "certificates"
-        run(RIG / "make-certificates.sh", certificates)
+        run(TESTBED / "make-certificates.sh", certificates)
         trust(certificates)
         self.cloud = self.make_cloud("cloud")
         self.broker: Process | None = None
@@ -154,7 +154,7 @@ class Company:
             "mqtt": {"enabled": True, "host": BROKER_HOST, "port": BROKER_PORT},
         }
 
-    def __enter__(self) -> "Company":
+    def __enter__(self) -> "TestEnvironment":
         return self
 
     def __exit__(

@@ -1,6 +1,6 @@
-"""The stand-in cloud: an HTTPS server that checks every request as the Veyra cloud would.
+"""The mock cloud: an HTTPS server that checks every request as the Veyra cloud would.
 
-Alone, `python3 -m rig.cloud CERTIFICATE KEY SECRET PORT` prints a line of JSON for each request.
+Alone, `python3 -m testbed.cloud CERTIFICATE KEY SECRET PORT` prints each request as JSON.
 """
 
 import hashlib

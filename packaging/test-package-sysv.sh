@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# test-package-life.sh ROOT: installs /package.deb in the Debian root ROOT and takes it through its
+# test-package-sysv.sh ROOT: installs /package.deb in the Debian root ROOT and takes it through its
 # life as on a system with SysV init, with a real broker and the stand-in cloud. Called by
 # test-packages.sh in namespaces of its own.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
-# shellcheck source=packaging/package-trial.sh
-. packaging/package-trial.sh
+# shellcheck source=packaging/package-test-functions.sh
+. packaging/package-test-functions.sh
 
 service() { inRoot "/etc/init.d/$name" "$@" >/dev/null; }
 daemonPid() { cat "$root/run/$name.pid"; }

@@ -59,10 +59,10 @@ startPeers() {
     ip link set lo up
     rm -rf "$work"
     mkdir "$work"
-    rig/make-certificates.sh "$work/certificates"
+    testbed/make-certificates.sh "$work/certificates"
     printf 'listener 1883 127.0.0.1\nallow_anonymous true\nuser root\n' >"$work/broker.conf"
     mosquitto -c "$work/broker.conf" </dev/null >"$work/broker.out" 2>&1 &
-    PYTHONPATH=$PWD PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -m rig.cloud \
+    PYTHONPATH=$PWD PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -m testbed.cloud \
         "$work/certificates/cloud.pem" "$work/certificates/cloud.key" "$key$deviceId" 8443 \
         </dev/null >"$work/cloud.out" 2>&1 &
     # shellcheck disable=SC2034 # for those who have it pause

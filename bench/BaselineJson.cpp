@@ -1,10 +1,10 @@
-// floor-json: the least that the bridge's work costs with its libraries. Each datagram is parsed,
+// baseline-json: the least that the bridge's work costs with its libraries. Each datagram is parsed,
 // signed, POSTed on one handle whose options are set once, and the answer is parsed, written and
 // published by a second thread from a queue that it looks into every 10 ms. No test of what comes,
 // no log, no supervision, no end but a signal's. Shares no code with the daemon, so that it cannot
 // share the daemon's cost.
 //
-//   floor-json UPSTREAM_PORT BROKER_HOST BROKER_PORT BASE_URL
+//   baseline-json UPSTREAM_PORT BROKER_HOST BROKER_PORT BASE_URL
 #include <curl/curl.h>
 #include <mosquittopp.h>
 #include <netinet/in.h>
@@ -29,7 +29,7 @@ constexpr const char* secret = "00112233-4455-6677-8899-aabbccddeeffDEVICE";
 
 void require(bool holds, const char* what) {
     if (!holds) {
-        std::fprintf(stderr, "floor-json: %s\n", what);
+        std::fprintf(stderr, "baseline-json: %s\n", what);
         std::exit(1);
     }
 }
