@@ -1,20 +1,26 @@
-// The command line, the version and help banners. Main thread, at start-up.
+// The command line, and the version and help texts. Main thread, at startup.
 #pragma once
 
 #include <optional>
 #include <string>
 
+// A text that the command line asks for. The program prints it and ends with status 0.
+enum class Banner { NONE, VERSION, HELP };
+
 struct CommandLine {
     std::string configurationFile = "./lora-veyra-server.conf";
     std::optional<std::string> logFile; // only when given
     std::string runDirectory = "/var/run";
-    bool bannerShown = false; // the version or the help was asked for: end with status 0
+    Banner banner = Banner::NONE;
 
     // The given log file or the default one.
     std::string logFileOrDefault() const;
 };
 
-// Reads the arguments in order; --version and --help print to standard output and end the reading.
-// Unknown arguments are ignored. An option's value is looked at as an argument in turn. Throws
-// std::logic_error when an option's value is missing.
+// Reads the arguments in order and stops at the first that asks for a banner. Unknown arguments are
+// ignored. The value of an option is examined as an argument in turn. Throws std::logic_error when
+// the value of an option is missing.
 CommandLine parseCommandLine(int argc, const char* const* argv);
+
+// Prints the banner to standard output.
+void printBanner(Banner banner);

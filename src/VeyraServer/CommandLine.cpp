@@ -8,8 +8,8 @@
 
 namespace {
 
-// Shared with the network server of the same sources; this program honours -c, -l, --version and
-// --help of it.
+// The network server of the same sources prints this text too. Of its options this program honours
+// -c, -l, --version and --help.
 constexpr const char* usageText =
     "Usage: lora-net-server [-c file] [-l file] [-d file] [-u port] [-n port]\n"
     "                       [--version] [--help]\n"
@@ -28,15 +28,6 @@ std::string valueAfter(int index, int argc, const char* const* argv) {
     return argv[index + 1];
 }
 
-void printVersion() {
-    std::printf("ZEP LoRa VEYRA Server - Version %s\r\n", programVersion);
-}
-
-void printHelp() {
-    std::printf("Tarnwick Lora VEYRA Server v%s\n\n", programVersion);
-    std::printf("%s\n", usageText);
-}
-
 } // namespace
 
 std::string CommandLine::logFileOrDefault() const {
@@ -45,7 +36,7 @@ std::string CommandLine::logFileOrDefault() const {
 
 CommandLine parseCommandLine(int argc, const char* const* argv) {
     CommandLine commandLine;
-    for (int index = 1; index < argc && !commandLine.bannerShown; ++index) {
+    for (int index = 1; index < argc && commandLine.banner == Banner::NONE; ++index) {
         const std::string_view argument = argv[index];
         if (argument == "-c") {
             commandLine.configurationFile = valueAfter(index, argc, argv);
@@ -54,12 +45,19 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
         } else if (argument == "--var-run") {
             commandLine.runDirectory = valueAfter(index, argc, argv);
         } else if (argument == "--version") {
-            printVersion();
-            commandLine.bannerShown = true;
+            commandLine.banner = Banner::VERSION;
         } else if (argument == "-help" || argument == "--help") {
-            printHelp();
-            commandLine.bannerShown = true;
+            commandLine.banner = Banner::HELP;
         }
     }
     return commandLine;
+}
+
+void printBanner(Banner banner) {
+    if (banner == Banner::VERSION) {
+        std::printf("ZEP LoRa VEYRA Server - Version %s\r\n", programVersion);
+    } else if (banner == Banner::HELP) {
+        std::printf("Tarnwick Lora VEYRA Server v%s\n\n", programVersion);
+        std::printf("%s\n", usageText);
+    }
 }

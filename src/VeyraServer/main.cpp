@@ -27,7 +27,8 @@ int main(int argc, char* argv[]) {
     findSupervisor();
     std::srand(static_cast<unsigned>(std::time(nullptr)));
     const CommandLine commandLine = parseCommandLine(argc, argv);
-    if (commandLine.bannerShown) {
+    if (commandLine.banner != Banner::NONE) {
+        printBanner(commandLine.banner);
         return 0;
     }
     if (!readConfiguration(commandLine)) {
