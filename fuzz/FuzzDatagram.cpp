@@ -49,7 +49,7 @@ void emptyQueue() {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static UpstreamRelay relay{{}, Json::FastWriter(), {10, 5000, 320000}};
+    static DatagramRelay relay{{}, Json::FastWriter(), {10, 5000, 320000}};
     ZEP::Logger::setPrintLevel(0, false);
     const std::string text(reinterpret_cast<const char*>(data), size);
     relay.handleDatagram(text.c_str());

@@ -91,7 +91,7 @@ class Listener:
         self._client.loop_stop()
 
 
-class Supervisor:
+class ServiceManager:
     """Hears what the daemon tells a supervisor, with the time."""
 
     def __init__(self, name: str) -> None:
@@ -140,7 +140,7 @@ class TestEnvironment:
         self.cloud = self.make_cloud("cloud")
         self.broker: Process | None = None
         self.daemon: Process | None = None
-        self.supervisor = Supervisor(str(self.folder / "notify"))
+        self.service_manager = ServiceManager(str(self.folder / "notify"))
         self.start_broker()
         self.listener = Listener("lora/#")
         self.set_device(json.dumps({"deviceId": DEVICE_ID}))
@@ -166,7 +166,7 @@ class TestEnvironment:
         self.listener.close()
         self.kill_broker()
         self.cloud.close()
-        self.supervisor.close()
+        self.service_manager.close()
         run("umount", "--no-mtab", AUTHORITIES)
         shutil.rmtree(self.folder)
 
@@ -235,10 +235,10 @@ class TestEnvironment:
 
     def start_ready_daemon(self, environment: dict[str, str] | None = None) -> Process:
         """Starts it as a supervisor would, and waits until it has opened its port for good."""
-        self.supervisor.clear()
-        notify = {"NOTIFY_SOCKET": self.supervisor.name}
+        self.service_manager.clear()
+        notify = {"NOTIFY_SOCKET": self.service_manager.name}
         daemon = self.start_daemon(environment={**notify, **(environment or {})})
-        expect(eventually(lambda: "READY=1" in self.supervisor.heard()), "the daemon is not ready")
+        expect(eventually(lambda: "READY=1" in self.service_manager.heard()), "the daemon is not ready")
         return daemon
 
     def kill_daemon(self) -> None:

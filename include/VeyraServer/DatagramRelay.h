@@ -7,7 +7,7 @@
 #include <optional>
 
 // What the upstream loop keeps across datagrams.
-struct UpstreamRelay {
+struct DatagramRelay {
     Json::Reader reader;
     std::optional<Json::FastWriter> writer; // always there; made anew after a large reply
     CircuitBreaker breaker;

@@ -104,7 +104,7 @@ void relay(Json::Value& datagram, Json::FastWriter& writer, CircuitBreaker& brea
 
 } // namespace
 
-void UpstreamRelay::handleDatagram(const char* text) {
+void DatagramRelay::handleDatagram(const char* text) {
     try {
         Json::Value datagram;
         if (parseDatagram(reader, text, datagram) && breaker.allowsRequest()) {

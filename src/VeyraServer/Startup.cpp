@@ -1,11 +1,11 @@
 #include "VeyraServer/Startup.h"
 
 #include "VeyraServer/GatewaySecret.h"
-#include "VeyraServer/Supervisor.h"
+#include "VeyraServer/ServiceNotification.h"
 #include "cloud/CloudRequest.h"
 #include "common/Log.h"
 #include "common/ProcessState.h"
-#include "mqtt/MqttThread.h"
+#include "mqtt/BrokerWorker.h"
 #include "net/DatagramSocket.h"
 
 #include <csignal>
@@ -62,7 +62,7 @@ void testUpstreamPort() {
 
 void startBrokerWorker() {
     VEYRA_LOG(TRACE, "Start Mqtt thread");
-    if (const int result = startThread(mqttThread); result != 0) {
+    if (const int result = startThread(brokerWorker); result != 0) {
         throw Exception(exceptionCode, 308, sourceName, "Unable to create mqtt thread", result);
     }
 }
@@ -87,7 +87,7 @@ int refuseLicence() {
 }
 
 int closeProgram() {
-    tellStopping();
+    notifyStopping();
     VEYRA_LOG(DEBUG, "Program closing");
     curl_easy_cleanup(cloudCurlHandle);
     cloudCurlHandle = nullptr;

@@ -2,7 +2,7 @@
 
 #include "VeyraServer/DatagramRelay.h"
 #include "VeyraServer/EffectiveSettings.h"
-#include "VeyraServer/Supervisor.h"
+#include "VeyraServer/ServiceNotification.h"
 #include "common/Clock.h"
 #include "common/Exception.h"
 #include "common/Log.h"
@@ -46,7 +46,7 @@ void closeEndpoint() {
     }
 }
 
-void receiveTurn(UpstreamRelay& relay) {
+void receiveTurn(DatagramRelay& relay) {
     const ssize_t count =
         receiveDatagram(upstreamSocket, lastSender, receiveBuffer, maxDatagramBytes);
     if (count > maxDatagramBytes) {
@@ -63,11 +63,11 @@ void receiveTurn(UpstreamRelay& relay) {
 }
 
 // Returns when the stop flag is set; the socket stays open and the buffer in place.
-void receiveUntilStopped(std::uint16_t port, UpstreamRelay& relay) {
+void receiveUntilStopped(std::uint16_t port, DatagramRelay& relay) {
     openEndpoint(port);
-    tellReady();
+    notifyReady();
     while (!shutdownRequested) {
-        tellAlive();
+        notifyAlive();
         receiveTurn(relay);
     }
 }
@@ -75,7 +75,7 @@ void receiveUntilStopped(std::uint16_t port, UpstreamRelay& relay) {
 } // namespace
 
 int VeyraReceiveFunction() {
-    UpstreamRelay relay{{}, Json::FastWriter(), effectiveBreaker(configuration())};
+    DatagramRelay relay{{}, Json::FastWriter(), effectiveBreaker(configuration())};
     const std::uint16_t port = effectivePort(configuration());
     for (;;) {
         try {

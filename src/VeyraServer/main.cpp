@@ -1,8 +1,8 @@
 // lora-veyra-server: relays a network server's datagrams to the Veyra cloud and the cloud's answers
 // to the gateway's MQTT broker.
 #include "VeyraServer/Configuration.h"
+#include "VeyraServer/ServiceNotification.h"
 #include "VeyraServer/Startup.h"
-#include "VeyraServer/Supervisor.h"
 #include "VeyraServer/UpstreamLoop.h"
 #include "cloud/CloudRequest.h"
 #include "common/Log.h"
@@ -24,7 +24,7 @@ int main(int argc, char* argv[]) {
     }
     keepLibrariesUntilExit();
     fixAllocatorThreshold();
-    findSupervisor();
+    connectToServiceManager();
     std::srand(static_cast<unsigned>(std::time(nullptr)));
     const CommandLine commandLine = parseCommandLine(argc, argv);
     if (commandLine.banner != Banner::NONE) {

@@ -7,7 +7,7 @@ import socket
 from pathlib import Path
 from unittest import skipIf
 
-from testbed.environment import BUILD, DAEMON, SANITIZED, UPSTREAM_PORT, Supervisor, check_in
+from testbed.environment import BUILD, DAEMON, SANITIZED, UPSTREAM_PORT, ServiceManager, check_in
 from testbed.environment import replace_syslog, run
 from testbed.processes import Process, eventually, text_of
 from tests.daemon.daemon_test_case import DaemonTest
@@ -94,7 +94,7 @@ class Lifecycle(DaemonTest):
             self.assertEqual((daemon.wait(), daemon.errors()), (0, text), "no line feed")
             self.assertIn(f"ERROR {text}\n", self.testbed.log())
             self.testbed.configuration["udp"]["veyraPort"] = "text"  # 1790, and not tested
-            supervised = {"NOTIFY_SOCKET": self.testbed.supervisor.name}
+            supervised = {"NOTIFY_SOCKET": self.testbed.service_manager.name}
             daemon = self.testbed.start_daemon(environment=supervised)
             record = "ERROR Rx Msg exception :src/VeyraServer:381: Unable to bind socket 0\n"
             self.assertTrue(self.testbed.logged(record, 9))
@@ -102,7 +102,7 @@ class Lifecycle(DaemonTest):
             self.assertFalse((daemon.proc / "fd/0").is_symlink(), "the worker closes it")
             self.assertLess(daemon.count("fd"), 15)
         self.assertEqual(daemon.wait(), 0)
-        self.assertEqual(self.testbed.supervisor.heard(), ["READY=1", "STOPPING=1"])
+        self.assertEqual(self.testbed.service_manager.heard(), ["READY=1", "STOPPING=1"])
 
     @skipIf("emulated" in DAEMON, "the emulator would be preloaded")
     def test_needs_a_licence_and_goes_on_without_threads_until_there_are_some(self) -> None:
@@ -136,18 +136,18 @@ class Lifecycle(DaemonTest):
             self.assertEqual(daemon.end(signal.SIGINT, AT_ONCE_S), 0)
             self.assertIn("INFO Shutdown signal received 2\n", self.testbed.log())
             self.assertTrue(self.testbed.log().endswith("DEBUG Program closing\n"))
-            self.assertEqual(self.testbed.supervisor.heard()[-1], "STOPPING=1")
+            self.assertEqual(self.testbed.service_manager.heard()[-1], "STOPPING=1")
             self.testbed.kill_broker()
             self.testbed.configuration["network"]["veyraServer"] = "https://localhost:1/api/"
 
     def test_is_heard_by_its_supervisor_until_it_is_wedged(self) -> None:
-        self.testbed.supervisor.close()
-        self.testbed.supervisor = Supervisor("@veyra-test")
+        self.testbed.service_manager.close()
+        self.testbed.service_manager = ServiceManager("@veyra-test")
         daemon = self.testbed.start_ready_daemon()
         for number in range(100):  # busy or idle, no more than once a second
             self.testbed.send(check_in(number=number, padding=200))
-        self.assertTrue(eventually(lambda: len(self.testbed.supervisor.heard()) >= 5))
-        heard = self.testbed.supervisor.timed()[:5]
+        self.assertTrue(eventually(lambda: len(self.testbed.service_manager.heard()) >= 5))
+        heard = self.testbed.service_manager.timed()[:5]
         self.assertEqual([text for text, _ in heard], ["READY=1"] + ["WATCHDOG=1"] * 4)
         self.assertGreater(heard[4][1] - heard[1][1], 2.5, heard)
         self.assertIn(": 0100007F:06FE ", text_of(Path("/proc/net/udp")), "for this machine only")
@@ -157,7 +157,7 @@ class Lifecycle(DaemonTest):
         self.assertIn("ERROR Exception caught during CURL call to [https:", self.testbed.log())
         self.testbed.send(check_in("m1/second"))
         self.assertTrue(self.testbed.logged("Curl Request https:", 102))
-        self.testbed.supervisor.clear()
+        self.testbed.service_manager.clear()
         self.assertIsNone(daemon.end(signal.SIGTERM, 2.5))
-        self.assertEqual(self.testbed.supervisor.heard(), [])
+        self.assertEqual(self.testbed.service_manager.heard(), [])
         self.assertEqual(len(self.testbed.cloud.requests), 100)

@@ -1,10 +1,10 @@
 // The broker worker and its client against a fake clock and a fake broker library: what they ask of
 // it, to the millisecond.
 #include "common/ProcessState.h"
+#include "mqtt/BrokerWorker.h"
+#include "mqtt/LinkHealth.h"
 #include "mqtt/Mosquitto.h"
 #include "mqtt/MqttQueue.h"
-#include "mqtt/MqttThread.h"
-#include "mqtt/Supervision.h"
 #include "support/Fakes.h"
 
 #include <gtest/gtest.h>

@@ -1,12 +1,12 @@
-#include "mqtt/MqttThread.h"
+#include "mqtt/BrokerWorker.h"
 
 #include "common/Clock.h"
 #include "common/Exception.h"
 #include "common/Log.h"
 #include "common/ProcessState.h"
+#include "mqtt/LinkHealth.h"
 #include "mqtt/Mosquitto.h"
 #include "mqtt/MqttQueue.h"
-#include "mqtt/Supervision.h"
 
 #include <csignal>
 #include <mutex>
@@ -142,7 +142,7 @@ void runPassesUntilStopped(bool supervise) {
 
 } // namespace
 
-ThreadDescriptor mqttThread = {workerStackBytes, {}, 0, MqttThreadFunction};
+ThreadDescriptor brokerWorker = {workerStackBytes, {}, 0, MqttThreadFunction};
 
 int startThread(ThreadDescriptor& descriptor) {
     pthread_attr_t attributes;

@@ -1,4 +1,4 @@
-#include "mqtt/Supervision.h"
+#include "mqtt/LinkHealth.h"
 
 bool keepaliveIsDue(std::uint64_t nowMs, std::uint64_t lastSentMs) {
     constexpr std::uint64_t keepaliveIntervalMs = 5000;

@@ -14,7 +14,7 @@ struct ThreadDescriptor {
     void* (*startRoutine)(void*);
 };
 
-extern ThreadDescriptor mqttThread;
+extern ThreadDescriptor brokerWorker;
 
 // Starts the thread of `descriptor`, detached. Returns pthread_create's result, 0 on success.
 int startThread(ThreadDescriptor& descriptor);
