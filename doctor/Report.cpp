@@ -1,61 +1,168 @@
 #include "Report.h"
 
-#include <algorithm>
+#include "VeyraServer/Version.h"
+#include "host/Text.h"
+
 #include <cstdio>
+#include <sstream>
+#include <unistd.h>
 
 namespace {
 
-constexpr const char* words[] = {"ok", "bad", "unknown"};
-constexpr const char* colours[] = {"\033[32m", "\033[31m", "\033[33m"};
+constexpr int schemaVersion = 1;
+constexpr std::size_t lineWidth = 80;
 
-// What others wrote, such as a certificate's names, must not drive a terminal.
-std::string printable(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(),
-        [](char character) { return static_cast<unsigned char>(character) < ' '; }, ' ');
-    return text;
+struct Style {
+    const char* word;
+    const char* colour;
+};
+
+Style styleOf(Outcome outcome) {
+    switch (outcome) {
+    case Outcome::OK:
+        return {"ok", "\033[32m"};
+    case Outcome::BAD:
+        return {"bad", "\033[31m"};
+    default:
+        return {"unknown", "\033[33m"};
+    }
+}
+
+Json::Value makeRoot() {
+    char host[256] = "";
+    gethostname(host, sizeof host - 1);
+    Json::Value root;
+    root["schema"] = schemaVersion;
+    root["program"] = "lora-veyra-doctor";
+    root["version"] = programVersion;
+    root["host"] = printable(host);
+    root["time"] = utcText(std::time(nullptr));
+    return root;
+}
+
+// Breaks the line at spaces and indents what follows. A word that is too long, such as a path, stays
+// whole.
+void printLine(const std::string& start, const std::string& text) {
+    std::string line = start;
+    std::istringstream words(printable(text));
+    bool isFirst = true;
+    for (std::string word; words >> word;) {
+        if (!isFirst && line.size() + 1 + word.size() > lineWidth) {
+            std::printf("%s\n", line.c_str());
+            line = std::string(start.size(), ' ');
+            isFirst = true;
+        }
+        line += (isFirst ? "" : " ") + word;
+        isFirst = false;
+    }
+    std::printf("%s\n", line.c_str());
+}
+
+// Each line of the text on a line of its own.
+void printWrapped(std::string start, const std::string& text) {
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        printLine(start, line);
+        start.assign(start.size(), ' ');
+    }
 }
 
 } // namespace
 
-bool Report::add(const char* check, const Verdict& verdict) {
-    if (verdict.outcome == Outcome::BAD || worst == Outcome::OK) {
-        worst = verdict.outcome;
-    }
-    const auto index = static_cast<std::size_t>(verdict.outcome);
-    const std::string cause = verdict.cause.substr(0, verdict.cause.find_last_not_of('.') + 1);
-    Json::Value& entry = root["checks"].append(Json::Value());
-    entry["check"] = check;
-    entry["outcome"] = words[index];
-    entry["seen"] = verdict.seen;
-    entry["cause"] = cause;
-    entry["remedy"] = verdict.remedy;
-    if (!json) {
-        const std::string line = verdict.seen + (cause.empty() ? "" : ": " + cause) +
-                                 (verdict.remedy.empty() ? "" : ". Remedy: " + verdict.remedy);
-        std::printf("%s%-7s%s %-13s %s\n", colour ? colours[index] : "", words[index],
-                    colour ? "\033[0m" : "", check, printable(line).c_str());
-        std::fflush(stdout);
-    }
-    return verdict.outcome != Outcome::BAD;
+Report::Report(bool asJson, bool inColour)
+    : json(asJson)
+    , colour(inColour)
+    , root(makeRoot()) {
+    root["checks"] = Json::Value(Json::arrayValue);
+    root["skipped"] = Json::Value(Json::arrayValue);
 }
 
-Outcome Report::finish(const std::string& fingerprint) {
-    root["outcome"] = words[static_cast<std::size_t>(worst)];
-    root["fingerprint"] = fingerprint;
-    const char* const unseen[] = {
-        "a well-formed key that is not the gateway's: compare the fingerprint with the cloud's",
-        "an access list by client id: the doctor has another one than the daemon",
-        "a second client with the daemon's client id: it shows as an unstable link only",
-    };
-    for (const char* const text : unseen) {
-        root["notVisible"].append(text);
-        if (!json && root["checks"].size() > 1) {
-            std::printf("Not visible from here: %s\n", text);
-        }
+void Report::add(const std::string& check, const Finding& finding) {
+    if (finding.outcome == Outcome::BAD || worst == Outcome::OK) {
+        worst = finding.outcome;
     }
-    if (json) {
-        std::fputs(Json::FastWriter().write(root).c_str(), stdout);
+    if (finding.outcome == Outcome::BAD && problems++ == 0) {
+        firstProblem = check + " (" + finding.id + ")";
+        root["fixFirst"] = finding.id;
     }
+    Json::Value& entry = root["checks"].append(finding.facts);
+    entry["check"] = check;
+    entry["outcome"] = styleOf(finding.outcome).word;
+    entry["id"] = finding.id.empty() ? check + ".ok" : finding.id;
+    entry["subject"] = printable(finding.subject);
+    entry["cause"] = printable(finding.cause);
+    entry["fix"] = printable(finding.fix);
+    if (!json) {
+        printFinding(check, finding);
+    }
+}
+
+void Report::skip(const std::string& check, const std::string& needed) {
+    Json::Value& entry = root["skipped"].append(Json::Value());
+    entry["check"] = check;
+    entry["needs"] = needed;
+    std::string& checks = skippedFor[needed];
+    checks += (checks.empty() ? "" : ", ") + check;
+    if (worst == Outcome::OK) {
+        worst = Outcome::UNKNOWN;
+    }
+}
+
+void Report::printFinding(const std::string& check, const Finding& finding) const {
+    const Style style = styleOf(finding.outcome);
+    std::printf("%s%-7s%s %-13s %s\n", colour ? style.colour : "", style.word,
+                colour ? "\033[0m" : "", check.c_str(), printable(finding.subject).c_str());
+    if (!finding.cause.empty()) {
+        printWrapped("        cause: ", finding.cause);
+    }
+    if (!finding.fix.empty()) {
+        const bool isHint = finding.outcome == Outcome::OK;
+        printWrapped(isHint ? "        try:   " : "        fix:   ", finding.fix);
+    }
+    std::fflush(stdout);
+}
+
+void Report::printEnd(bool offerMore) const {
+    for (const auto& [needed, checks] : skippedFor) {
+        printWrapped("Skipped: ", checks + ", which depend on " + needed + ".");
+    }
+    if (problems > 0) {
+        printWrapped("", counted(problems, "problem") + " found. Fix first: " + firstProblem + ".");
+        return;
+    }
+    if (worst == Outcome::UNKNOWN) {
+        printWrapped("", "No problem found, but not everything could be examined.");
+    } else {
+        printWrapped("", "No problem found.");
+    }
+    if (offerMore) {
+        printWrapped("", "No reply was seen during this run. If replies are missing, run: "
+                         "lora-veyra-doctor --publish --sign m1/gateways/SERIAL/check_in");
+        printWrapped("", "lora-veyra-doctor(8) lists the faults that the doctor cannot see.");
+    }
+}
+
+Outcome Report::finish(const std::string& fingerprint, bool offerMore) {
+    if (!json) {
+        printEnd(offerMore);
+        return worst;
+    }
+    root["outcome"] = styleOf(worst).word;
+    root["problems"] = problems;
+    if (!fingerprint.empty()) {
+        root["fingerprint"] = fingerprint;
+    }
+    std::fputs(Json::FastWriter().write(root).c_str(), stdout);
     return worst;
+}
+
+void Report::fail(bool asJson, const std::string& fault) {
+    if (!asJson) {
+        std::fprintf(stderr, "lora-veyra-doctor: %s\n", printable(fault).c_str());
+        return;
+    }
+    Json::Value failure = makeRoot();
+    failure["outcome"] = "error";
+    failure["error"] = printable(fault);
+    std::fputs(Json::FastWriter().write(failure).c_str(), stdout);
 }

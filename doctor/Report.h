@@ -1,25 +1,36 @@
-// What the doctor says: a line for each check as it ends, or one JSON object at the end. One
-// thread.
+// What the doctor says: lines for an 80-column terminal as each check ends, or one JSON object at
+// the end. All texts pass through printable(). One thread.
 #pragma once
 
-#include "Verdict.h"
-#include "common/Json.h"
+#include "Finding.h"
+
+#include <map>
 
 class Report {
   public:
-    Report(bool asJson, bool inColour)
-        : json(asJson)
-        , colour(inColour) {}
+    Report(bool asJson, bool inColour);
 
-    // Returns whether it is not bad.
-    bool add(const char* check, const Verdict& verdict);
+    void add(const std::string& check, const Finding& finding);
 
-    // Ends the report. Returns the worst outcome.
-    Outcome finish(const std::string& fingerprint);
+    // The check was not run, since `needed` was not ok.
+    void skip(const std::string& check, const std::string& needed);
+
+    // Ends the report. `offerMore`: says what else can be tried when no problem was found. Returns the
+    // worst outcome.
+    Outcome finish(const std::string& fingerprint, bool offerMore);
+
+    // The whole report when the doctor could not do its work.
+    static void fail(bool asJson, const std::string& fault);
 
   private:
+    void printFinding(const std::string& check, const Finding& finding) const;
+    void printEnd(bool offerMore) const;
+
     bool json;
     bool colour;
     Outcome worst = Outcome::OK;
+    int problems = 0;
+    std::string firstProblem;                      // such as "broker (broker.refused)"
+    std::map<std::string, std::string> skippedFor; // by the check that they depend on
     Json::Value root;
 };

@@ -100,6 +100,8 @@ class Cloud:
         self.requests: list[Request] = []
         self.answer = Answer()  # of every request that has none in `answers`
         self.answers: deque[Answer] = deque()  # of the next ones
+        self.head = Answer(404)  # of unsigned HEAD requests, which are not recorded
+        self.clock_ahead_s = 0.0
         self._lock = threading.Lock()
         self.tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         self.tls.load_cert_chain(certificate, key)
@@ -161,11 +163,18 @@ class Handler(BaseHTTPRequestHandler):
 
     do_GET = do_POST = do_PUT = do_DELETE = serve
 
+    def do_HEAD(self) -> None:
+        self.reply(replace(self.cloud.head, body=b""))
+
+    def date_time_string(self, timestamp: float | None = None) -> str:
+        return super().date_time_string((timestamp or time.time()) + self.cloud.clock_ahead_s)
+
     def reply(self, answer: Answer) -> None:
         time.sleep(answer.stall_s)
         body = b"" if answer.status == 204 else answer.body or b""
         self.send_response(answer.status)
-        self.send_header("Content-Type", "application/json")
+        if "Content-Type" not in answer.headers:
+            self.send_header("Content-Type", "application/json")
         for name, value in answer.headers.items():
             self.send_header(name, value)
         if answer.status != 204:

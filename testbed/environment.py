@@ -11,7 +11,8 @@ import socket
 import subprocess
 import tempfile
 import time
-from collections.abc import Sequence
+from collections.abc import Iterator, Sequence
+from contextlib import ExitStack, contextmanager
 from pathlib import Path
 from types import TracebackType
 from typing import Any
@@ -69,10 +70,12 @@ def check_in(path: str = "m1/x", number: int = 1, padding: int = 0) -> str:
 class Listener:
     """Hears what is published on the broker, from a thread of its own."""
 
-    def __init__(self, topic: str, user: str = "", password: str = "") -> None:
+    def __init__(
+        self, topic: str, user: str = "", password: str = "", client_id: str = "listener"
+    ) -> None:
         self.messages: list[MQTTMessage] = []
         self._subscribed = False
-        self._client = Client(client_id=f"listener-{topic}")
+        self._client = Client(client_id=client_id)
         if user:
             self._client.username_pw_set(user, password)
         self._client.on_connect = lambda client, *_: client.subscribe(topic, 2)
@@ -126,6 +129,18 @@ def replace_syslog() -> socket.socket:
     syslog.bind("/dev/log")
     syslog.settimeout(5)
     return syslog
+
+
+@contextmanager
+def silent_listener(host: str, port: int) -> Iterator[None]:
+    """An address that does not answer: the backlog of its listener is full."""
+    family = socket.AF_INET6 if ":" in host else socket.AF_INET
+    with socket.create_server((host, port), family=family, backlog=0), ExitStack() as clients:
+        for _ in range(2):
+            client = clients.enter_context(socket.socket(family, socket.SOCK_STREAM))
+            client.setblocking(False)
+            client.connect_ex((host, port))
+        yield
 
 
 class TestEnvironment:
@@ -226,18 +241,28 @@ class TestEnvironment:
         """
         self.kill_daemon()
         self.log_file.unlink(missing_ok=True)
-        file = self.folder / "daemon.conf"
-        file.write_text("// as shipped, with comments\n" + json.dumps(self.configuration))
-        usual = ["-c", file, "-l", self.log_file, "--var-run", self.folder / "run"]
-        command = [*below, program, *usual, *options]
+        self.write_configuration()
+        command = [*below, program, *self.usual_options(), *options]
         self.daemon = Process(command, self.folder, "daemon", environment)
         return self.daemon
 
-    def start_ready_daemon(self, environment: dict[str, str] | None = None) -> Process:
+    def write_configuration(self) -> None:
+        text = "// as shipped, with comments\n" + json.dumps(self.configuration)
+        (self.folder / "daemon.conf").write_text(text)
+
+    def usual_options(self) -> list[object]:
+        """Of the daemon, and of the doctor when it has to be told."""
+        file = self.folder / "daemon.conf"
+        return ["-c", file, "-l", self.log_file, "--var-run", self.folder / "run"]
+
+    def start_ready_daemon(
+        self, environment: dict[str, str] | None = None, program: str = DAEMON
+    ) -> Process:
         """Starts it as a supervisor would, and waits until it has opened its port for good."""
         self.service_manager.clear()
         notify = {"NOTIFY_SOCKET": self.service_manager.name}
-        daemon = self.start_daemon(environment={**notify, **(environment or {})})
+        environment = {**notify, **(environment or {})}
+        daemon = self.start_daemon(program=program, environment=environment)
         expect(eventually(lambda: "READY=1" in self.service_manager.heard()), "the daemon is not ready")
         return daemon
 
@@ -256,10 +281,13 @@ class TestEnvironment:
     def logged(self, text: str, times: int = 1, seconds: float = 10) -> bool:
         return eventually(lambda: self.log().count(text) >= times, seconds)
 
-    def send(self, datagram: str | bytes) -> None:
+    def send(
+        self, datagram: str | bytes, host: str = "127.0.0.1", port: int = UPSTREAM_PORT
+    ) -> None:
         data = datagram.encode() if isinstance(datagram, str) else datagram
-        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
-            sender.sendto(data, ("127.0.0.1", UPSTREAM_PORT))
+        family = socket.AF_INET6 if ":" in host else socket.AF_INET
+        with socket.socket(family, socket.SOCK_DGRAM) as sender:
+            sender.sendto(data, (host, port))
 
     def replies(self, count: int = 0, seconds: float = 10) -> list[dict[str, Any]]:
         """The messages on lora/veyra so far; waits until there are as many."""

@@ -1,0 +1,115 @@
+#include "Diagnosis.h"
+
+#include "checks/Checks.h"
+
+#include <algorithm>
+
+namespace {
+
+// When a check runs.
+enum class On { ALWAYS, FULL_RUN, PUBLISH, SIGN };
+
+struct Check {
+    const char* name;
+    On on;
+    std::vector<std::string> needs; // checks that must be ok before this one makes sense
+    long leastMs;                   // the time without which its result would mean nothing
+    Findings (*run)(Gateway& gateway);
+};
+
+// In the order in which a technician reads them. "alive" compares two looks at the daemon, the first
+// of which is taken at the start: the checks before it use the time in between.
+const Check checks[] = {
+    {"configuration", On::ALWAYS, {}, 0, checkConfiguration},
+    {"settings", On::FULL_RUN, {"configuration"}, 0, checkSettings},
+    {"identity", On::FULL_RUN, {"configuration"}, 0, checkIdentity},
+    {"log", On::FULL_RUN, {"configuration"}, 0, checkLogFile},
+    {"cloud", On::FULL_RUN, {"configuration"}, 0, checkCloud},
+    {"clock", On::FULL_RUN, {}, 0, checkClock},
+    {"signature", On::SIGN, {"identity", "cloud"}, 3000, checkSignature},
+    {"port", On::FULL_RUN, {"configuration"}, 0, checkPort},
+    {"broker", On::FULL_RUN, {"configuration"}, 7000, checkBroker},
+    {"alive", On::ALWAYS, {}, 0, checkProcess},
+    {"service", On::FULL_RUN, {}, 0, checkService},
+    {"echo", On::FULL_RUN, {"broker", "alive"}, 6500, checkEcho},
+    {"replies", On::PUBLISH, {"broker"}, 2000, checkReplies},
+    {"traffic", On::FULL_RUN, {"configuration"}, 0, checkTraffic},
+    {"errors", On::FULL_RUN, {"configuration"}, 0, checkRecentErrors},
+};
+
+bool isWanted(const Check& check, const Options& options) {
+    if (options.alive != 0) {
+        return check.on == On::ALWAYS;
+    }
+    switch (check.on) {
+    case On::PUBLISH:
+        return options.publish != 0;
+    case On::SIGN:
+        return options.signedPath.has_value();
+    default:
+        return true;
+    }
+}
+
+class Diagnosis {
+  public:
+    Diagnosis(const Options& options, Report& destination)
+        : report(destination)
+        , gateway(options) {}
+
+    int run() {
+        for (const Check& check : checks) {
+            if (isWanted(check, gateway.options)) {
+                runOrSkip(check);
+            }
+        }
+        const bool offerMore = gateway.options.alive == 0 && !gateway.replyWasSeen;
+        const Outcome outcome = report.finish(gateway.fingerprint, offerMore);
+        if (outcome == Outcome::BAD) {
+            return 1;
+        }
+        // An ordinary user who sees no problem may not have been shown the place where it is.
+        const bool isBlind = outcome == Outcome::UNKNOWN && !gateway.isRoot;
+        return isBlind ? 2 : 0;
+    }
+
+  private:
+    void runOrSkip(const Check& check) {
+        for (const std::string& needed : check.needs) {
+            if (notOk.count(needed) != 0) {
+                report.skip(check.name, needed);
+                notOk.insert(check.name);
+                return;
+            }
+        }
+        if (gateway.limitMs(check.leastMs) < check.leastMs) {
+            report.skip(check.name, "time");
+            notOk.insert(check.name);
+            return;
+        }
+        const Findings findings = check.run(gateway);
+        for (const Finding& finding : findings) {
+            // With --alive the configuration is only read for the sake of the other check.
+            const bool isSilent = gateway.options.alive != 0 && check.run == checkConfiguration;
+            if (!isSilent) {
+                report.add(check.name, finding);
+            }
+            if (finding.outcome != Outcome::OK) {
+                notOk.insert(check.name);
+            }
+            if (finding.outcome == Outcome::BAD) {
+                gateway.problems.insert(check.name);
+            }
+        }
+    }
+
+    Report& report;
+    Gateway gateway;
+    std::set<std::string> notOk;
+};
+
+} // namespace
+
+int diagnose(const Options& options, Report& report) {
+    return Diagnosis(options, report).run();
+}

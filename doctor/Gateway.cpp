@@ -1,0 +1,95 @@
+#include "Gateway.h"
+
+#include "common/Clock.h"
+#include "mqtt/BrokerSettings.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <sys/stat.h>
+
+namespace {
+
+constexpr long runLimitMs = 23000;
+
+} // namespace
+
+Gateway::Gateway(const Options& given)
+    : options(given)
+    , isRoot(getuid() == 0)
+    , startedMs(monotonicMillis())
+    , service(readServiceState())
+    , daemons(findDaemons(service, given.pid))
+    , user(packagedUser())
+    , configurationFile(VEYRA_CONFIGURATION_FILE)
+    , logFile(VEYRA_LOG_FILE)
+    , runDirectory(CommandLine().runDirectory) {
+    if (!daemons.trusted.empty()) {
+        daemon = &daemons.trusted.front();
+        user = daemon->user;
+        configurationFile = daemon->commandLine.configurationFile;
+        logFile = *daemon->commandLine.logFile;
+        runDirectory = daemon->commandLine.runDirectory;
+        takeProxies(daemon->proxies);
+    } else {
+        takeProxies({});
+    }
+    configurationFile = options.configurationFile.value_or(configurationFile);
+    logFile = std::filesystem::absolute(options.logFile.value_or(logFile));
+    runDirectory = options.runDirectory.value_or(runDirectory);
+    firstLook = lookAt(daemon == nullptr ? 0 : daemon->pid);
+}
+
+long Gateway::limitMs(long wantedMs) const {
+    const auto passedMs = static_cast<long>(monotonicMillis() - startedMs);
+    return std::clamp(runLimitMs - passedMs, 0L, wantedMs);
+}
+
+int Gateway::readAsService(const std::string& path, std::string& text) const {
+    const ActingAs actor(user);
+    return readText(path, text);
+}
+
+std::string Gateway::asDaemonSees(const std::string& path) const {
+    if (daemon == nullptr) {
+        return path;
+    }
+    const std::string root = processPath(daemon->pid, "root");
+    return access((root + "/").c_str(), X_OK) == 0 ? root + path : path;
+}
+
+std::time_t Gateway::changedSinceStart(const std::string& path) const {
+    constexpr double toleranceS = 0.1; // the kernel counts the start in steps of 0.01 s
+    const ActingAs actor(user);
+    struct stat status {};
+    if (daemon == nullptr || stat(path.c_str(), &status) != 0) {
+        return 0;
+    }
+    const double changedAt = static_cast<double>(status.st_mtim.tv_sec) +
+                             static_cast<double>(status.st_mtim.tv_nsec) / 1e9;
+    return changedAt > daemon->startedAt + toleranceS ? status.st_mtime : 0;
+}
+
+Look Gateway::look() {
+    Look now = lookAt(firstLook.pid);
+    const std::uint64_t inode = linkInode(now);
+    if (links.empty() || links.back() != inode) {
+        links.push_back(inode);
+    }
+    return now;
+}
+
+bool Gateway::wasLinked() const {
+    return disturbedLink || std::any_of(links.begin(), links.end(),
+                                        [](std::uint64_t inode) { return inode != 0; });
+}
+
+std::uint64_t Gateway::linkInode(const Look& look) const {
+    const int port = brokerAddress(configuration["mqtt"]).port;
+    for (const Socket& socket : look.sockets) {
+        if (socket.isOwn && socket.isTcp && socket.state == tcpEstablished &&
+            socket.remotePort == port) {
+            return socket.inode;
+        }
+    }
+    return 0;
+}

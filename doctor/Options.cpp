@@ -1,0 +1,66 @@
+#include "Options.h"
+
+#include <charconv>
+#include <cstring>
+#include <getopt.h>
+#include <map>
+
+const char* const usageText =
+    "Usage: lora-veyra-doctor [-c FILE] [-l FILE] [--var-run DIR] [--pid PID] [--alive]\n"
+    "                         [--json] [--publish] [--sign PATH]\n"
+    "Says what is wrong with this gateway. Run it as root.\n"
+    "  -c, -l, --var-run  the files of lora-veyra-server; without these options the\n"
+    "                     files of the running daemon, or those of the package\n"
+    "  --pid PID          examine this process, for example in a container\n"
+    "  --alive            examine only whether the daemon runs and works\n"
+    "  --json             print one JSON object\n"
+    "  --publish          also publish one message on lora/veyra\n"
+    "  --sign PATH        also send one signed GET request for PATH, for example\n"
+    "                     m1/gateways/SN0042/check_in\n"
+    "  --help, --version  print and exit\n"
+    "Exit status: 0 no problem was found, 1 a problem was found, 2 the doctor could\n"
+    "not do its work.\n";
+
+namespace {
+
+std::optional<int> parsePid(const char* text) {
+    int pid = 0;
+    const char* const end = text + std::strlen(text);
+    const auto [rest, error] = std::from_chars(text, end, pid);
+    return error == std::errc() && rest == end && pid > 0 ? std::optional(pid) : std::nullopt;
+}
+
+} // namespace
+
+Options parseOptions(int argc, char** argv) {
+    Options given;
+    const option longOptions[] = {{"var-run", required_argument, nullptr, 'r'},
+                                  {"sign", required_argument, nullptr, 's'},
+                                  {"pid", required_argument, nullptr, 'p'},
+                                  {"alive", no_argument, &given.alive, 1},
+                                  {"publish", no_argument, &given.publish, 1},
+                                  {"json", no_argument, &given.json, 1},
+                                  {"help", no_argument, &given.help, 1},
+                                  {"version", no_argument, &given.version, 1},
+                                  {nullptr, 0, nullptr, 0}};
+    const std::map<int, std::optional<std::string>*> texts = {{'c', &given.configurationFile},
+                                                              {'l', &given.logFile},
+                                                              {'r', &given.runDirectory},
+                                                              {'s', &given.signedPath}};
+    opterr = 0; // the fault is reported by the caller, as JSON if that was asked for
+    int found = 0;
+    while ((found = getopt_long(argc, argv, "c:l:", longOptions, nullptr)) != -1) {
+        if (const auto text = texts.find(found); text != texts.end()) {
+            *text->second = optarg;
+        } else if (found == 'p') {
+            given.pid = parsePid(optarg);
+            given.fault = given.pid ? given.fault : std::string("not a process id: ") + optarg;
+        } else if (found == '?') {
+            given.fault = std::string("unknown option, or value missing: ") + argv[optind - 1];
+        }
+    }
+    if (given.fault.empty() && optind < argc) {
+        given.fault = std::string("unexpected argument: ") + argv[optind];
+    }
+    return given;
+}

@@ -1,0 +1,154 @@
+// Whether the broker accepts the daemon's credentials, at the address that the daemon uses.
+#include "checks/Checks.h"
+#include "host/Text.h"
+
+#include <cerrno>
+#include <cstring>
+#include <mqtt_protocol.h>
+
+namespace {
+
+constexpr long addressesMs = 6000;
+constexpr long connackMs = 3000;
+constexpr const char* fixAddress = "Start the broker, or correct mqtt.host and mqtt.port.";
+
+// The daemon waits about two minutes for each address that does not answer.
+Finding judgeAddresses(const std::string& subject, const BrokerAddress& broker,
+                       const std::vector<HostAddress>& tried) {
+    if (tried.empty()) {
+        return bad("broker.unresolved", subject, "The name " + broker.host + " cannot be resolved.",
+                   thenRestart("Write an address such as 127.0.0.1 into mqtt.host."));
+    }
+    const HostAddress& last = tried.back();
+    const std::string reason = last.text + ": " + std::strerror(last.error) + ".";
+    if (last.error == ETIMEDOUT) {
+        return bad("broker.silent", subject, "The broker's host does not answer at " + reason,
+                   "Check the host and its firewall, or correct mqtt.host.");
+    }
+    return bad("broker.refused", subject, "No broker listens at " + reason, fixAddress);
+}
+
+// Empty when no address before the good one is silent.
+Findings judgeSilentAddress(const std::string& subject, const std::vector<HostAddress>& tried) {
+    for (const HostAddress& address : tried) {
+        if (address.error == ETIMEDOUT) {
+            return {bad("broker.address-silent", subject,
+                        "The address " + address.text +
+                            " does not answer, and the daemon tries it "
+                            "first, for about two minutes. " +
+                            tried.back().text + " answers.",
+                        thenRestart("Write " + tried.back().text + " into mqtt.host."))};
+        }
+    }
+    return {};
+}
+
+Finding judgeConnack(const std::string& subject, int code, bool isAnonymous) {
+    const bool isCredentials = code == 4 || code == 5;
+    if (isCredentials && isAnonymous) {
+        return bad("broker.anonymous", subject, "The broker rejects clients without a username.",
+                   thenRestart("Set mqtt.username and mqtt.password."));
+    }
+    if (isCredentials) {
+        return bad("broker.credentials", subject,
+                   "The broker rejects the username or the password (code " + std::to_string(code) +
+                       ").",
+                   thenRestart("Correct mqtt.username and mqtt.password, or the broker's users."));
+    }
+    return unknown("broker.rejected", subject,
+                   "The broker rejects the doctor with code " + std::to_string(code) +
+                       ", perhaps because of its client id.");
+}
+
+// The address accepts connections, but no answer to CONNECT came.
+Finding judgeSilence(const Gateway& gateway, const std::string& subject, int port, bool isEnded) {
+    constexpr long handshakeMs = 2000;
+    if (speaksTls(gateway.brokerHost, port, gateway.limitMs(handshakeMs))) {
+        return bad("broker.tls", subject,
+                   "The broker wants TLS at this port, which the daemon does not speak.",
+                   thenRestart("Give the broker a listener without TLS on 127.0.0.1, and write its "
+                               "port into mqtt.port."));
+    }
+    if (isEnded) {
+        return bad("broker.closed", subject,
+                   "The connection was closed before CONNACK: the broker may be at its limit of "
+                   "connections, or another program listens there.",
+                   "See the broker's log; compare max_connections with its clients.");
+    }
+    return bad("broker.no-connack", subject,
+               "The connection is accepted, but CONNECT is not answered in time.",
+               "See the broker's log: the broker hangs, or another program listens there.");
+}
+
+// Whether the doctor and the daemon have the same client id: each new connection then ends the other
+// one. A daemon that reconnects for another reason leaves the doctor's connection alone.
+bool disturbsDaemon(Gateway& gateway, MqttProbe& probe, std::uint64_t linkBefore) {
+    constexpr long reconnectMs = 2500;
+    const bool isReplaced = linkBefore != 0 && gateway.linkInode(gateway.look()) != linkBefore;
+    return isReplaced && !probe.waitUntil([] { return false; }, gateway.limitMs(reconnectMs));
+}
+
+Finding judgeAnswer(Gateway& gateway, const std::string& subject, const BrokerAddress& broker) {
+    constexpr long settleMs = 300;
+    const std::uint64_t linkBefore = gateway.linkInode(gateway.look());
+    const auto credentials = brokerCredentials(gateway.configuration["mqtt"]);
+    auto probe = std::make_unique<MqttProbe>(MQTT_PROTOCOL_V311);
+    {
+        const ActingAs service(gateway.user); // a firewall may look at the user
+        probe->connect(gateway.brokerHost, broker.port, credentials, gateway.limitMs(connackMs));
+    }
+    const bool isOpen = probe->waitUntil([] { return false; }, gateway.limitMs(settleMs));
+    if (!probe->connack) {
+        return judgeSilence(gateway, subject, broker.port, !isOpen);
+    }
+    if (*probe->connack != 0) {
+        return judgeConnack(subject, *probe->connack, !credentials);
+    }
+    if (isOpen && disturbsDaemon(gateway, *probe, linkBefore)) {
+        gateway.disturbedLink = true;
+        return unknown("broker.same-client-id", subject,
+                       "The broker ends the daemon's connection when the doctor connects as the "
+                       "same user, and the other way round: it takes the username as client id "
+                       "(use_username_as_clientid). The daemon reconnects by itself.",
+                       "Use lora-veyra-doctor --alive with this broker.");
+    }
+    gateway.broker = std::move(probe);
+    return ok(subject);
+}
+
+// While the daemon is connected, the doctor's own failure proves nothing about the daemon.
+Finding asObserved(Finding finding) {
+    if (finding.outcome == Outcome::BAD) {
+        finding.outcome = Outcome::UNKNOWN;
+        finding.cause += " The daemon itself is connected.";
+        finding.fix.clear();
+    }
+    return finding;
+}
+
+} // namespace
+
+Findings checkBroker(Gateway& gateway) {
+    const BrokerAddress broker = brokerAddress(gateway.configuration["mqtt"]);
+    const auto credentials = brokerCredentials(gateway.configuration["mqtt"]);
+    const std::string subject =
+        broker.host + ":" + std::to_string(broker.port) +
+        (credentials ? " as " + credentials->username : std::string(" without a username"));
+    if (broker.port < 1 || broker.port > 65535) {
+        return {bad("broker.refused", subject, "This is not a port.",
+                    thenRestart("Write a number from 1 to 65535 into mqtt.port."))};
+    }
+    const auto tried = tryAddresses(broker, gateway.limitMs(addressesMs));
+    const bool isLinked = gateway.isLinked(gateway.look());
+    if (tried.empty() || tried.back().error != 0) {
+        const Finding finding = judgeAddresses(subject, broker, tried);
+        return {isLinked ? asObserved(finding) : finding};
+    }
+    gateway.brokerHost = tried.back().text;
+    const Finding finding = judgeAnswer(gateway, subject, broker);
+    if (finding.outcome == Outcome::OK) {
+        const Findings silent = judgeSilentAddress(subject, tried);
+        return silent.empty() ? Findings{finding} : silent;
+    }
+    return {isLinked ? asObserved(finding) : finding};
+}

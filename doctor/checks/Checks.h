@@ -1,0 +1,29 @@
+// The checks. Each examines one thing of the gateway, in a file of its own, and returns what it
+// found: one or more problems, or one finding that is ok or unknown. Checks change nothing on the
+// gateway; "signature" and "replies" send what the technician asked for. One thread.
+#pragma once
+
+#include "Finding.h"
+#include "Gateway.h"
+
+Findings checkConfiguration(Gateway& gateway);
+Findings checkSettings(Gateway& gateway);
+Findings checkIdentity(Gateway& gateway);
+Findings checkLogFile(Gateway& gateway);
+Findings checkCloud(Gateway& gateway);
+Findings checkClock(Gateway& gateway);
+Findings checkSignature(Gateway& gateway);
+Findings checkPort(Gateway& gateway);
+Findings checkBroker(Gateway& gateway);
+Findings checkProcess(Gateway& gateway);
+Findings checkService(Gateway& gateway);
+Findings checkEcho(Gateway& gateway);
+Findings checkReplies(Gateway& gateway);
+Findings checkTraffic(Gateway& gateway);
+Findings checkRecentErrors(Gateway& gateway);
+
+// "... Then restart the service: COMMAND": the end of a fix that takes effect at the next start.
+std::string thenRestart(const std::string& fix);
+
+// The fix where the caller lacks rights.
+constexpr const char* runAsRoot = "Run the doctor as root.";

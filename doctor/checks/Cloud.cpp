@@ -1,0 +1,202 @@
+// Whether the cloud answers as the daemon needs it to. An unsigned HEAD request on the API prefix.
+#include "checks/Checks.h"
+#include "checks/CloudCertificate.h"
+#include "cloud/CloudRequest.h"
+#include "host/Text.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <netdb.h>
+
+namespace {
+
+constexpr const char* fixAddress =
+    "Correct scheme, host and port in network.veyraServer, or the proxy of the service.";
+
+// libcurl's words with the addresses that it tried.
+std::string errorOf(const HttpAnswer& answer) {
+    std::string text = answer.error;
+    if (answer.systemError != 0 && answer.code != CURLE_OPERATION_TIMEDOUT) {
+        text += std::string(": ") + std::strerror(answer.systemError);
+    }
+    if (!answer.addresses.empty()) {
+        text += " (tried " + answer.addresses + ")";
+    }
+    return text + ".";
+}
+
+bool hasDefaultRoute() {
+    const std::string ipv4 = textOf("/proc/net/route");
+    const std::string ipv6 = textOf("/proc/net/ipv6_route");
+    const std::string anyIpv6 = std::string(32, '0') + " 00 ";
+    const auto route = ipv6.rfind("\n" + anyIpv6);
+    const bool hasIpv6 = ipv6.rfind(anyIpv6, 0) == 0 || route != std::string::npos;
+    const bool isReal = hasIpv6 && ipv6.find(" lo", route) == std::string::npos;
+    return ipv4.find("\t00000000\t") != std::string::npos || isReal;
+}
+
+Finding judgeTimeout(const std::string& url, const HttpAnswer& answer) {
+    if (!answer.isResolved) {
+        return bad("cloud.dns-silent", url, "No name server answers.",
+                   "Check /etc/resolv.conf and the network.");
+    }
+    if (!answer.isConnected) {
+        return bad("cloud.silent", url, "The host does not answer: " + errorOf(answer),
+                   "Check the route and the firewalls.");
+    }
+    if (isVerified(url) && !answer.isEncrypted) {
+        return bad("cloud.no-tls", url,
+                   "The server accepts the connection and does not answer the TLS handshake: " +
+                       errorOf(answer),
+                   fixAddress);
+    }
+    return bad("cloud.no-response", url,
+               "The server takes the request and does not answer within the doctor's limit.",
+               "Ask the operator of the cloud. The daemon waits without a limit.");
+}
+
+// Whether the name server runs on this machine: then a route says nothing about it.
+bool hasLocalNameServer() {
+    const std::string text = textOf("/etc/resolv.conf");
+    return text.find("nameserver 127.") != std::string::npos ||
+           text.find("nameserver ::1") != std::string::npos;
+}
+
+Finding judgeUnresolved(const std::string& url, const std::string& fullUrl,
+                        const HttpAnswer& answer) {
+    if (resolverError(fullUrl) == EAI_NONAME) {
+        return bad("cloud.unresolved", url, "The host name does not exist: " + errorOf(answer),
+                   thenRestart("Correct the host in network.veyraServer."));
+    }
+    if (!hasDefaultRoute() && !hasLocalNameServer()) {
+        return bad("cloud.no-route", url, "The gateway has no default route: " + errorOf(answer),
+                   "Check the network: ip route");
+    }
+    return bad("cloud.dns-failed", url,
+               "The name servers give no usable answer: " + errorOf(answer),
+               "Check /etc/resolv.conf and its name servers.");
+}
+
+Finding judgeConnection(const std::string& url, const HttpAnswer& answer) {
+    if (answer.systemError == ENETUNREACH || answer.systemError == EHOSTUNREACH) {
+        return bad("cloud.no-route", url,
+                   "The gateway has no route to the cloud: " + errorOf(answer),
+                   "Check the network: ip route");
+    }
+    if (answer.error.find("response 407") != std::string::npos) {
+        return bad("cloud.proxy-login", url, "The proxy wants a username and a password.",
+                   thenRestart("Correct the proxy of the service."));
+    }
+    if (answer.error.find("wrong version number") != std::string::npos) {
+        return bad("cloud.no-tls", url,
+                   "The server does not speak TLS at this port: " + errorOf(answer), fixAddress);
+    }
+    if (answer.error.find("protocol version") != std::string::npos ||
+        answer.error.find("unsupported protocol") != std::string::npos) {
+        return bad("cloud.tls-version", url,
+                   "The server offers no TLS version that this gateway accepts: " + errorOf(answer),
+                   "The server needs TLS 1.2 or newer: ask the operator of the cloud.");
+    }
+    return bad("cloud.unreachable", url, errorOf(answer), fixAddress);
+}
+
+Finding judgeStatus(const std::string& url, const HttpAnswer& answer) {
+    constexpr long proxyAuthentication = 407;
+    const std::string status = std::to_string(answer.status);
+    const bool isHtml = answer.contentType.find("text/html") != std::string::npos;
+    if (answer.status >= 502 && answer.status <= 504) {
+        return bad("cloud.unavailable", url, "The cloud is out of order: status " + status + ".",
+                   "Wait, or ask the operator of the cloud.");
+    }
+    if (answer.status == proxyAuthentication) {
+        return bad("cloud.proxy-login", url, "The proxy wants a username and a password.",
+                   "Correct the proxy of the service.");
+    }
+    const bool isRedirect = answer.status / 100 == 3 && !answer.location.empty();
+    if (isRedirect && answer.location.find("://") != std::string::npos) {
+        return bad("cloud.redirect", url,
+                   "The server redirects to " + masked(answer.location) + " (status " + status +
+                       "): a redirected POST request arrives as a GET request.",
+                   thenRestart("Write the address of the API itself into network.veyraServer. On a "
+                               "network with a login page, log in first."));
+    }
+    if (answer.status == 200 && isHtml) {
+        return bad("cloud.html", url, "The server answers with an HTML page instead of an API.",
+                   thenRestart("Correct the API prefix in network.veyraServer. On a network with a "
+                               "login page, log in first."));
+    }
+    Json::Value facts;
+    facts["httpStatus"] = Json::Int64{answer.status};
+    return ok(url, facts);
+}
+
+// Empty when the CA file can be used.
+Findings judgeCaFile(const std::string& url, int error, const std::string& text) {
+    const char* const fix = "Install ca-certificates; every user must be able to read the file.";
+    if (isVerified(url) && error != 0) {
+        return {bad("cloud.ca-file", url,
+                    std::string(cloudCaFile) + ": " + std::strerror(error) + ".", fix)};
+    }
+    if (isVerified(url) && certificatesIn(text).empty()) {
+        return {bad("cloud.ca-file", url, std::string(cloudCaFile) + " has no certificate.", fix)};
+    }
+    return {};
+}
+
+// A second look, without verification, tells why a certificate was refused.
+Finding judgeRefusal(Gateway& gateway, const std::string& url, const std::string& fullUrl,
+                     const std::string& caText) {
+    constexpr long lookMs = 2000;
+    HttpAnswer& answer = gateway.cloud;
+    const std::vector<Certificate> chain =
+        lookAtCertificates(fullUrl, gateway.limitMs(lookMs), answer);
+    if (chain.empty()) {
+        return judgeConnection(url, answer);
+    }
+    const std::vector<Certificate> trusted = certificatesIn(caText);
+    return judgeCertificate({url, answer, chain, trusted});
+}
+
+Finding judgeAnswer(Gateway& gateway, const std::string& url, const std::string& fullUrl,
+                    const std::string& caText) {
+    const HttpAnswer& answer = gateway.cloud;
+    switch (answer.code) {
+    case CURLE_OK:
+        return judgeStatus(url, answer);
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_PEER_FAILED_VERIFICATION:
+        return judgeRefusal(gateway, url, fullUrl, caText);
+    case CURLE_OPERATION_TIMEDOUT:
+        return judgeTimeout(url, answer);
+    case CURLE_COULDNT_RESOLVE_HOST:
+        return judgeUnresolved(url, fullUrl, answer);
+    default:
+        return judgeConnection(url, answer);
+    }
+}
+
+} // namespace
+
+Findings checkCloud(Gateway& gateway) {
+    constexpr long requestMs = 6000;
+    const std::string fullUrl = gateway.configuration["network"]["veyraServer"].asString();
+    const std::string url = masked(fullUrl);
+    if (fullUrl.empty()) {
+        return {unknown("cloud.not-configured", "network.veyraServer", "No cloud is configured.")};
+    }
+    std::string caText;
+    const int caError = gateway.readAsService(cloudCaFile, caText);
+    if (const Findings faults = judgeCaFile(url, caError, caText); !faults.empty()) {
+        return faults;
+    }
+    const ActingAs service(gateway.user); // a firewall may look at the user
+    gateway.cloud = askCloud(fullUrl, gateway.limitMs(requestMs));
+    Finding finding = judgeAnswer(gateway, url, fullUrl, caText);
+    if (finding.outcome == Outcome::BAD && gateway.daemon != nullptr) {
+        for (const std::string& proxy : gateway.daemon->proxies) {
+            finding.cause += " The service has the proxy setting " + masked(proxy) + ".";
+        }
+    }
+    return {finding};
+}

@@ -1,0 +1,120 @@
+#include "checks/CloudCertificate.h"
+
+#include "checks/Checks.h"
+#include "cloud/CloudRequest.h"
+
+#include <algorithm>
+#include <openssl/x509_vfy.h>
+
+namespace {
+
+constexpr const char* expectedRoot = "DigiCert Global Root CA";
+
+// The names of the CA certificates in the file, a few of them.
+std::string namesOf(const std::vector<Certificate>& certificates) {
+    constexpr std::size_t most = 3;
+    std::string names;
+    for (std::size_t index = 0; index < std::min(most, certificates.size()); ++index) {
+        names += (index == 0 ? "\"" : ", \"") + certificates[index].subject + "\"";
+    }
+    if (certificates.size() > most) {
+        names += " and " + std::to_string(certificates.size() - most) + " more";
+    }
+    return names;
+}
+
+// The last certificate of those that the server sends, by way of the issuers from its own.
+const Certificate& topOf(const std::vector<Certificate>& chain) {
+    const Certificate* top = &chain.front();
+    for (const Certificate& next : chain) {
+        if (next.subject == top->issuer) {
+            top = &next;
+        }
+    }
+    return *top;
+}
+
+// The certificate of the CA file that has the name of the issuer; null when there is none.
+const Certificate* issuerInFile(const Refusal& refusal) {
+    const Certificate& top = topOf(refusal.chain);
+    for (const Certificate& ca : refusal.trusted) {
+        if (ca.subject == top.issuer) {
+            return &ca;
+        }
+    }
+    return nullptr;
+}
+
+Finding judgeIssuer(const Refusal& refusal) {
+    const Certificate& top = topOf(refusal.chain);
+    const std::string issuer = "\"" + top.issuer + "\"";
+    const std::string file =
+        std::string(" The CA file ") + cloudCaFile + " has " + namesOf(refusal.trusted);
+    const char* const install = "Put the CA certificate of the cloud into the file:\n"
+                                "apt-get install --reinstall ca-certificates";
+    if (issuerInFile(refusal) != nullptr) {
+        return bad("cloud.other-ca", refusal.url,
+                   "The server's certificate names " + issuer +
+                       ", which is in the CA file, but was "
+                       "signed with another key: " +
+                       refusal.answer.error + ".",
+                   std::string("Either the CA file is old, or the certificate is forged. ") +
+                       install);
+    }
+    const bool isExpected = top.issuer.find(expectedRoot) != std::string::npos;
+    if (refusal.trusted.size() > 1 || isExpected) {
+        return bad("cloud.ca-missing", refusal.url,
+                   "The CA certificate " + issuer +
+                       ", which issued the server's certificate, is "
+                       "missing from the CA file." +
+                       file + ".",
+                   thenRestart(install));
+    }
+    if (refusal.chain.size() == 1 && top.subject != top.issuer && !isIssuerKnown(top)) {
+        return bad("cloud.incomplete-chain", refusal.url,
+                   "The server sends its own certificate only, and its issuer " + issuer +
+                       " is unknown here. Either the server does not send its intermediate "
+                       "certificate, or a proxy made the certificate." +
+                       file + ".",
+                   "Ask the operator of the cloud to send the complete chain.");
+    }
+    return bad("cloud.other-ca", refusal.url,
+               "The server's certificate is from another CA: " + issuer + "." + file +
+                   ", and nothing else is trusted.",
+               "Find out whether a proxy intercepts the connection. Otherwise ask the operator of "
+               "the cloud.");
+}
+
+Finding judgeExpired(const Refusal& refusal) {
+    const Certificate* const ca = issuerInFile(refusal);
+    if (ca != nullptr && ca->isExpired) {
+        return bad("cloud.ca-expired", refusal.url,
+                   "The CA certificate in " + std::string(cloudCaFile) + " has expired.",
+                   thenRestart("If the clock is wrong, set it first. Otherwise put the new CA "
+                               "certificate of the cloud into the file."));
+    }
+    return bad("cloud.certificate-expired", refusal.url, refusal.answer.error + ".",
+               "If the clock is wrong, set it first. Otherwise the cloud needs a new certificate: "
+               "ask its operator.");
+}
+
+} // namespace
+
+Finding judgeCertificate(const Refusal& refusal) {
+    if (refusal.answer.code == CURLE_SSL_CONNECT_ERROR) {
+        return judgeIssuer(refusal); // a signature that does not fit ends the handshake
+    }
+    switch (refusal.answer.verifyResult) {
+    case X509_V_ERR_CERT_HAS_EXPIRED:
+        return judgeExpired(refusal);
+    case X509_V_ERR_CERT_NOT_YET_VALID:
+        return bad("cloud.certificate-not-yet-valid", refusal.url, refusal.answer.error + ".",
+                   "Set the clock: date -u -s 'YYYY-MM-DD hh:mm:ss'");
+    case X509_V_OK: // libcurl itself compares the host when OpenSSL has no objection
+    case X509_V_ERR_UNSPECIFIED:
+        return bad("cloud.host-mismatch", refusal.url, refusal.answer.error + ".",
+                   thenRestart("Write the host name of the certificate into network.veyraServer."));
+    default:
+        return judgeIssuer(refusal);
+    }
+}

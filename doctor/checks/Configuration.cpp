@@ -1,0 +1,112 @@
+// Whether the daemon can read its configuration file and start with it.
+#include "checks/Checks.h"
+#include "checks/Settings.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+constexpr const char* byteOrderMark = "\xEF\xBB\xBF";
+
+Finding unreadable(const Gateway& gateway, int error) {
+    const std::string& path = gateway.configurationFile;
+    const std::string reason = std::strerror(error);
+    if (error == EACCES && !gateway.isRoot) {
+        return unknown("configuration.hidden", path, reason + ".", runAsRoot);
+    }
+    if (error == EACCES) {
+        return bad("configuration.unreadable", path,
+                   "The user " + gateway.user.name + " may not read the file: " + reason + ".",
+                   thenRestart("chgrp lora-veyra " + path + " && chmod 640 " + path));
+    }
+    if (error == ELOOP) {
+        return bad("configuration.unreadable", path, "The path is a loop of symbolic links.",
+                   thenRestart("Replace the link by the file."));
+    }
+    if (error == EINVAL) {
+        return bad("configuration.unreadable", path, "This is not a regular file.",
+                   thenRestart("Correct -c in the start command."));
+    }
+    return bad("configuration.unreadable", path, reason + ".",
+               thenRestart("Put the file there, or correct -c in the start command."));
+}
+
+// Parses as the daemon does. Returns the parser's words for the first fault, with its place.
+std::string parse(const std::string& text, Json::Value& root) {
+    Json::Reader reader;
+    try {
+        if (reader.parse(text, root, false)) {
+            return root.isObject() ? "" : "The file is not a JSON object.";
+        }
+    } catch (const Json::Exception&) {
+        return "The file is nested too deeply.";
+    }
+    // Such as "* Line 3, Column 5\n  Missing '}' or object member name\nSee Line 1, Column 1".
+    std::string words = reader.getFormattedErrorMessages();
+    words = words.substr(2, words.find('\n', words.find('\n') + 1) - 2);
+    std::replace(words.begin(), words.end(), '\n', ':');
+    const auto quoted = words.find("' is not a number"); // it quotes what may be a secret
+    if (quoted != std::string::npos) {
+        words.replace(words.find('\''), quoted + 1 - words.find('\''), "this");
+    }
+    return words.substr(0, words.find_last_not_of('.') + 1) + ".";
+}
+
+// A second parse, since the daemon accepts a key that stands twice. Empty when none does.
+std::string findDuplicate(const std::string& text) {
+    Json::CharReaderBuilder builder;
+    builder["rejectDupKeys"] = true;
+    builder["collectComments"] = false;
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    Json::Value ignored;
+    std::string words;
+    if (reader->parse(text.data(), text.data() + text.size(), &ignored, &words)) {
+        return {};
+    }
+    const auto start = words.find("Duplicate key: ");
+    return start == std::string::npos ? "" : words.substr(start, words.find('\n', start) - start);
+}
+
+Findings parseFindings(Gateway& gateway) {
+    const std::string& path = gateway.configurationFile;
+    const std::string& text = gateway.configurationText;
+    if (text.rfind(byteOrderMark, 0) == 0) {
+        return {bad("configuration.byte-order-mark", path,
+                    "The file begins with a byte order mark, which is not JSON.",
+                    thenRestart("sed -i '1s/^\\xef\\xbb\\xbf//' " + path))};
+    }
+    Json::Value root;
+    if (const std::string words = parse(text, root); !words.empty()) {
+        return {
+            bad("configuration.invalid-json", path, words,
+                thenRestart("Correct the file at that place or just before: look for a comma, a "
+                            "quote or a brace that is missing or superfluous."))};
+    }
+    if (const std::string words = findDuplicate(text); !words.empty()) {
+        return {bad("configuration.duplicate-key", path,
+                    words + ". The daemon uses the last one only.",
+                    thenRestart("Merge the two into one."))};
+    }
+    Findings found = judgeTypes(root);
+    if (found.empty()) {
+        gateway.configuration = root;
+        found.push_back(ok(path));
+    }
+    return found;
+}
+
+} // namespace
+
+std::string thenRestart(const std::string& fix) {
+    return fix + "\nThen restart: " + serviceCommand("restart");
+}
+
+Findings checkConfiguration(Gateway& gateway) {
+    const int error = gateway.readAsService(gateway.configurationFile, gateway.configurationText);
+    if (error != 0) {
+        return {unreadable(gateway, error)};
+    }
+    return parseFindings(gateway);
+}

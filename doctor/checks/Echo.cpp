@@ -1,0 +1,76 @@
+// Whether the daemon's keepalive comes back from the broker, over a connection that lasts. Also notices
+// replies.
+#include "checks/Checks.h"
+#include "mqtt/Mosquitto.h"
+
+namespace {
+
+constexpr long listenMs = 6500; // the daemon publishes every 5 s
+constexpr const char* allow =
+    "Allow both to the daemon's user in the broker's ACL: topic readwrite lora/veyra_keepalive";
+
+// A connection that is recreated once, as after the start of the daemon, shows as three states: the
+// old one, none, the new one.
+bool isUnstable(const Gateway& gateway) {
+    constexpr std::size_t mostStates = 3;
+    return gateway.links.size() > mostStates;
+}
+
+Finding judgeUnstable() {
+    return bad(
+        "echo.link-unstable", keepaliveTopic,
+        "The daemon's connection to the broker was replaced several times during this run: a "
+        "second client may have the client id VEYRA_SERVER, or the broker restarts.",
+        "See the broker's log for VEYRA_SERVER. After \"already connected\" stop the second "
+        "client.");
+}
+
+Finding judgeSilence(bool isSameLink) {
+    if (isSameLink) {
+        return bad("echo.silent", keepaliveTopic,
+                   "No keepalive arrived within 6 s, although the daemon is connected: the broker "
+                   "does not let its user publish or read this topic.",
+                   allow);
+    }
+    return bad("echo.silent", keepaliveTopic,
+               "No keepalive arrived within 6 s, and the daemon's connection to the broker was "
+               "replaced meanwhile: the broker may deny this topic and end the connection, or a "
+               "second client may have the client id VEYRA_SERVER.",
+               std::string("See the broker's log for VEYRA_SERVER. After \"Denied PUBLISH\": ") +
+                   allow);
+}
+
+} // namespace
+
+Findings checkEcho(Gateway& gateway) {
+    if (gateway.daemon == nullptr) {
+        return {unknown("echo.no-daemon", keepaliveTopic, "The daemon does not run.")};
+    }
+    const std::uint64_t link = gateway.linkInode(gateway.look());
+    MqttProbe& probe = *gateway.broker;
+    probe.subscribe(keepaliveTopic);
+    probe.subscribe("lora/veyra");
+    const bool isOpen = probe.waitUntil(
+        [&] {
+            gateway.look();
+            const bool isSteady = gateway.links.size() == 1;
+            return (probe.keepaliveWasSeen && isSteady) || probe.isDenied;
+        },
+        gateway.limitMs(listenMs));
+    gateway.replyWasSeen = probe.replyWasSeen;
+    if (probe.keepaliveWasSeen) {
+        return {isUnstable(gateway) ? judgeUnstable() : ok(keepaliveTopic)};
+    }
+    if (probe.isDenied) {
+        return {bad("echo.denied", keepaliveTopic, "The broker denies the subscription.", allow)};
+    }
+    if (!gateway.wasLinked()) {
+        return {unknown("echo.not-linked", keepaliveTopic,
+                        "The daemon is not connected to this broker.")};
+    }
+    if (!isOpen) {
+        return {unknown("echo.ended", keepaliveTopic,
+                        "The broker ended the doctor's connection before a keepalive came.")};
+    }
+    return {judgeSilence(gateway.linkInode(gateway.look()) == link)};
+}

@@ -1,0 +1,290 @@
+// Whether the daemon runs and works: the check "alive".
+#include "checks/Process.h"
+
+#include "VeyraServer/EffectiveSettings.h"
+#include "checks/Checks.h"
+#include "common/Clock.h"
+#include "host/Text.h"
+
+#include <ZEP/Licence.h>
+
+namespace {
+
+constexpr const char* findCause = "See the daemon's last records: journalctl -u lora-veyra-server";
+
+Finding judgeTracing(const std::string& subject, const Look& look) {
+    return bad("alive.traced", subject,
+               "The daemon is held by a debugger: " + describeProcess(look.status.tracerPid) + ".",
+               "End the debugger: kill " + std::to_string(look.status.tracerPid));
+}
+
+// The first connection to the broker holds up the start, about two minutes for each address.
+Finding judgeStart(const std::string& subject, const Look& look) {
+    const std::string fix = thenRestart("Start that broker, or correct mqtt.host.");
+    for (const Socket& socket : look.sockets) {
+        if (socket.isOwn && socket.isTcp && socket.state == tcpSynSent) {
+            return bad("alive.starting", subject,
+                       "The daemon still starts: the broker at " +
+                           addressText(socket.remoteAddress) + " does not answer.",
+                       fix);
+        }
+    }
+    return bad("alive.starting", subject,
+               "The daemon still starts: it waits for the name or the address of the broker.", fix);
+}
+
+Finding judgeDeadlock(const std::string& subject, int pid) {
+    return bad("alive.deadlocked", subject, "The daemon is deadlocked and relays no more.",
+               "kill -KILL " + std::to_string(pid) + "\n" + serviceCommand("start") +
+                   "\nSee \"It relays no more\" in operations.md.");
+}
+
+// The main thread has not run: it waits for its lock or in the kernel.
+Finding judgeStandstill(const std::string& subject, const LifeFacts& facts) {
+    const Look& look = facts.now;
+    if (look.status.state == 'D') {
+        return bad("alive.in-kernel", subject,
+                   "The daemon waits in the kernel, for example for a disk that does not answer.",
+                   "See the kernel's messages: dmesg | tail");
+    }
+    if (facts.hasLockRecord || look.waitsIn.find("futex") != std::string::npos) {
+        return judgeDeadlock(subject, look.pid);
+    }
+    return unknown("alive.no-progress", subject,
+                   "The main thread of the daemon has not run during this examination.", findCause);
+}
+
+// The main thread runs about once a second: that is libcurl at work.
+Finding judgeSlowness(const std::string& subject, const LifeFacts& facts) {
+    const std::string kill = "kill -KILL " + std::to_string(facts.now.pid);
+    if (facts.hasLockRecord) {
+        return judgeDeadlock(subject, facts.now.pid);
+    }
+    if (!facts.datagramsAreSeen) {
+        return unknown("alive.no-progress", subject,
+                       "The main thread hardly runs: a request to the cloud may be in progress.",
+                       runAsRoot);
+    }
+    if (facts.wasToldToStop) {
+        return bad("alive.stopping", subject,
+                   "The daemon was told to stop, and waits for the end of a request to the cloud.",
+                   "Wait, or end it: " + kill);
+    }
+    return bad("alive.waits-for-cloud", subject,
+               "A request to the cloud has been in progress for 10 s or more.",
+               "See the check \"cloud\". The request has no time limit. This ends it: " + kill);
+}
+
+Finding judgeLink(const std::string& subject, const LifeFacts& facts) {
+    if (facts.isRejected) {
+        return bad("alive.not-linked", subject,
+                   "The broker rejects the daemon, although it accepts the doctor with the same "
+                   "username: it probably rejects the client id VEYRA_SERVER.",
+                   "Allow this client id in the broker's settings (clientid_prefixes, ACL).");
+    }
+    const std::string although =
+        facts.brokerIsOk ? ", although the broker accepts the doctor with the same username." : ".";
+    return bad("alive.not-linked", subject, "The daemon has no connection to the broker" + although,
+               "Wait 20 s and run the doctor again. If this stays: " + serviceCommand("restart"));
+}
+
+std::string lastErrorOf(const Gateway& gateway) {
+    constexpr std::size_t longest = 200;
+    const std::string& error = gateway.history.lastError;
+    return error.empty() ? ""
+                         : " The last error in its log: " + masked(error.substr(0, longest)) + ".";
+}
+
+// Empty when the service is not restarted again and again.
+Findings judgeRestarts(const Gateway& gateway) {
+    constexpr int loopStarts = 4;
+    const int starts = gateway.history.recentStarts;
+    if (starts < loopStarts) {
+        return {};
+    }
+    return {bad("alive.restart-loop", installedProgram(),
+                "The daemon was started " + std::to_string(starts) +
+                    " times within 3 minutes, and ended again without a stop record." +
+                    lastErrorOf(gateway),
+                gateway.problems.empty() ? findCause : "Fix the problems above first.")};
+}
+
+// How the last run ended, as far as the service manager, the kernel and the log know.
+Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
+    const std::string start = "Start it: " + serviceCommand("start");
+    const std::string error = lastErrorOf(gateway);
+    const std::string& result = gateway.service.result;
+    if (!result.empty() && result != "success") {
+        return bad("alive.killed", subject,
+                   "The daemon does not run. systemd says: " + result + "." + error, start);
+    }
+    if (gateway.history.isStopped) {
+        return bad("alive.stopped", subject,
+                   "The daemon does not run: it was stopped by a signal, as intended.", start);
+    }
+    if (const std::string kernel = kernelRecordOfDaemon(); !kernel.empty()) {
+        return bad("alive.killed", subject,
+                   "The daemon does not run. The kernel says: " + kernel + "." + error, start);
+    }
+    if (gateway.history.startedAt != 0 && error.empty()) {
+        return bad("alive.killed", subject,
+                   "The daemon does not run. Its log has no stop record: it was killed or it "
+                   "aborted.",
+                   start + "\nSee why: journalctl -u lora-veyra-server");
+    }
+    return bad("alive.not-running", subject, "The daemon does not run." + error, start);
+}
+
+Finding judgeAbsence(const Gateway& gateway) {
+    const std::string subject = installedProgram();
+    if (!gateway.isRoot) {
+        return unknown("alive.hidden", subject,
+                       "No process of this user runs the program; others cannot be seen.",
+                       runAsRoot);
+    }
+    if (!gateway.daemons.untrusted.empty()) {
+        const int pid = gateway.daemons.untrusted.front();
+        return bad("alive.other-user", subject,
+                   "The program runs as another user than " + gateway.user.name + ": " +
+                       describeProcess(pid) + ". It is not the daemon of the service.",
+                   "kill " + std::to_string(pid) + "\n" + serviceCommand("start"));
+    }
+    const ActingAs service(gateway.user);
+    if (!ZEP::Licence::check()) {
+        return bad("alive.no-licence", subject,
+                   "The licence check refuses this hardware: the daemon ends with status 1.",
+                   "Install the platform library that belongs to this gateway.");
+    }
+    return judgeEnd(gateway, subject);
+}
+
+std::uint64_t waitingBytesOf(const Look& look) {
+    std::uint64_t bytes = 0;
+    for (const Socket& socket : look.sockets) {
+        bytes += socket.isOwn && !socket.isTcp ? socket.waitingBytes : 0;
+    }
+    return bytes;
+}
+
+LifeFacts gatherFacts(const Gateway& gateway, const Look& active, const Look& now) {
+    using Kind = LogHistory::Kind;
+    const auto& events = gateway.history.events;
+    const bool isCurrent = gateway.configuration.isObject() &&
+                           gateway.changedSinceStart(gateway.configurationFile) == 0;
+    LifeFacts facts{active, now};
+    facts.isLinked = gateway.wasLinked() || !isCurrent;
+    facts.brokerIsOk = gateway.broker != nullptr;
+    facts.brokerIsBad = gateway.hasProblem("broker");
+    facts.isRejected = facts.brokerIsOk && events.count(Kind::BROKER_REFUSED) != 0;
+    facts.datagramsAreSeen = gateway.isRoot;
+    facts.wasToldToStop = gateway.history.isStopped;
+    facts.hasLockRecord = events.count(Kind::LOCKED) != 0;
+    return facts;
+}
+
+// What looks stuck is looked at for longer.
+bool isFinal(const Finding& finding, std::uint64_t passedMs, std::uint64_t quietMs) {
+    constexpr std::uint64_t shortMs = 2000;
+    constexpr std::uint64_t activeMs = 500;
+    const bool isOver = finding.id == "alive.ended" || finding.id == "alive.suspended";
+    const bool isPlain = finding.outcome == Outcome::OK || finding.id == "alive.traced" ||
+                         finding.id == "alive.starting";
+    const bool isQuiet = finding.outcome == Outcome::OK && quietMs >= activeMs;
+    return isOver || passedMs >= standstillMs + shortMs || quietMs >= standstillMs ||
+           (passedMs >= shortMs && isPlain && !isQuiet) ||
+           (passedMs >= standstillMs && finding.outcome != Outcome::OK);
+}
+
+Finding lookAgain(Gateway& gateway) {
+    constexpr unsigned pauseMs = 250;
+    const int port = effectivePort(gateway.configuration);
+    int arrived = gateway.datagrams.count(port).atPort;
+    Look active = gateway.firstLook;
+    Look before = gateway.firstLook;
+    for (;;) {
+        const Look now = gateway.look();
+        const int arrivedNow = gateway.datagrams.count(port).atPort;
+        if (wasAtWork(before, now, arrivedNow > arrived)) {
+            active = now;
+        }
+        arrived = arrivedNow;
+        before = now;
+        const Finding finding = judgeLife(gatherFacts(gateway, active, now));
+        const std::uint64_t passedMs = now.atMs - gateway.firstLook.atMs;
+        if (isFinal(finding, passedMs, now.atMs - active.atMs) || gateway.limitMs(1) == 0) {
+            return finding;
+        }
+        sleepMillis(pauseMs);
+    }
+}
+
+void readHistory(Gateway& gateway) {
+    const Json::Value& root = gateway.configuration;
+    if (root.isObject() && root["log"]["syslog"].asBool()) {
+        return;
+    }
+    std::string text;
+    gateway.logError = gateway.readAsService(gateway.logFile, text);
+    gateway.history = readLogHistory(text, std::time(nullptr));
+}
+
+} // namespace
+
+bool wasAtWork(const Look& before, const Look& after, bool datagramArrived) {
+    const std::uint64_t turns = after.status.voluntarySwitches - before.status.voluntarySwitches;
+    const std::uint64_t waitedMs = after.atMs - before.atMs;
+    constexpr std::uint64_t tickMs = 1000; // of libcurl
+    const bool wasTaken = waitingBytesOf(after) < waitingBytesOf(before) ||
+                          (datagramArrived && waitingBytesOf(after) == waitingBytesOf(before));
+    return wasTaken || turns >= 2 + waitedMs / tickMs;
+}
+
+Finding judgeLife(const LifeFacts& facts) {
+    const Look& look = facts.now;
+    const std::string subject = "process " + std::to_string(look.pid);
+    if (look.status.state == 0 || look.status.state == 'Z') {
+        return bad("alive.ended", subject, "The daemon ended during this run.",
+                   "Run the doctor again.");
+    }
+    if (look.status.state == 't') {
+        return judgeTracing(subject, look);
+    }
+    if (look.status.state == 'T') {
+        return bad("alive.suspended", subject, "The daemon is suspended by a signal.",
+                   "kill -CONT " + std::to_string(look.pid));
+    }
+    if (isStarting(facts.active) && isStarting(look)) {
+        return judgeStart(subject, look);
+    }
+    if (look.atMs - facts.active.atMs >= standstillMs) {
+        const bool isStill = look.status.voluntarySwitches == facts.active.status.voluntarySwitches;
+        return isStill ? judgeStandstill(subject, facts) : judgeSlowness(subject, facts);
+    }
+    if (!look.socketsAreSeen) {
+        return unknown("alive.hidden", subject,
+                       "The main thread works; the daemon's sockets cannot be seen.", runAsRoot);
+    }
+    if (!facts.isLinked && !facts.brokerIsBad) {
+        return judgeLink(subject, facts);
+    }
+    return ok(subject);
+}
+
+Findings checkProcess(Gateway& gateway) {
+    const auto& trusted = gateway.daemons.trusted;
+    readHistory(gateway);
+    if (Findings restarts = judgeRestarts(gateway); !restarts.empty()) {
+        return restarts;
+    }
+    if (gateway.daemon == nullptr) {
+        return {judgeAbsence(gateway)};
+    }
+    if (trusted.size() > 1) {
+        return {bad("alive.two-daemons", installedProgram(),
+                    "Two daemons run: processes " + std::to_string(trusted[0].pid) + " and " +
+                        std::to_string(trusted[1].pid) + ".",
+                    "Stop the one that the service did not start: kill " +
+                        std::to_string(trusted[1].pid))};
+    }
+    return {lookAgain(gateway)};
+}

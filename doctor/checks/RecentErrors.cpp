@@ -1,0 +1,184 @@
+// What the log says of faults since the last start: the check "errors".
+#include "checks/RecentErrors.h"
+
+#include "checks/Checks.h"
+#include "host/Text.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+using Kind = LogHistory::Kind;
+using Event = LogHistory::Event;
+
+constexpr std::time_t recentSeconds = 600;
+
+// The text of a record, cut, without what may be a secret in a URL.
+std::string quoted(const std::string& record) {
+    constexpr std::size_t longest = 160;
+    return "\"" + masked(record.substr(0, longest)) + (record.size() > longest ? "..." : "") + "\"";
+}
+
+std::string summary(const Event& event, const std::string& noun) {
+    return counted(event.count, noun) + ", the last at " + utcText(event.last) + ": " +
+           quoted(event.text);
+}
+
+long statusIn(const std::string& record) {
+    const auto place = record.find("CODE:");
+    return place == std::string::npos ? 0 : std::strtol(record.c_str() + place + 5, nullptr, 10);
+}
+
+std::string fixForStatus(long status) {
+    if (status == 401 || status == 403) {
+        return "Check clock and identity, and compare the fingerprint with the operator of the "
+               "cloud.";
+    }
+    if (status == 404 || status == 405) {
+        return "Compare network.veyraServer with the API prefix of the cloud, and the path with "
+               "the "
+               "network server.";
+    }
+    if (status / 100 == 4) {
+        return "The cloud rejects what the network server sends: ask its maker.";
+    }
+    if (status / 100 == 5) {
+        return "Ask the operator of the cloud.";
+    }
+    return "Only the statuses 200 and 201 count as success: ask the operator of the cloud.";
+}
+
+Finding judgeRequest(const RecentFacts& facts, const Event& event, bool isRefused) {
+    const std::string cause = summary(event, "failed request") +
+                              (facts.cloudIsOk ? ". An unsigned HEAD request succeeds now." : ".");
+    if (!facts.cloudIsOk) {
+        return bad("errors.request-failed", facts.path, cause, "Fix the check \"cloud\" first.");
+    }
+    if (isRefused) {
+        return bad("errors.request-refused", facts.path, cause, fixForStatus(statusIn(event.text)));
+    }
+    return bad("errors.request-failed", facts.path, cause,
+               "The cause may be over: watch the log. Otherwise check the network.");
+}
+
+Finding judgeEvent(const RecentFacts& facts, Kind kind, const Event& event) {
+    const std::string& path = facts.path;
+    switch (kind) {
+    case Kind::LOCKED:
+        return bad("errors.locked", path,
+                   summary(event, "aborted request") + ". The daemon relays no more after it.",
+                   "Restart: " + serviceCommand("restart") +
+                       "; see \"It relays no more\" in operations.md.");
+    case Kind::EXCEPTION:
+    case Kind::INVALID_DATAGRAM:
+        return bad("errors.invalid-datagram", path, summary(event, "invalid datagram") + ".",
+                   "Correct the program that sends these datagrams; see protocol.md.");
+    case Kind::TRANSFER_FAILED:
+        return judgeRequest(facts, event, false);
+    case Kind::STATUS_REFUSED:
+        return judgeRequest(facts, event, true);
+    case Kind::DROPPED:
+        return bad("errors.dropped", path,
+                   summary(event, "dropped datagram") + ". The circuit breaker was open until " +
+                       utcText(facts.openUntil) + ".",
+                   "Fix the failed requests: the circuit breaker opens after them.");
+    case Kind::LINK_REBUILT:
+        return bad("errors.link-rebuilt", path,
+                   "The connection to the broker was recreated " + counted(event.count, "time") +
+                       ", the last time at " + utcText(event.last) + ".",
+                   "See the broker's log at that time.");
+    case Kind::BROKER_REFUSED:
+        return bad("errors.broker-rejected", path,
+                   "The broker rejected the daemon: " + summary(event, "time") + ".",
+                   thenRestart("Correct mqtt.username and mqtt.password, or the broker's users."));
+    case Kind::PORT_IN_USE:
+        return bad("errors.port-in-use", path, summary(event, "failed attempt") + ".",
+                   "See the check \"port\".");
+    default:
+        return bad("errors.other", path, summary(event, "error") + ".",
+                   "See \"Log records\" in operations.md.");
+    }
+}
+
+bool isRecent(std::time_t time, std::time_t now) {
+    return now >= time && now - time < recentSeconds;
+}
+
+// A later success shows that requests work again, if the log has successes at all.
+bool isOver(const RecentFacts& facts, const LogHistory& history, Kind kind, const Event& event) {
+    const bool isRequest =
+        kind == Kind::TRANSFER_FAILED || kind == Kind::STATUS_REFUSED || kind == Kind::DROPPED;
+    return isRequest && (facts.replyWasSeen || history.lastSuccessAt > event.last);
+}
+
+Findings judgeEnd(const RecentFacts& facts, const LogHistory& history) {
+    // A power cut or a reboot leaves no stop record either.
+    const bool isUnasked =
+        history.endedUnaskedAt > facts.bootedAt && isRecent(history.endedUnaskedAt, facts.now);
+    if (!isUnasked) {
+        return {};
+    }
+    const std::string cause = "The previous run ended at about " + utcText(history.endedUnaskedAt) +
+                              " without a stop record: it was killed or it aborted.";
+    const std::string fix = "See why: journalctl -u lora-veyra-server";
+    if (facts.kernelRecord.empty()) {
+        return {unknown("errors.ended-without-stop", facts.path, cause, fix)};
+    }
+    return {bad("errors.killed", facts.path,
+                cause + " The kernel says: " + facts.kernelRecord + ".", fix)};
+}
+
+} // namespace
+
+Findings judgeRecentErrors(const RecentFacts& facts, const LogHistory& history) {
+    Findings found = judgeEnd(facts, history);
+    int total = 0;
+    for (const auto& [kind, event] : history.events) {
+        total += event.count;
+        if (kind == Kind::DROPPED && history.openUntil > facts.now) {
+            found.push_back(bad("errors.circuit-open", facts.path,
+                                summary(event, "dropped datagram") +
+                                    ". The circuit breaker is open until " +
+                                    utcText(history.openUntil) + ".",
+                                "Fix the failed requests; a restart closes the circuit at once."));
+        } else if (isRecent(event.last, facts.now) && !isOver(facts, history, kind, event)) {
+            found.push_back(judgeEvent(facts, kind, event));
+        }
+    }
+    if (found.empty()) {
+        std::string subject = "no fault within 10 minutes";
+        if (total > 0) {
+            subject += ", " + std::to_string(total) + " before";
+        }
+        found.push_back(ok(subject));
+    }
+    found.front().facts["faultsSinceStart"] = total;
+    return found;
+}
+
+Findings checkRecentErrors(Gateway& gateway) {
+    if (gateway.configuration["log"]["syslog"].asBool()) {
+        return {unknown("errors.in-syslog", "syslog", "The records are in syslog.",
+                        "journalctl -t lora-veyra-server")};
+    }
+    if (gateway.logError != 0) {
+        return {
+            unknown("errors.no-log", gateway.logFile,
+                    std::string("The log cannot be read: ") + std::strerror(gateway.logError) + ".",
+                    gateway.isRoot ? "" : runAsRoot)};
+    }
+    LogHistory history = gateway.history;
+    if (gateway.disturbedLink) {
+        history.events.erase(Kind::LINK_REBUILT); // it may be the doctor's own doing
+    }
+    RecentFacts facts;
+    facts.path = gateway.logFile;
+    facts.now = std::time(nullptr);
+    facts.bootedAt = bootTime();
+    facts.openUntil = history.openUntil;
+    facts.cloudIsOk = !gateway.hasProblem("cloud");
+    facts.replyWasSeen = gateway.replyWasSeen;
+    facts.kernelRecord = kernelRecordOfDaemon();
+    return judgeRecentErrors(facts, history);
+}

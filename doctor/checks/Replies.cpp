@@ -1,0 +1,50 @@
+// Whether the daemon's user may publish replies, and whether a client reads them. Publishes the one
+// message that the technician asked for.
+#include "checks/Checks.h"
+
+#include <mqtt_protocol.h>
+
+namespace {
+
+// Neither "path" nor "result": the network server ignores it. As large as a real reply may be.
+std::string makeMessage() {
+    constexpr std::size_t bytes = 8192;
+    return "{\"doctor\":\"" + std::string(bytes, '.') + "\"}";
+}
+
+} // namespace
+
+Findings checkReplies(Gateway& gateway) {
+    constexpr long waitMs = 2000;
+    constexpr int noSubscriber = 0x10; // MQTT 5 reason codes
+    constexpr int tooLarge = 0x95;
+    const std::string subject = "lora/veyra";
+    const auto& mqtt = gateway.configuration["mqtt"];
+    gateway.broker.reset(); // it is subscribed to the topic itself
+    MqttProbe probe(MQTT_PROTOCOL_V5);
+    probe.connect(gateway.brokerHost, brokerAddress(mqtt).port, brokerCredentials(mqtt),
+                  gateway.limitMs(waitMs));
+    const int result = probe.publish(subject.c_str(), makeMessage());
+    probe.waitUntil([&] { return probe.publishResult.has_value(); }, gateway.limitMs(waitMs));
+    if (probe.publishResult == tooLarge || result == MOSQ_ERR_OVERSIZE_PACKET) {
+        return {bad("replies.too-large", subject,
+                    "The broker rejects a message of 8 KiB, and so large replies are lost.",
+                    "Raise message_size_limit and max_packet_size of the broker.")};
+    }
+    if (!probe.publishResult) {
+        return {unknown("replies.no-verdict", subject,
+                        "The broker does not acknowledge: it may lack MQTT 5.")};
+    }
+    if (*probe.publishResult == noSubscriber) {
+        return {bad("replies.not-read", subject,
+                    "The broker accepts replies, but no client is subscribed to them.",
+                    "Find out why the network server is not connected to this broker.")};
+    }
+    if (*probe.publishResult != 0) {
+        return {bad("replies.denied", subject,
+                    "The broker denies publishing (reason code " +
+                        std::to_string(*probe.publishResult) + "). The daemon is not told.",
+                    "Allow the daemon's user in the broker's ACL: topic write lora/veyra")};
+    }
+    return {ok(subject)};
+}

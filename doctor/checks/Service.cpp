@@ -1,0 +1,109 @@
+// Whether the running daemon is the one that the service would start now, and has what it needs.
+#include "checks/Checks.h"
+#include "cloud/CloudRequest.h"
+#include "host/Text.h"
+
+#include <sstream>
+
+namespace {
+
+// A process near a limit fails soon. In percent.
+constexpr std::uint64_t nearLimit = 90;
+
+void judgeProgram(const Gateway& gateway, Findings& found) {
+    const std::string restart = "Restart: " + serviceCommand("restart");
+    if (gateway.daemon->isReplaced) {
+        found.push_back(bad("service.program-replaced", installedProgram(),
+                            "The program was replaced since the daemon was started.", restart));
+    }
+    for (const int pid : gateway.daemons.untrusted) {
+        found.push_back(bad("service.other-process", describeProcess(pid),
+                            "This process runs the daemon's program as another user: it is not the "
+                            "daemon of the service.",
+                            "Find out who started it, and stop it: kill " + std::to_string(pid)));
+    }
+}
+
+// The daemon reads its files once, at its start.
+void judgeChanges(const Gateway& gateway, Findings& found) {
+    const std::string files[] = {gateway.configurationFile,
+                                 gateway.runDirectory + "/config/device_info.json", cloudCaFile};
+    for (const std::string& file : files) {
+        if (const std::time_t changedAt = gateway.changedSinceStart(file); changedAt != 0) {
+            found.push_back(bad("service.changed-file", file,
+                                "The file was changed at " + utcText(changedAt) +
+                                    ", after the start of the daemon at " +
+                                    utcText(static_cast<std::time_t>(gateway.daemon->startedAt)) +
+                                    ".",
+                                "Restart: " + serviceCommand("restart")));
+        }
+    }
+}
+
+void judgeUnit(const Gateway& gateway, Findings& found) {
+    const ServiceState& service = gateway.service;
+    const std::string restart = "Stop this process, then: " + serviceCommand("start");
+    const std::string& file = gateway.daemon->commandLine.configurationFile;
+    if (!service.configurationFile.empty() && service.configurationFile != file) {
+        found.push_back(bad("service.other-configuration", file,
+                            "The daemon was started with this configuration, the service has " +
+                                service.configurationFile + ".",
+                            restart));
+    }
+    if (!service.user.empty() && service.user != gateway.daemon->user.name) {
+        found.push_back(bad("service.other-user", gateway.daemon->user.name,
+                            "The daemon runs as this user, the service has " + service.user + ".",
+                            restart));
+    }
+}
+
+// The soft limit in a line such as "Max open files   1024   4096   files"; 0: none.
+std::uint64_t limitOf(const std::string& limits, const std::string& name) {
+    const auto place = limits.find(name);
+    std::uint64_t limit = 0;
+    if (place != std::string::npos) {
+        std::istringstream(limits.substr(place + name.size())) >> limit;
+    }
+    return limit;
+}
+
+void judgeLimits(const Gateway& gateway, Findings& found) {
+    const int pid = gateway.daemon->pid;
+    const std::string limits = textOf(processPath(pid, "limits"));
+    const std::uint64_t files = numbersIn(processPath(pid, "fd")).size();
+    const std::uint64_t mostFiles = limitOf(limits, "Max open files");
+    const std::uint64_t bytes = gateway.firstLook.status.virtualKib * 1024;
+    const std::uint64_t mostBytes = limitOf(limits, "Max address space");
+    const std::string fix =
+        "Raise the limit of the service. Then restart: " + serviceCommand("restart");
+    if (mostFiles != 0 && files * 100 >= mostFiles * nearLimit) {
+        found.push_back(bad("service.file-limit", "process " + std::to_string(pid),
+                            "The daemon has " + std::to_string(files) + " of at most " +
+                                std::to_string(mostFiles) + " files open.",
+                            fix));
+    }
+    if (mostBytes != 0 && bytes * 100 >= mostBytes * nearLimit) {
+        found.push_back(bad("service.memory-limit", "process " + std::to_string(pid),
+                            "The daemon has " + std::to_string(bytes >> 20U) + " of at most " +
+                                std::to_string(mostBytes >> 20U) + " MiB of address space.",
+                            fix));
+    }
+}
+
+} // namespace
+
+Findings checkService(Gateway& gateway) {
+    if (gateway.daemon == nullptr) {
+        return {ok("the daemon does not run")};
+    }
+    Findings found;
+    judgeProgram(gateway, found);
+    judgeChanges(gateway, found);
+    judgeUnit(gateway, found);
+    judgeLimits(gateway, found);
+    if (found.empty()) {
+        found.push_back(ok("as " + gateway.daemon->user.name + ", since " +
+                           utcText(static_cast<std::time_t>(gateway.daemon->startedAt))));
+    }
+    return found;
+}

@@ -1,0 +1,12 @@
+// What the daemon makes of the values in its configuration. Pure functions, usable from any thread.
+#pragma once
+
+#include "Finding.h"
+
+// One problem for each value of a type with which the daemon cannot start or cannot work.
+Findings judgeTypes(const Json::Value& root);
+
+// One problem for each value that takes effect as another one or has no use, and for each key that
+// is misspelt. Every value must be of the right type. `ignored` gets the keys that the daemon does
+// not know and that another program may own.
+Findings judgeSettings(const Json::Value& root, std::vector<std::string>& ignored);

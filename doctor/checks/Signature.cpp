@@ -1,0 +1,28 @@
+// Whether the cloud accepts the gateway's signature. Sends the one signed request that the
+// technician asked for.
+#include "VeyraServer/GatewaySecret.h"
+#include "checks/Checks.h"
+
+Findings checkSignature(Gateway& gateway) {
+    constexpr long requestMs = 5000;
+    const std::string& path = *gateway.options.signedPath;
+    const std::string secret = buildGatewaySecret(gateway.device, gateway.configuration["network"]);
+    const ActingAs service(gateway.user); // a firewall may look at the user
+    const long status = askSigned(gateway.configuration["network"]["veyraServer"].asString(), path,
+                                  secret, gateway.limitMs(requestMs));
+    Finding finding = ok("GET " + path);
+    if (status == 401 || status == 403) {
+        finding = bad("signature.rejected", "GET " + path,
+                      "The cloud rejects the signature. If clock and identity are ok, the cloud "
+                      "knows another key or another deviceId.",
+                      "Compare the fingerprint " + gateway.fingerprint +
+                          " with the operator of the cloud.");
+    } else if (status / 100 != 2) {
+        finding = unknown("signature.no-verdict", "GET " + path,
+                          status == 0 ? "No response came within the doctor's limit."
+                                      : "Status " + std::to_string(status) +
+                                            " does not tell whether the signature is valid.");
+    }
+    finding.facts["httpStatus"] = Json::Int64{status};
+    return {finding};
+}

@@ -1,0 +1,18 @@
+// Names in X.509 certificates. Usable from any thread.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// Names are such as "O = Example, CN = Example CA" and come from the maker of the certificate.
+struct Certificate {
+    std::string subject, issuer;
+    bool isExpired;
+    unsigned long issuerHash; // under which a directory of CA certificates files the issuer
+};
+
+// The certificates in a PEM text, in their order; what is not a certificate is skipped.
+std::vector<Certificate> certificatesIn(const std::string& pem);
+
+// Whether the system's directory of CA certificates has the issuer of this one.
+bool isIssuerKnown(const Certificate& certificate);

@@ -1,0 +1,145 @@
+#include "host/Daemon.h"
+
+#include "host/Process.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <pwd.h>
+#include <sstream>
+#include <stdexcept>
+#include <sys/stat.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::array proxyNames = {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy",
+                                   "ALL_PROXY",  "no_proxy",    "NO_PROXY"};
+
+// Texts that end in a NUL byte each.
+std::vector<std::string> textsOf(const std::string& path) {
+    std::istringstream all(textOf(path));
+    std::vector<std::string> texts;
+    for (std::string text; std::getline(all, text, '\0');) {
+        texts.push_back(text);
+    }
+    return texts;
+}
+
+bool isInOtherNetwork(int pid) {
+    const std::string network = linkTarget(processPath(pid, "ns/net"));
+    return !network.empty() && network != linkTarget("/proc/self/ns/net");
+}
+
+// A daemon that was upgraded while it runs. Only root can have written such a file, and its text
+// tells it from other programs of root's that were deleted.
+bool isDeletedDaemon(int pid, const struct stat& executable) {
+    constexpr std::size_t largestProgram = 64 << 20;
+    const std::string link = linkTarget(processPath(pid, "exe"));
+    const bool isDeleted = executable.st_nlink == 0 || link.find(" (deleted)") != std::string::npos;
+    if (!isDeleted || executable.st_uid != 0 || (executable.st_mode & 022U) != 0) {
+        return false;
+    }
+    std::string program;
+    readText(processPath(pid, "exe"), program, largestProgram);
+    return program.find("ZEP LoRa VEYRA Server - Version") != std::string::npos;
+}
+
+bool mayRunDaemon(uid_t uid, const ServiceState& service) {
+    const passwd* const unitUser = service.user.empty() ? nullptr : getpwnam(service.user.c_str());
+    const bool isUnitUser = unitUser != nullptr && unitUser->pw_uid == uid;
+    return uid == 0 || uid == getuid() || uid == packagedUser().uid || isUnitUser;
+}
+
+CommandLine absoluteCommandLine(int pid) {
+    const std::vector<std::string> texts = textsOf(processPath(pid, "cmdline"));
+    std::vector<const char*> arguments;
+    arguments.reserve(texts.size());
+    for (const std::string& text : texts) {
+        arguments.push_back(text.c_str());
+    }
+    CommandLine line = parseCommandLine(static_cast<int>(arguments.size()), arguments.data());
+    const fs::path directory = linkTarget(processPath(pid, "cwd"));
+    const auto absolute = [&](const std::string& path) {
+        return (directory / path).lexically_normal().string();
+    };
+    line.configurationFile = absolute(line.configurationFile);
+    line.logFile = absolute(line.logFileOrDefault());
+    line.runDirectory = absolute(line.runDirectory);
+    return line;
+}
+
+std::vector<std::string> proxiesOf(int pid) {
+    std::vector<std::string> proxies;
+    for (const std::string& entry : textsOf(processPath(pid, "environ"))) {
+        const std::string name = entry.substr(0, entry.find('='));
+        if (name.size() < entry.size() &&
+            std::find(proxyNames.begin(), proxyNames.end(), name) != proxyNames.end()) {
+            proxies.push_back(entry);
+        }
+    }
+    return proxies;
+}
+
+// Empty when the process does not count; adds it to `untrusted` when only its user speaks against
+// it.
+std::optional<Daemon> examine(int pid, const ServiceState& service, bool isNamed,
+                              std::vector<int>& untrusted) {
+    struct stat installed {};
+    struct stat executable {};
+    const bool isSeen = stat(processPath(pid, "exe").c_str(), &executable) == 0;
+    const bool isInstalled = isSeen && stat(installedProgram().c_str(), &installed) == 0 &&
+                             executable.st_dev == installed.st_dev &&
+                             executable.st_ino == installed.st_ino;
+    const bool isReplaced = isSeen && !isInstalled && isDeletedDaemon(pid, executable);
+    if (!isNamed && ((!isInstalled && !isReplaced) || isInOtherNetwork(pid))) {
+        return std::nullopt;
+    }
+    const ProcessStatus status = readProcessStatus(pid);
+    if (!isNamed && !mayRunDaemon(status.uid, service)) {
+        untrusted.push_back(pid);
+        return std::nullopt;
+    }
+    try {
+        return Daemon{pid,        userWithId(status.uid, status.gid), startTimeOf(pid),
+                      isReplaced, absoluteCommandLine(pid),           proxiesOf(pid)};
+    } catch (const std::logic_error&) { // an option without its value: the process is about to end
+        return std::nullopt;
+    }
+}
+
+} // namespace
+
+std::string installedProgram() {
+    return fs::path(linkTarget("/proc/self/exe")).parent_path() / "lora-veyra-server";
+}
+
+Daemons findDaemons(const ServiceState& service, std::optional<int> named) {
+    Daemons daemons;
+    for (const int pid : named ? std::vector<int>{*named} : numbersIn("/proc")) {
+        if (auto daemon = examine(pid, service, named.has_value(), daemons.untrusted)) {
+            daemons.trusted.push_back(std::move(*daemon));
+        }
+    }
+    std::sort(daemons.trusted.begin(), daemons.trusted.end(),
+              [&](const Daemon& left, const Daemon& right) {
+                  if ((left.pid == service.mainPid) != (right.pid == service.mainPid)) {
+                      return left.pid == service.mainPid;
+                  }
+                  return left.startedAt < right.startedAt;
+              });
+    return daemons;
+}
+
+void takeProxies(const std::vector<std::string>& proxies) {
+    for (const char* const name : proxyNames) {
+        unsetenv(name);
+    }
+    for (const std::string& proxy : proxies) {
+        const auto end = proxy.find('=');
+        setenv(proxy.substr(0, end).c_str(), proxy.c_str() + end + 1, 1);
+    }
+}

@@ -1,0 +1,62 @@
+#include "host/DatagramWatch.h"
+
+#include <array>
+#include <netinet/in.h>
+#include <string_view>
+#include <sys/socket.h>
+
+namespace {
+
+// Raw sockets get a copy of every datagram.
+int openRaw(int family) {
+    const int descriptor = socket(family, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_UDP);
+    const int bufferBytes = 4 << 20;
+    setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &bufferBytes, sizeof bufferBytes);
+    return descriptor;
+}
+
+unsigned numberAt(std::string_view packet, std::size_t place) {
+    const auto high = static_cast<unsigned char>(packet[place]);
+    const auto low = static_cast<unsigned char>(packet[place + 1]);
+    return static_cast<unsigned>(high) << 8U | low;
+}
+
+// Calls `take` with the destination port and the payload of each datagram. IPv4 has its own header
+// in front of the UDP header, IPv6 has not.
+template <typename Take>
+void drain(int descriptor, bool isIpv4, const Take& take) {
+    constexpr std::size_t udpHeaderBytes = 8;
+    constexpr char loopbackNetwork = 127;
+    std::array<char, 2048> buffer{};
+    ssize_t count = 0;
+    while ((count = recv(descriptor, buffer.data(), buffer.size(), 0)) > 0) {
+        const std::string_view packet(buffer.data(), static_cast<std::size_t>(count));
+        const std::size_t ipBytes =
+            isIpv4 ? (static_cast<unsigned char>(packet[0]) & 0xFU) * 4U : 0;
+        const bool isWhole = packet.size() >= ipBytes + udpHeaderBytes;
+        if (isWhole && (!isIpv4 || packet[16] == loopbackNetwork)) {
+            take(static_cast<int>(numberAt(packet, ipBytes + 2)),
+                 packet.substr(ipBytes + udpHeaderBytes));
+        }
+    }
+}
+
+} // namespace
+
+DatagramWatch::DatagramWatch()
+    : ipv4(openRaw(AF_INET))
+    , ipv6(openRaw(AF_INET6)) {}
+
+const DatagramCounts& DatagramWatch::count(int port) {
+    counts.areSeen = ipv4.get() >= 0;
+    drain(ipv4.get(), true, [&](int to, std::string_view payload) {
+        if (to == port) {
+            ++counts.atPort;
+        } else if (payload.find("\"path\"") != std::string_view::npos) {
+            ++counts.elsewhere[to];
+        }
+    });
+    drain(ipv6.get(), false,
+          [&](int to, std::string_view /*payload*/) { counts.atPortByIpv6 += to == port ? 1 : 0; });
+    return counts;
+}

@@ -1,0 +1,95 @@
+#include "host/Files.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <grp.h>
+#include <pwd.h>
+#include <stdexcept>
+#include <sys/stat.h>
+
+namespace fs = std::filesystem;
+
+ServiceUser userWithId(uid_t uid, gid_t gid) {
+    const passwd* const entry = getpwuid(uid);
+    return {uid, gid, entry == nullptr ? "user " + std::to_string(uid) : entry->pw_name};
+}
+
+ServiceUser packagedUser() {
+    const passwd* const entry = getpwnam("lora-veyra");
+    return entry == nullptr ? userWithId(0, 0) : userWithId(entry->pw_uid, entry->pw_gid);
+}
+
+// The real ids are changed as well, since access(2) asks for them. The groups stay the service
+// user's afterwards: root does not need any.
+ActingAs::ActingAs(const ServiceUser& user)
+    : changed(getuid() == 0 && user.uid != 0) {
+    if (!changed) {
+        return;
+    }
+    const bool hasName = getpwnam(user.name.c_str()) != nullptr;
+    const int groups = hasName ? initgroups(user.name.c_str(), user.gid) : setgroups(0, nullptr);
+    if (groups != 0 || setresgid(user.gid, user.gid, 0) != 0 ||
+        setresuid(user.uid, user.uid, 0) != 0) {
+        throw std::runtime_error("cannot act as the service user " + user.name);
+    }
+}
+
+ActingAs::~ActingAs() {
+    if (changed && (setresuid(0, 0, 0) != 0 || setresgid(0, 0, 0) != 0)) {
+        std::abort(); // the program must not go on with half of another user's rights
+    }
+}
+
+int readText(const std::string& path, std::string& text, std::size_t limitBytes) {
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat status {};
+    if (file.get() < 0 || fstat(file.get(), &status) != 0) {
+        return errno;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    }
+    const auto limit = static_cast<off_t>(limitBytes);
+    if (status.st_size > limit) { // the kernel's own files have a size of 0
+        lseek(file.get(), status.st_size - limit, SEEK_SET);
+    }
+    text.clear();
+    std::array<char, 16384> part{};
+    ssize_t count = 0;
+    while ((count = read(file.get(), part.data(), part.size())) > 0) {
+        text.append(part.data(), static_cast<std::size_t>(count));
+    }
+    return count < 0 ? errno : 0;
+}
+
+std::string textOf(const std::string& path) {
+    std::string text;
+    readText(path, text);
+    return text.substr(0, text.find_last_not_of('\n') + 1);
+}
+
+std::string linkTarget(const std::string& path) {
+    std::error_code error;
+    return fs::read_symlink(path, error);
+}
+
+int writeError(const std::string& path) {
+    std::error_code unseen; // a directory above may not be searched: access() tells
+    if (fs::is_directory(path, unseen)) {
+        return EISDIR;
+    }
+    const bool isMissing = access(path.c_str(), F_OK) != 0 && errno == ENOENT;
+    const std::string directory = fs::path(path).parent_path();
+    const int result =
+        isMissing ? access(directory.c_str(), W_OK | X_OK) : access(path.c_str(), W_OK);
+    return result == 0 ? 0 : errno;
+}
+
+std::uint64_t freeBytes(const std::string& path) {
+    std::error_code error;
+    const fs::space_info space = fs::space(fs::path(path).parent_path(), error);
+    return error ? 0 : space.available;
+}

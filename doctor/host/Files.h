@@ -1,0 +1,67 @@
+// Files and rights of this machine as the service user has them. Changes nothing. One thread; what
+// is returned is the caller's.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <sys/types.h>
+#include <unistd.h>
+
+// A file descriptor that is closed with its owner.
+class Descriptor {
+  public:
+    explicit Descriptor(int descriptor)
+        : number(descriptor) {}
+    ~Descriptor() {
+        if (number >= 0) {
+            close(number);
+        }
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int get() const { return number; }
+
+  private:
+    int number;
+};
+
+// The user that the daemon runs as.
+struct ServiceUser {
+    uid_t uid = 0;
+    gid_t gid = 0;
+    std::string name;
+};
+
+ServiceUser userWithId(uid_t uid, gid_t gid);
+
+// The user that the package makes; root where there is none.
+ServiceUser packagedUser();
+
+// Root acts as `user` while this lives; any other caller keeps acting as himself. Throws
+// std::runtime_error when the system does not allow it.
+class ActingAs {
+  public:
+    explicit ActingAs(const ServiceUser& user);
+    ~ActingAs();
+    ActingAs(const ActingAs&) = delete;
+    ActingAs& operator=(const ActingAs&) = delete;
+
+  private:
+    bool changed;
+};
+
+// Reads the last `limitBytes` of a regular file into `text`. Never waits for a pipe or a device.
+// Returns errno, or 0.
+int readText(const std::string& path, std::string& text, std::size_t limitBytes = 1 << 20);
+
+// The text of a file without a line feed at its end; empty when it cannot be read.
+std::string textOf(const std::string& path);
+
+// Where a symbolic link leads; empty when it cannot be read.
+std::string linkTarget(const std::string& path);
+
+// Returns the errno that would keep the current user from writing `path` or from creating it; else 0.
+int writeError(const std::string& path);
+
+// What the current user may still write in the directory of `path`; 0 when that cannot be seen.
+std::uint64_t freeBytes(const std::string& path);

@@ -1,0 +1,44 @@
+// Asks the cloud as the daemon would: with the daemon's trust, its proxies and its own request
+// function, but with time limits. One thread; what is returned is the caller's. libcurl is
+// initialised before.
+#pragma once
+
+#include "host/Certificates.h"
+
+#include <ctime>
+#include <curl/curl.h>
+#include <string>
+#include <vector>
+
+struct HttpAnswer {
+    CURLcode code = CURLE_OK;
+    std::string error;     // libcurl's words for `code`
+    int systemError = 0;   // errno of the connection
+    long verifyResult = 0; // OpenSSL's, of the certificate
+    std::string addresses; // that were tried, such as "2001:db8::1, 192.0.2.1"
+    bool isResolved = false;
+    bool isConnected = false;
+    bool isEncrypted = false;
+    long status = 0;
+    std::string contentType, location;
+    std::time_t date = 0;      // the response's; 0 when it has none
+    std::time_t dateTaken = 0; // when it came, by this machine's clock
+};
+
+// An unsigned HEAD request.
+HttpAnswer askCloud(const std::string& url, long limitMs);
+
+// The status of a signed GET request for `path`; 0 when no response came.
+long askSigned(const std::string& url, const std::string& path, const std::string& secret,
+               long limitMs);
+
+// The certificates that the server sends, its own first. `answer` gets the response's date. Nothing
+// but this unsigned HEAD request goes out without verification.
+std::vector<Certificate> lookAtCertificates(const std::string& url, long limitMs,
+                                            HttpAnswer& answer);
+
+// What the resolver says of the host in the URL: 0 when it has an address, else EAI_NONAME and so on.
+int resolverError(const std::string& url);
+
+// Whether the host and port answer a TLS handshake.
+bool speaksTls(const std::string& host, int port, long limitMs);

@@ -1,0 +1,142 @@
+#include "host/LogHistory.h"
+
+#include <cstdlib>
+#include <optional>
+#include <sstream>
+
+namespace {
+
+using Kind = LogHistory::Kind;
+
+constexpr int loopSeconds = 180; // systemd restarts the service every 30 s
+
+struct Record {
+    std::time_t time;
+    std::string level;
+    std::string text;
+};
+
+constexpr struct {
+    const char* text;
+    Kind kind;
+} signs[] = {
+    {"Exception caught during CURL call", Kind::LOCKED},
+    {"EXCEPTION: Failed to parse JSON", Kind::EXCEPTION},
+    {"Failed to parse JSON", Kind::INVALID_DATAGRAM},
+    {"Invalid JSON", Kind::INVALID_DATAGRAM},
+    {"Expected JSON object", Kind::INVALID_DATAGRAM},
+    {"Circuit is broken", Kind::DROPPED},
+    {"CURL call to Server failed", Kind::TRANSFER_FAILED},
+    {" failed CODE:", Kind::STATUS_REFUSED},
+    {"MQTT disconnected", Kind::LINK_REBUILT},
+    {"Impossible to connect", Kind::BROKER_REFUSED},
+    {"Unable to bind socket", Kind::PORT_IN_USE},
+};
+
+// Empty when the line continues a record, as the lines of the logged configuration do.
+std::optional<Record> parseRecord(const std::string& line) {
+    std::tm utc{};
+    const char* const end = strptime(line.c_str(), "%Y-%m-%dT%H:%M:%S", &utc);
+    if (end == nullptr || *end != '.') {
+        return std::nullopt;
+    }
+    std::istringstream rest(end);
+    Record record{timegm(&utc), {}, {}};
+    std::string fraction;
+    rest >> fraction >> record.level;
+    rest.ignore(1);
+    std::getline(rest, record.text);
+    return record;
+}
+
+unsigned long long numberAfter(const std::string& text, const std::string& name) {
+    const auto place = text.rfind(name);
+    return place == std::string::npos
+               ? 0
+               : std::strtoull(text.c_str() + place + name.size(), nullptr, 10);
+}
+
+bool startsWith(const std::string& text, const std::string& start) {
+    return text.rfind(start, 0) == 0;
+}
+
+// A broker that takes longer than 100 ms to accept the first connection is normal: the link is then
+// recreated once, right after the worker has started.
+bool isFirstConnection(const LogHistory& history, const Record& record) {
+    constexpr unsigned long long startMs = 1000;
+    return history.rebuilds == 0 && record.text.find("Connected: 0") != std::string::npos &&
+           numberAfter(record.text, "Keepalive: ") < startMs;
+}
+
+std::optional<Kind> kindOf(const LogHistory& history, const Record& record) {
+    if (record.level == "TRACE" || record.level == "INFO") {
+        return std::nullopt; // these quote datagrams and responses, which may hold any text
+    }
+    for (const auto& sign : signs) {
+        const bool isInside = sign.kind == Kind::STATUS_REFUSED || sign.kind == Kind::PORT_IN_USE ||
+                              sign.kind == Kind::BROKER_REFUSED;
+        const auto place = record.text.find(sign.text);
+        if (place == 0 || (isInside && place != std::string::npos)) {
+            const bool isNormal =
+                sign.kind == Kind::LINK_REBUILT && isFirstConnection(history, record);
+            return isNormal ? std::nullopt : std::optional(sign.kind);
+        }
+    }
+    const bool isError = record.level == "ERROR" && !startsWith(record.text, "Curl call failed");
+    return isError ? std::optional(Kind::OTHER) : std::nullopt;
+}
+
+// Forgets the previous run, except for how it ended.
+void beginRun(LogHistory& history, const Record& record, std::time_t previousAt, std::time_t now) {
+    const bool isUnasked = previousAt != 0 && !history.isStopped;
+    const bool isRecent = now >= record.time && now - record.time < loopSeconds;
+    const int starts = history.recentStarts + (isRecent && !history.isStopped ? 1 : 0);
+    history = LogHistory();
+    history.startedAt = record.time;
+    history.recentStarts = starts;
+    history.endedUnaskedAt = isUnasked ? previousAt : 0;
+}
+
+void addRecord(LogHistory& history, const Record& record) {
+    if (startsWith(record.text, "Shutdown signal received")) {
+        history.isStopped = true;
+    }
+    if (startsWith(record.text, "Curl Response")) {
+        history.lastSuccessAt = record.time;
+    }
+    const auto kind = kindOf(history, record);
+    if (startsWith(record.text, "MQTT disconnected")) {
+        ++history.rebuilds;
+    }
+    if (!kind) {
+        return;
+    }
+    if (*kind == Kind::DROPPED) {
+        const auto backoffMs = numberAfter(record.text, "backoff ");
+        history.openUntil = record.time + static_cast<std::time_t>(backoffMs / 1000);
+    }
+    LogHistory::Event& event = history.events[*kind];
+    event = {event.count + 1, record.time, record.text};
+    if (record.level == "ERROR") {
+        history.lastError = record.text;
+        history.lastErrorAt = record.time;
+    }
+}
+
+} // namespace
+
+LogHistory readLogHistory(const std::string& text, std::time_t now) {
+    LogHistory history;
+    std::time_t previousAt = 0;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (const auto record = parseRecord(line)) {
+            if (startsWith(record->text, "Lora VEYRA Server started")) {
+                beginRun(history, *record, previousAt, now);
+            }
+            addRecord(history, *record);
+            previousAt = record->time;
+        }
+    }
+    return history;
+}

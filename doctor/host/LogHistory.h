@@ -1,0 +1,41 @@
+// What the daemon's log says since its last start. Pure functions, usable from any thread.
+#pragma once
+
+#include <ctime>
+#include <map>
+#include <string>
+
+struct LogHistory {
+    // Kinds of records that tell of a fault.
+    enum class Kind {
+        LOCKED,           // after this record the daemon relays no more
+        EXCEPTION,        // a datagram ended in an exception
+        INVALID_DATAGRAM, // a datagram was not what it has to be
+        DROPPED,          // the circuit breaker was open
+        TRANSFER_FAILED,  // a request got no complete response
+        STATUS_REFUSED,   // a request got a status other than 200 and 201
+        LINK_REBUILT,     // the connection to the broker was recreated
+        BROKER_REFUSED,   // the broker rejected the connection
+        PORT_IN_USE,      // the upstream port could not be opened
+        OTHER             // any other record of the level ERROR
+    };
+    struct Event {
+        int count = 0;
+        std::time_t last = 0;
+        std::string text; // the last record, without its time and level
+    };
+
+    std::map<Kind, Event> events;
+    std::string lastError;
+    std::time_t lastErrorAt = 0;
+    std::time_t startedAt = 0;      // 0: the start is not in the text
+    std::time_t lastSuccessAt = 0;  // of a request; seen at the log level TRACE only
+    std::time_t openUntil = 0;      // of the circuit breaker; 0: it was not open
+    std::time_t endedUnaskedAt = 0; // the last record of a previous run without a stop record
+    int rebuilds = 0;               // of the connection to the broker, the normal one included
+    int recentStarts = 0;           // within 3 minutes, that did not follow a stop
+    bool isStopped = false;         // the last run has ended with a stop record
+};
+
+// `text` is the end of a log file; `now` is the time of this machine.
+LogHistory readLogHistory(const std::string& text, std::time_t now);

@@ -1,0 +1,160 @@
+#include "host/MqttProbe.h"
+
+#include "common/Clock.h"
+#include "host/Files.h"
+#include "mqtt/Mosquitto.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <future>
+#include <mqtt_protocol.h>
+#include <netdb.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
+
+// As the broker library asks. Null when the name is unknown.
+AddressList resolve(const std::string& host, int port) {
+    addrinfo hints{};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* list = nullptr;
+    getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &list);
+    return {list, freeaddrinfo};
+}
+
+// The resolver may wait for silent name servers longer than the doctor does. It then goes on in a
+// thread that nothing waits for.
+AddressList resolveWithin(const std::string& host, int port, long limitMs) {
+    std::promise<AddressList> promise;
+    std::future<AddressList> result = promise.get_future();
+    std::thread([host, port, waiting = std::move(promise)]() mutable {
+        waiting.set_value(resolve(host, port));
+    }).detach();
+    const bool isThere =
+        result.wait_for(std::chrono::milliseconds(limitMs)) == std::future_status::ready;
+    return isThere ? result.get() : AddressList(nullptr, freeaddrinfo);
+}
+
+std::string numericText(const addrinfo& address) {
+    std::array<char, 128> text{};
+    getnameinfo(address.ai_addr, address.ai_addrlen, text.data(), text.size(), nullptr, 0,
+                NI_NUMERICHOST);
+    return text.data();
+}
+
+// Returns errno, or 0.
+int tryConnect(const addrinfo& address, long limitMs) {
+    const Descriptor descriptor(
+        socket(address.ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (connect(descriptor.get(), address.ai_addr, address.ai_addrlen) == 0) {
+        return 0;
+    }
+    if (errno != EINPROGRESS) {
+        return errno;
+    }
+    pollfd waiting{descriptor.get(), POLLOUT, 0};
+    if (poll(&waiting, 1, static_cast<int>(limitMs)) != 1) {
+        return ETIMEDOUT;
+    }
+    int error = 0;
+    socklen_t length = sizeof error;
+    getsockopt(descriptor.get(), SOL_SOCKET, SO_ERROR, &error, &length);
+    return error;
+}
+
+MqttProbe& probeOf(void* given) {
+    return *static_cast<MqttProbe*>(given);
+}
+
+void onMessage(mosquitto* /*client*/, void* given, const mosquitto_message* message) {
+    const bool isKeepalive = std::strcmp(message->topic, keepaliveTopic) == 0;
+    if (message->retain) {
+        return; // it may be years old
+    }
+    probeOf(given).keepaliveWasSeen = probeOf(given).keepaliveWasSeen || isKeepalive;
+    probeOf(given).replyWasSeen = probeOf(given).replyWasSeen || !isKeepalive;
+}
+
+} // namespace
+
+std::vector<HostAddress> tryAddresses(const BrokerAddress& broker, long limitMs) {
+    constexpr long addressMs = 2000;
+    const std::uint64_t endMs = monotonicMillis() + static_cast<std::uint64_t>(limitMs);
+    std::vector<HostAddress> tried;
+    const AddressList list = resolveWithin(broker.host, broker.port, limitMs - addressMs);
+    const addrinfo* address = list.get();
+    while (address != nullptr && monotonicMillis() < endMs) {
+        tried.push_back({numericText(*address), tryConnect(*address, addressMs)});
+        const bool isGood = tried.back().error == 0;
+        address = isGood ? nullptr : address->ai_next;
+    }
+    return tried;
+}
+
+MqttProbe::MqttProbe(int protocol)
+    : client(nullptr, mosquitto_destroy) {
+    const std::string clientId =
+        "lora-veyra-doctor-" + std::to_string(getpid()) + "-" + std::to_string(protocol);
+    client.reset(mosquitto_new(clientId.c_str(), true, this));
+    mosquitto_int_option(client.get(), MOSQ_OPT_PROTOCOL_VERSION, protocol);
+    mosquitto_connect_callback_set(
+        client.get(), [](mosquitto*, void* given, int code) { probeOf(given).connack = code; });
+    mosquitto_subscribe_callback_set(
+        client.get(), [](mosquitto*, void* given, int id, int count, const int* granted) {
+            if (id == probeOf(given).keepaliveMessageId) {
+                probeOf(given).isDenied = count < 1 || granted[0] >= 128;
+            }
+        });
+    mosquitto_message_callback_set(client.get(), onMessage);
+    mosquitto_publish_v5_callback_set(
+        client.get(), [](mosquitto*, void* given, int, int reason, const mosquitto_property*) {
+            probeOf(given).publishResult = reason;
+        });
+}
+
+MqttProbe::~MqttProbe() {
+    mosquitto_disconnect(client.get());
+}
+
+void MqttProbe::connect(const std::string& host, int port,
+                        const std::optional<BrokerCredentials>& credentials, long limitMs) {
+    constexpr int keepaliveS = 30;
+    if (credentials) {
+        mosquitto_username_pw_set(client.get(), credentials->username.c_str(),
+                                  credentials->password.c_str());
+    }
+    mosquitto_connect_async(client.get(), host.c_str(), port, keepaliveS);
+    waitUntil([this] { return connack.has_value(); }, limitMs);
+}
+
+void MqttProbe::subscribe(const char* topic) {
+    int messageId = 0;
+    mosquitto_subscribe(client.get(), &messageId, topic, 2);
+    if (std::strcmp(topic, keepaliveTopic) == 0) {
+        keepaliveMessageId = messageId;
+    }
+}
+
+int MqttProbe::publish(const char* topic, const std::string& payload) {
+    return mosquitto_publish_v5(client.get(), nullptr, topic, static_cast<int>(payload.size()),
+                                payload.data(), publishQos, false, nullptr);
+}
+
+bool MqttProbe::waitUntil(const std::function<bool()>& isDone, long limitMs) {
+    constexpr int turnMs = 50;
+    const std::uint64_t endMs = monotonicMillis() + static_cast<std::uint64_t>(limitMs);
+    while (!isDone() && monotonicMillis() < endMs) {
+        if (mosquitto_loop(client.get(), turnMs, 1) != MOSQ_ERR_SUCCESS) {
+            return false;
+        }
+    }
+    return true;
+}

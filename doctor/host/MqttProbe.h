@@ -1,0 +1,55 @@
+// Talks to the broker as the daemon would, with time limits and with a client id of its own: the
+// broker would end the connection of a client with the same id. One thread. The broker library is
+// initialised before.
+#pragma once
+
+#include "mqtt/BrokerSettings.h"
+
+#include <functional>
+#include <memory>
+#include <mosquitto.h>
+#include <optional>
+#include <string>
+#include <vector>
+
+// One address of a host name.
+struct HostAddress {
+    std::string text; // numeric
+    int error = 0;    // errno of connecting to it; 0: it accepts connections
+};
+
+// Tries the addresses of the host in the order in which the daemon tries them, up to one that
+// accepts a connection, each for 2 s and all for `limitMs` at most. Empty when the name could not be
+// resolved.
+std::vector<HostAddress> tryAddresses(const BrokerAddress& broker, long limitMs);
+
+class MqttProbe {
+  public:
+    // `protocol` is MQTT_PROTOCOL_V311, as the daemon has it, or MQTT_PROTOCOL_V5, in which the
+    // broker says what became of a message.
+    explicit MqttProbe(int protocol);
+    ~MqttProbe();
+    MqttProbe(const MqttProbe&) = delete;
+    MqttProbe& operator=(const MqttProbe&) = delete;
+
+    // Sends CONNECT to a numeric host and waits for the answer.
+    void connect(const std::string& host, int port,
+                 const std::optional<BrokerCredentials>& credentials, long limitMs);
+    void subscribe(const char* topic);
+    // Returns the library's result.
+    int publish(const char* topic, const std::string& payload);
+
+    // Lets the library work until `isDone` or for `limitMs`. Returns whether the connection lasts.
+    bool waitUntil(const std::function<bool()>& isDone, long limitMs);
+
+    // What the broker said.
+    std::optional<int> connack;       // its return code
+    std::optional<int> publishResult; // its MQTT 5 reason code
+    bool isDenied = false;            // the subscription to the keepalive
+    bool keepaliveWasSeen = false;
+    bool replyWasSeen = false;
+
+  private:
+    int keepaliveMessageId = -1;
+    std::unique_ptr<mosquitto, decltype(&mosquitto_destroy)> client;
+};

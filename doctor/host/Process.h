@@ -1,0 +1,81 @@
+// What /proc shows of a process and of its sockets. Each file is read once per call. One thread;
+// what is returned is the caller's.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <set>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+// Such as /proc/12/status.
+std::string processPath(int pid, const std::string& name);
+
+// The entries of a directory that are numbers; none when it cannot be read.
+std::vector<int> numbersIn(const std::string& directory);
+
+// All 0 when the process does not exist.
+struct ProcessStatus {
+    char state = 0; // as in proc(5): S sleeping, T stopped, t traced, D in the kernel
+    int tracerPid = 0;
+    uid_t uid = 0; // effective
+    gid_t gid = 0;
+    std::uint64_t threads = 0;
+    std::uint64_t voluntarySwitches = 0; // how often the main thread has waited
+    std::uint64_t virtualKib = 0;
+};
+
+ProcessStatus readProcessStatus(int pid);
+
+// When the process was started, in seconds since 1970 by this machine's clock.
+double startTimeOf(int pid);
+
+// When this machine was started, by its clock.
+std::time_t bootTime();
+
+// A process as a person knows it: "process 12 (mosquitto)".
+std::string describeProcess(int pid);
+
+// What the kernel last recorded of a daemon that it killed or that crashed; empty when there is
+// nothing or it cannot be read.
+std::string kernelRecordOfDaemon();
+
+struct Socket {
+    bool isTcp = false;
+    bool isOwn = false;                      // of the process that is looked at
+    unsigned state = 0;                      // as in the kernel's tcp_states.h
+    std::string localAddress, remoteAddress; // as the kernel writes them, in hexadecimal
+    int localPort = 0;
+    int remotePort = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t waitingBytes = 0;
+    std::uint64_t drops = 0; // of UDP
+};
+
+constexpr unsigned tcpEstablished = 1;
+constexpr unsigned tcpSynSent = 2;
+
+// One look at a process; with the id 0 at the sockets of this machine alone.
+struct Look {
+    std::uint64_t atMs = 0; // monotonic
+    int pid = 0;
+    ProcessStatus status;
+    std::string waitsIn;         // where in the kernel, if the kernel tells
+    bool socketsAreSeen = false; // `isOwn` is known
+    std::vector<Socket> sockets; // all of the process's network
+};
+
+Look lookAt(int pid);
+
+// Whether the daemon has not started its broker worker yet: it waits for its first connection.
+bool isStarting(const Look& look);
+
+// The process that holds the socket; 0 when none can be seen. Looks through all processes.
+int ownerOf(std::uint64_t inode);
+
+// Whether the address means 127.0.0.1 or includes it.
+bool coversLoopback(const std::string& kernelAddress);
+
+// Such as 192.0.2.1 or 2001:db8::1.
+std::string addressText(const std::string& kernelAddress);

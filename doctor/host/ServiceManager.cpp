@@ -1,0 +1,107 @@
+#include "host/ServiceManager.h"
+
+#include "host/Files.h"
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* unitName = "lora-veyra-server.service";
+constexpr const char* initScript = "/etc/init.d/lora-veyra-server";
+
+bool systemdRuns() {
+    return access("/run/systemd/system", F_OK) == 0;
+}
+
+// Without systemd the init script starts the daemon, and the unit says nothing about it.
+bool unitCounts() {
+    return systemdRuns() || access(initScript, F_OK) != 0;
+}
+
+// A fixed command with an empty environment, so that nothing of the caller's leads it elsewhere.
+std::string askSystemd() {
+    const std::unique_ptr<FILE, int (*)(FILE*)> output(
+        popen("exec /usr/bin/env -i /usr/bin/timeout 3 /usr/bin/systemctl show "
+              "--property=MainPID,Result lora-veyra-server.service 2>/dev/null",
+              "re"),
+        pclose);
+    std::string text;
+    std::array<char, 4096> part{};
+    while (output && std::fgets(part.data(), part.size(), output.get()) != nullptr) {
+        text += part.data();
+    }
+    return text;
+}
+
+// The value of the last line "NAME=VALUE"; empty when there is none. An empty value resets those
+// before it, as systemd has it.
+std::string lastValue(const std::string& text, const std::string& name) {
+    std::istringstream lines(text);
+    std::string value;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind(name + "=", 0) == 0) {
+            value = line.substr(name.size() + 1);
+        }
+    }
+    return value;
+}
+
+int numberIn(const std::string& text) {
+    return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
+}
+
+// The unit file that counts, followed by its drop-ins.
+std::string unitText() {
+    const std::string directories[] = {"/etc/systemd/system/", "/run/systemd/system/",
+                                       "/lib/systemd/system/"};
+    std::string unit;
+    std::string dropIns;
+    for (const std::string& directory : directories) {
+        unit = unit.empty() ? textOf(directory + unitName) : unit;
+        std::error_code error;
+        for (const auto& file : fs::directory_iterator(directory + unitName + ".d", error)) {
+            dropIns += "\n" + textOf(file.path());
+        }
+    }
+    return unit + dropIns;
+}
+
+// The configuration file in a start command; empty when it has none.
+std::string configurationOf(const std::string& command) {
+    std::istringstream words(command);
+    std::string word;
+    while (words >> word && word != "-c") {
+    }
+    return words >> word ? word : "";
+}
+
+} // namespace
+
+ServiceState readServiceState() {
+    ServiceState state;
+    if (systemdRuns()) {
+        const std::string answer = askSystemd();
+        state.mainPid = numberIn(lastValue(answer, "MainPID"));
+        state.result = lastValue(answer, "Result");
+    } else {
+        state.mainPid = numberIn(textOf("/run/lora-veyra-server.pid"));
+    }
+    if (unitCounts()) {
+        const std::string unit = unitText();
+        state.user = lastValue(unit, "User");
+        state.configurationFile = configurationOf(lastValue(unit, "ExecStart"));
+    }
+    return state;
+}
+
+std::string serviceCommand(const std::string& word) {
+    return unitCounts() ? "systemctl " + word + " lora-veyra-server"
+                        : std::string(initScript) + " " + word;
+}

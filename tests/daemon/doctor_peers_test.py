@@ -1,0 +1,189 @@
+# The doctor on faults of the cloud and of the broker.
+
+import socket
+import threading
+from http.server import BaseHTTPRequestHandler, HTTPServer
+from pathlib import Path
+
+from testbed.cloud import Answer
+from testbed.environment import AUTHORITIES, BROKER_HOST, BROKER_PORT, CLOUD_PORT, run
+from testbed.environment import Listener, find_program, silent_listener
+from tests.daemon.doctor_test_case import DoctorTest
+
+CA_FILE = AUTHORITIES / "DigiCert_Global_Root_CA.pem"
+PASSWORDS = "topic readwrite lora/#"
+
+
+class DoctorOnCloud(DoctorTest):
+    def setUp(self) -> None:
+        super().setUp()
+        self.stop_daemon()
+
+    def expect(self, finding_id: str, *options: object, says: str = ".") -> None:
+        report = self.examine(*options)
+        self.assertEqual(report.bad(), {finding_id, "alive.not-running"}, report.text)
+        self.assertRegex(report.finding(finding_id)["cause"], says)
+
+    def serve(self, certificate: str) -> None:
+        self.testbed.cloud.close()
+        self.testbed.cloud = self.testbed.make_cloud(certificate)
+
+    def test_tells_certificate_faults_apart(self) -> None:
+        own = CA_FILE.read_text()
+        strangers = (AUTHORITIES / "Stranger.pem").read_text()
+        cases = [
+            ("cloud.other-ca", "stranger", own, 'CN = Unknown authority.*CN = Stand-in cloud'),
+            ("cloud.ca-missing", "cloud", strangers + strangers, "CN = Stand-in cloud authority"),
+            ("cloud.incomplete-chain", "partial", own, "CN = Intermediate authority"),
+            ("cloud.host-mismatch", "elsewhere", own, "does not match|no alternative"),
+            ("cloud.certificate-expired", "expired", own, "expired"),
+            ("cloud.ca-file", "cloud", "no certificate", "has no certificate"),
+        ]
+        for finding, certificate, trusted, says in cases:
+            with self.subTest(finding=finding):
+                CA_FILE.write_text(trusted)
+                self.serve(certificate)
+                self.expect(finding, says=says)
+        CA_FILE.unlink()
+        self.expect("cloud.ca-file", says="No such file")
+
+    def test_tells_silent_peers_apart(self) -> None:
+        self.testbed.cloud.close()
+        self.expect("cloud.unreachable", says=r"Connection refused \(tried .*127.0.0.1")
+        with socket.create_server(("127.0.0.1", CLOUD_PORT)):
+            self.expect("cloud.no-tls", says="does not answer the TLS handshake")
+        with HTTPServer(("127.0.0.1", CLOUD_PORT), BaseHTTPRequestHandler) as plain:
+            threading.Thread(target=plain.serve_forever, daemon=True).start()
+            self.expect("cloud.no-tls", says="does not speak TLS")
+            plain.shutdown()
+        with silent_listener("127.0.0.1", CLOUD_PORT):
+            self.expect("cloud.silent", says="127.0.0.1")
+        self.testbed.configuration["network"]["veyraServer"] = "https://no.such.invalid/api/"
+        self.stop_daemon()
+        self.expect("cloud.no-route", says="no default route")
+
+    def test_judges_the_response(self) -> None:
+        html = {"Content-Type": "text/html"}
+        cases = [
+            ("cloud.unavailable", Answer(503), "status 503"),
+            ("cloud.html", Answer(200, headers=html), "HTML"),
+            ("cloud.redirect", Answer(302, headers={"Location": "http://login/"}), "http://login/"),
+            ("cloud.proxy-login", Answer(407), "proxy"),
+            ("cloud.no-response", Answer(200, stall_s=9), "does not answer"),
+        ]
+        for finding, answer, says in cases:
+            with self.subTest(finding=finding):
+                self.testbed.cloud.head = answer
+                self.expect(finding, says=says)
+        for answer in (Answer(404, headers=html), Answer(401), Answer(301, headers={"Location": "/x"})):
+            with self.subTest(answer=answer):
+                self.testbed.cloud.head = answer
+                self.assertEqual(self.examine().finding("cloud.ok")["httpStatus"], answer.status)
+
+    def test_compares_the_clock_with_the_clouds(self) -> None:
+        for ahead_s, says in ((7200, "7200 seconds behind"), (-90, "90 seconds ahead of")):
+            with self.subTest(ahead_s=ahead_s):
+                self.testbed.cloud.clock_ahead_s = ahead_s
+                self.expect("clock.wrong", says=says)
+        self.testbed.cloud.clock_ahead_s = 30
+        self.assertIn("clock.ok", self.examine().outcomes())
+
+    def test_judges_a_signed_request(self) -> None:
+        self.testbed.cloud.secret = "another"
+        self.expect("signature.rejected", "--sign", "m1/x")
+        self.testbed.cloud.answer = Answer(404)
+        self.testbed.cloud.secret = "00112233-4455-6677-8899-aabbccddeeffDEVICE"
+        report = self.examine("--sign", "m1/x")
+        self.assertEqual(report.outcomes()["signature.no-verdict"], "unknown")
+
+
+class DoctorOnBroker(DoctorTest):
+    def test_names_why_the_broker_rejects(self) -> None:
+        self.testbed.start_broker_with_passwords()
+        self.testbed.configuration["mqtt"]["password"] = "wrong"
+        self.stop_daemon()
+        self.assertIn("broker.credentials", self.examine().bad())
+        del self.testbed.configuration["mqtt"]["password"], self.testbed.configuration["mqtt"]["username"]
+        self.stop_daemon()
+        self.assertIn("broker.anonymous", self.examine().bad())
+
+    def test_observes_a_broker_that_does_not_answer(self) -> None:
+        self.stop_daemon()
+        self.testbed.kill_broker()
+        with socket.create_server((BROKER_HOST, BROKER_PORT)):
+            self.assertIn("broker.no-connack", self.examine().bad())
+        certificates = self.testbed.folder / "certificates"
+        self.testbed.start_broker("allow_anonymous true\n"
+                                  f"certfile {certificates}/cloud.pem\nkeyfile {certificates}/cloud.key")
+        self.assertIn("broker.tls", self.examine().bad())
+
+    def test_blames_no_broker_that_the_daemon_is_connected_to(self) -> None:
+        self.testbed.listener.close()
+        self.testbed.start_broker("allow_anonymous true\nmax_connections 1")
+        self.testbed.start_ready_daemon()
+        self.assertTrue(self.testbed.logged("MQTT - subscribed"))
+        report = self.examine()
+        self.assertEqual((report.bad(), report.outcomes()["broker.closed"]), (set(), "unknown"))
+
+    def test_names_an_address_that_delays_the_start(self) -> None:
+        hosts = self.testbed.folder / "hosts"
+        hosts.write_text(f"127.0.0.1 localhost\n::1 broker\n{BROKER_HOST} broker\n")
+        run("mount", "--bind", hosts, "/etc/hosts")
+        self.testbed.configuration["mqtt"]["host"] = "broker"
+        self.stop_daemon()
+        with silent_listener("::1", BROKER_PORT):
+            report = self.examine()
+            self.assertEqual(report.bad(), {"broker.address-silent", "alive.not-running"})
+            self.assertIn("::1", report.finding("broker.address-silent")["cause"])
+            self.assertIn(BROKER_HOST, report.finding("broker.address-silent")["fix"])
+
+    def test_recognises_client_ids_that_are_user_names(self) -> None:
+        self.testbed.start_broker_with_passwords()
+        settings = Path(self.testbed.folder / "broker.conf").read_text()
+        self.testbed.start_broker(settings.split("log_type all\n")[1] + "use_username_as_clientid true")
+        self.testbed.start_ready_daemon()
+        self.assertTrue(self.testbed.logged("MQTT - subscribed"))
+        report = self.examine()
+        self.assertEqual(report.bad(), set(), report.text)
+        self.assertEqual(report.outcomes()["broker.same-client-id"], "unknown")
+
+    def test_names_what_the_broker_denies(self) -> None:
+        cases = [
+            ("topic read lora/veyra_keepalive", "replies.denied", {"echo.silent"}),
+            ("topic readwrite lora/veyra_keepalive", "replies.denied", set()),
+            (PASSWORDS, "replies.ok", set()),
+        ]
+        for rights, replies, more in cases:
+            with self.subTest(rights=rights):
+                self.testbed.start_broker_with_passwords(rights)
+                self.testbed.start_ready_daemon()
+                report = self.examine("--publish")
+                self.assertIn(replies, report.outcomes())
+                self.assertEqual(report.bad() - {"replies.denied"}, more, report.text)
+
+    def test_takes_a_retained_keepalive_for_no_echo(self) -> None:
+        self.testbed.start_broker_with_passwords("topic read lora/veyra_keepalive")
+        run(find_program("mosquitto_pub"), "-h", BROKER_HOST, "-p", BROKER_PORT, "-u", "listener",
+            "-P", "secret", "-t", "lora/veyra_keepalive", "-m", "old", "-r")
+        self.testbed.start_ready_daemon()
+        self.assertIn("echo.silent", self.examine().bad())
+
+    def test_sees_that_replies_are_lost(self) -> None:
+        self.testbed.start_ready_daemon()
+        self.testbed.listener.close()
+        self.expect_bad("replies.not-read", "--publish")
+        self.testbed.start_broker("allow_anonymous true\nmessage_size_limit 4000")
+        self.testbed.listen()
+        self.testbed.start_ready_daemon()
+        self.expect_bad("replies.too-large", "--publish")
+
+    def test_sees_a_second_client_with_the_same_id(self) -> None:
+        self.testbed.start_ready_daemon()
+        second = Listener("lora/none", client_id="VEYRA_SERVER")
+        self.assertTrue({"echo.link-unstable", "echo.silent"} & self.examine().bad())
+        second.close()
+
+    def test_sees_a_daemon_without_a_connection(self) -> None:
+        self.testbed.start_broker("allow_anonymous true\nclientid_prefixes lora-veyra-doctor")
+        self.testbed.start_ready_daemon()
+        self.assertIn("alive.not-linked", self.examine("--alive").bad())

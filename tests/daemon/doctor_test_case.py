@@ -1,0 +1,69 @@
+# What the tests of the doctor have in common.
+import json
+import os
+import subprocess
+from dataclasses import dataclass
+from typing import Any
+
+from testbed.environment import BUILD
+from tests.daemon.daemon_test_case import DaemonTest
+
+DOCTOR = os.environ.get("VEYRA_DOCTOR_PROGRAM", str(BUILD / "lora-veyra-doctor"))
+# Below an emulator the daemon's executable is the emulator.
+IS_EMULATED = "VEYRA_DOCTOR_PROGRAM" in os.environ
+RUN_LIMIT_S = 26
+
+
+@dataclass
+class Report:
+    status: int
+    data: dict[str, Any]
+    text: str
+
+    def outcomes(self) -> dict[str, str]:
+        """The outcome of each finding, by its id."""
+        return {check["id"]: check["outcome"] for check in self.data["checks"]}
+
+    def bad(self) -> set[str]:
+        return {id for id, outcome in self.outcomes().items() if outcome == "bad"}
+
+    def finding(self, finding_id: str) -> dict[str, Any]:
+        found = [check for check in self.data["checks"] if check["id"] == finding_id]
+        assert found, f"{finding_id} is not among {self.outcomes()}"
+        return found[0]
+
+
+class DoctorTest(DaemonTest):
+    def command(self, *options: object, program: object = DOCTOR) -> list[str]:
+        """The doctor finds the files of a running daemon itself; without one it is told them."""
+        daemon = self.testbed.daemon
+        runs = daemon is not None and daemon.wait(0) is None
+        files = [] if runs else self.testbed.usual_options()
+        process = ["--pid", daemon.proc.name] if daemon and runs and IS_EMULATED else []
+        return [str(part) for part in (program, *files, *process, *options)]
+
+    def examine(
+        self,
+        *options: object,
+        program: object = DOCTOR,
+        environment: dict[str, str] | None = None,
+    ) -> Report:
+        command = [*self.command(*options, program=program), "--json"]
+        done = subprocess.run(command, capture_output=True, text=True, timeout=RUN_LIMIT_S,
+                              env={**os.environ, **(environment or {})})
+        self.assertEqual(done.stderr, "")
+        return Report(done.returncode, json.loads(done.stdout), done.stdout)
+
+    def expect_bad(self, finding_id: str, *options: object, says: str = ".") -> Report:
+        """The doctor reports this problem, and no other; `says` is a pattern of its cause."""
+        report = self.examine(*options)
+        self.assertEqual(report.bad(), {finding_id}, report.text)
+        self.assertRegex(report.finding(finding_id)["cause"], says)
+        self.assertNotEqual(report.finding(finding_id)["fix"], "")
+        self.assertEqual((report.status, report.data["outcome"]), (1, "bad"))
+        return report
+
+    def stop_daemon(self) -> None:
+        """Leaves the configuration as it is now, and no daemon."""
+        self.testbed.kill_daemon()
+        self.testbed.write_configuration()

@@ -1,0 +1,123 @@
+// What the doctor says of the daemon's process, from two looks at it.
+#include "checks/Process.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// A daemon whose main thread was last seen at work that long ago, and has run `turns` times since.
+struct TwoLooks {
+    Look active, now;
+
+    explicit TwoLooks(std::uint64_t turns, std::uint64_t quietMs = standstillMs) {
+        active.pid = now.pid = 7;
+        active.status.state = now.status.state = 'S';
+        active.status.threads = now.status.threads = 3;
+        active.socketsAreSeen = now.socketsAreSeen = true;
+        now.atMs = quietMs;
+        now.status.voluntarySwitches = turns;
+    }
+    Finding judged() const { return judgeLife({active, now}); }
+};
+
+Socket udpSocket(std::uint64_t waitingBytes) {
+    Socket socket;
+    socket.isOwn = true;
+    socket.waitingBytes = waitingBytes;
+    return socket;
+}
+
+} // namespace
+
+TEST(Process, WaitsForTheCloudOnlyAfterALongStandstill) {
+    EXPECT_EQ(TwoLooks(9, standstillMs - 1).judged().outcome, Outcome::OK);
+    const TwoLooks looks(9);
+    EXPECT_EQ(looks.judged().id, "alive.waits-for-cloud");
+    LifeFacts facts{looks.active, looks.now};
+    facts.wasToldToStop = true;
+    EXPECT_EQ(judgeLife(facts).id, "alive.stopping");
+    facts.datagramsAreSeen = false;
+    EXPECT_EQ(judgeLife(facts).outcome, Outcome::UNKNOWN);
+}
+
+TEST(Process, IsAtWorkWhenItTurnsOrTakesADatagram) {
+    const auto worked = [](std::uint64_t turns, std::uint64_t waitingBefore,
+                           std::uint64_t waitingAfter, bool datagramArrived) {
+        TwoLooks looks(turns, 250);
+        looks.active.sockets = {udpSocket(waitingBefore)};
+        looks.now.sockets = {udpSocket(waitingAfter)};
+        return wasAtWork(looks.active, looks.now, datagramArrived);
+    };
+    EXPECT_TRUE(worked(2, 0, 0, false)) << "idle";
+    EXPECT_FALSE(worked(1, 0, 0, false)) << "libcurl waits for a response";
+    EXPECT_TRUE(worked(1, 900, 300, false)) << "a waiting datagram was taken";
+    EXPECT_TRUE(worked(1, 0, 0, true)) << "a datagram arrived and was taken";
+    EXPECT_FALSE(worked(1, 300, 900, true)) << "a datagram arrived and waits";
+    EXPECT_FALSE(wasAtWork(TwoLooks(3, 3000).active, TwoLooks(3, 3000).now, false));
+}
+
+TEST(Process, IsDeadlockedOnlyWithEvidence) {
+    TwoLooks looks(0);
+    EXPECT_EQ(looks.judged().outcome, Outcome::UNKNOWN);
+    looks.now.waitsIn = "futex_wait_queue";
+    EXPECT_EQ(looks.judged().id, "alive.deadlocked");
+    looks.now.waitsIn.clear();
+    LifeFacts locked{looks.active, looks.now};
+    locked.hasLockRecord = true;
+    EXPECT_EQ(judgeLife(locked).id, "alive.deadlocked");
+    looks.now.status.voluntarySwitches = 1;
+    EXPECT_EQ(judgeLife(locked).id, "alive.deadlocked");
+    looks.now.atMs = 250;
+    EXPECT_EQ(judgeLife(locked).outcome, Outcome::OK);
+}
+
+TEST(Process, ItsStateComesBeforeItsProgress) {
+    const struct {
+        char state;
+        const char* id;
+    } cases[] = {{'T', "alive.suspended"},
+                 {'t', "alive.traced"},
+                 {'D', "alive.in-kernel"},
+                 {'Z', "alive.ended"},
+                 {0, "alive.ended"}};
+    for (const auto& [state, id] : cases) {
+        TwoLooks looks(0);
+        looks.now.waitsIn = "futex_wait_queue";
+        looks.now.status.state = state;
+        EXPECT_EQ(looks.judged().id, id);
+    }
+}
+
+TEST(Process, IsNotLinkedOnlyWhenNothingElseExplainsIt) {
+    TwoLooks looks(5, 250);
+    LifeFacts facts{looks.active, looks.now};
+    facts.isLinked = false;
+    EXPECT_EQ(judgeLife(facts).id, "alive.not-linked");
+    facts.isRejected = true;
+    EXPECT_NE(judgeLife(facts).cause.find("VEYRA_SERVER"), std::string::npos);
+    facts.brokerIsBad = true;
+    EXPECT_EQ(judgeLife(facts).outcome, Outcome::OK);
+    looks.now.socketsAreSeen = false;
+    EXPECT_EQ(judgeLife(facts).outcome, Outcome::UNKNOWN);
+}
+
+TEST(Process, NamesTheBrokerThatItConnectsTo) {
+    TwoLooks looks(0);
+    looks.active.status.threads = looks.now.status.threads = 1;
+    EXPECT_EQ(looks.judged().id, "alive.starting");
+    Socket connecting;
+    connecting.isOwn = connecting.isTcp = true;
+    connecting.state = tcpSynSent;
+    connecting.remoteAddress = "0200007F";
+    looks.now.sockets.push_back(connecting);
+    EXPECT_NE(looks.judged().cause.find("127.0.0.2"), std::string::npos);
+}
+
+TEST(Sockets, AreAtLoopbackWhateverTheFamily) {
+    EXPECT_TRUE(coversLoopback("0100007F"));
+    EXPECT_TRUE(coversLoopback("00000000"));
+    EXPECT_TRUE(coversLoopback("0000000000000000FFFF00000100007F"));
+    EXPECT_TRUE(coversLoopback("00000000000000000000000000000000"));
+    EXPECT_FALSE(coversLoopback("0200007F"));
+    EXPECT_FALSE(coversLoopback("00000000000000000000000001000000"));
+}

@@ -1,0 +1,132 @@
+// What the doctor makes of a log.
+#include "checks/RecentErrors.h"
+#include "checks/Clock.h"
+#include "host/Text.h"
+
+#include <gtest/gtest.h>
+
+#include <openssl/x509_vfy.h>
+
+namespace {
+
+constexpr std::time_t tenOClock = 1795255200; // 2026-11-21 10:00:00Z
+constexpr std::time_t anHour = 3600;
+
+const std::string start = "2026-11-21T10:00:00.000Z INFO Lora VEYRA Server started, version 1\n";
+const std::string stop = "2026-11-21T10:00:09.000Z INFO Shutdown signal received 15\n";
+const std::string refused = "2026-11-21T10:00:05.000Z ERROR POST failed CODE:401 BODY:[no]\n"
+                            "2026-11-21T10:00:05.000Z ERROR Curl call failed m1/x\n";
+const std::string rebuilt =
+    "2026-11-21T10:00:01.000Z DEBUG MQTT disconnected NET: 0 VEYRA: 1 Connected: 0 Keepalive: ";
+
+Findings judged(const std::string& log, std::time_t now = tenOClock + 30) {
+    RecentFacts facts;
+    facts.now = now;
+    return judgeRecentErrors(facts, readLogHistory(log, now));
+}
+
+} // namespace
+
+TEST(RecentErrors, CountsSinceTheLastStartAndQuotesTheLast) {
+    const Finding finding = judged(start + refused + stop + start + refused + refused).front();
+    EXPECT_EQ(finding.id, "errors.request-refused");
+    EXPECT_NE(
+        finding.cause.find("2 failed requests, the last at 2026-11-21 10:00:05Z: \"POST failed "
+                           "CODE:401 BODY:[no]\""),
+        std::string::npos)
+        << finding.cause;
+    EXPECT_NE(finding.fix.find("fingerprint"), std::string::npos);
+    EXPECT_EQ(finding.facts["faultsSinceStart"], 2);
+}
+
+TEST(RecentErrors, AreNoProblemWhenTheyAreOverOrNormal) {
+    EXPECT_EQ(judged(start + refused, tenOClock + 604).front().id, "errors.request-refused");
+    EXPECT_EQ(judged(start + refused, tenOClock + 605).front().outcome, Outcome::OK);
+    EXPECT_EQ(judged(start + refused + "2026-11-21T10:00:06.000Z TRACE Curl Response {}\n")
+                  .front()
+                  .outcome,
+              Outcome::OK);
+    EXPECT_EQ(judged(start + rebuilt + "101.\n").front().outcome, Outcome::OK);
+    EXPECT_EQ(judged(start + rebuilt + "101.\n" + rebuilt + "101.\n").front().id,
+              "errors.link-rebuilt");
+    EXPECT_EQ(judged(start + rebuilt + "30001.\n").front().id, "errors.link-rebuilt");
+}
+
+TEST(RecentErrors, AreNotReadOutOfQuotedDatagrams) {
+    const std::string quoting =
+        "2026-11-21T10:00:05.000Z TRACE Parse upstream message [x failed CODE: Circuit is broken]\n"
+        "    ERROR CURL call to Server failed\n";
+    EXPECT_EQ(judged(start + quoting).front().outcome, Outcome::OK);
+    const std::string invalid =
+        "2026-11-21T10:00:05.000Z ERROR Failed to parse JSON Exception caught during CURL call\n";
+    EXPECT_EQ(judged(start + invalid).front().id, "errors.invalid-datagram");
+}
+
+TEST(RecentErrors, TellHowLongTheCircuitIsOpen) {
+    const std::string dropped =
+        "2026-11-21T10:00:05.000Z WARNING Circuit is broken, too many failed "
+        "requests, backoff 30000 ms\n";
+    EXPECT_NE(judged(start + dropped).front().cause.find("open until 2026-11-21 10:00:35Z"),
+              std::string::npos);
+    EXPECT_EQ(judged(start + dropped, tenOClock + 35).front().id, "errors.dropped");
+}
+
+TEST(RecentErrors, NameARunThatEndedUnasked) {
+    EXPECT_EQ(judged(start + start).front().id, "errors.ended-without-stop");
+    EXPECT_EQ(judged(start + stop + start).front().outcome, Outcome::OK);
+    RecentFacts rebooted;
+    rebooted.now = tenOClock + 30;
+    rebooted.bootedAt = tenOClock + 10;
+    EXPECT_EQ(judgeRecentErrors(rebooted, readLogHistory(start + start, rebooted.now)).size(), 1U);
+    EXPECT_EQ(
+        judgeRecentErrors(rebooted, readLogHistory(start + start, rebooted.now)).front().outcome,
+        Outcome::OK);
+}
+
+TEST(RecentErrors, PointToTheCloudWhenThatIsTheCause) {
+    RecentFacts facts;
+    facts.now = tenOClock + 30;
+    facts.cloudIsOk = false;
+    const Finding finding =
+        judgeRecentErrors(facts, readLogHistory(start + refused, facts.now)).front();
+    EXPECT_NE(finding.fix.find("\"cloud\" first"), std::string::npos);
+    EXPECT_EQ(finding.cause.find("succeeds now"), std::string::npos);
+}
+
+TEST(LogHistory, CountsStartsThatFollowNoStop) {
+    EXPECT_EQ(readLogHistory(start + start + start, tenOClock + 30).recentStarts, 3);
+    EXPECT_EQ(readLogHistory(start + start + start, tenOClock + anHour).recentStarts, 0);
+    EXPECT_EQ(readLogHistory(start + stop + start + stop, tenOClock + 30).recentStarts, 1);
+    EXPECT_TRUE(readLogHistory(start + stop, tenOClock + 30).isStopped);
+}
+
+TEST(Clock, IsComparedWithTheCloudElseWithTheCertificate) {
+    HttpAnswer cloud;
+    EXPECT_EQ(judgeClock(1333333333, cloud).id, "clock.not-set");
+    EXPECT_EQ(judgeClock(tenOClock, cloud).id, "clock.no-reference");
+    cloud.verifyResult = X509_V_ERR_CERT_NOT_YET_VALID;
+    EXPECT_EQ(judgeClock(tenOClock, cloud).id, "clock.wrong");
+    cloud.dateTaken = tenOClock;
+    cloud.date = tenOClock + 60;
+    EXPECT_EQ(judgeClock(tenOClock, cloud).outcome, Outcome::OK);
+    cloud.date = tenOClock + 61;
+    EXPECT_NE(judgeClock(tenOClock, cloud).cause.find("61 seconds behind"), std::string::npos);
+}
+
+TEST(Text, ShowsOnlyHarmlessCharacters) {
+    const struct {
+        const char* text;
+        const char* shown;
+    } cases[] = {
+        {"Zürich \xE2\x82\xAC \xF0\x9F\x98\x80", "Zürich \xE2\x82\xAC \xF0\x9F\x98\x80"},
+        {"a\x1b[2J\x7f\r\nb", "a?[2J?? b"},
+        {"\xC2\x9B\xE2\x80\xAE\xE2\x81\xA6", "???"}, // C1 control, direction of writing
+        {"\xFF\xC0\xAF\xED\xA0\x80\xE2\x82", "????????"},
+    };
+    for (const auto& [text, shown] : cases) {
+        EXPECT_EQ(printable(text), shown);
+    }
+    EXPECT_EQ(findInvalidUtf8("ab\xFF"), 2U);
+    EXPECT_EQ(masked("https://user:p@ss@host/api"), "https://***@host/api");
+    EXPECT_EQ(masked("user:pass@host"), "***@host");
+}

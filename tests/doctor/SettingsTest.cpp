@@ -1,0 +1,103 @@
+// What the doctor says of values in the configuration. What takes effect of each is decided by the
+// daemon's own functions.
+#include "checks/Settings.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+Json::Value minimal() {
+    Json::Value root;
+    root["network"]["veyraServer"] = "https://cloud/api/";
+    root["mqtt"]["enabled"] = true;
+    return root;
+}
+
+Json::Value with(const char* name, const char* json) {
+    Json::Value root = minimal();
+    Json::Reader().parse(json, Json::Path(name).make(root));
+    return root;
+}
+
+Findings judged(const Json::Value& root) {
+    std::vector<std::string> ignored;
+    return judgeSettings(root, ignored);
+}
+
+} // namespace
+
+TEST(Settings, NamesEachValueThatTakesEffectAsAnother) {
+    const struct {
+        const char* name;
+        const char* json;
+        const char* id;
+        const char* cause;
+    } cases[] = {
+        {"log.level", "null", "settings.useless", "0: the daemon logs nothing"},
+        {"udp.veyraPort", "67326", "settings.no-effect", "as 1790."},
+        {"udp.veyraPort", "\"1791\"", "settings.no-effect", "as 1790."},
+        {"udp.veyraPort", "0", "settings.useless", "any free port"},
+        {"veyra.breakerThreshold", "25", "settings.no-effect", "as 1."},
+        {"veyra.breakerThreshold", "\"25\"", "settings.no-effect", "as 10."},
+        {"veyra.breakerTime", "0.5", "settings.no-effect", "as 5000."},
+        {"veyra.breakerTimeMax", "false", "settings.no-effect", "as 320000."},
+        {"mqtt.enabled", "null", "settings.useless", "false: the daemon ends at once"},
+        {"mqtt.host", "\"10.0.0.1\"", "settings.no-effect", "as \"127.0.0.1\"."},
+        {"mqtt.port", "1884", "settings.no-effect", "as 1883."},
+        {"mqtt.username", "\"lora\"", "settings.no-effect", "has no effect"},
+        {"network.veyraServer", "\"\"", "settings.useless", "the daemon has no cloud"},
+        {"network.veyraServer", "\"http://cloud/api/\"", "settings.not-encrypted", "verified"},
+        {"network.veyraServer", "\"https://cloud/api\"", "settings.no-slash", "end in \"/\""},
+        {"network.gatewaykey", "\"12\"", "settings.misspelt", "network.gatewayKey is missing"},
+        {"mqtt.user_name", "\"lora\"", "settings.misspelt", "mqtt.username is missing"},
+        {"mqtt.pasword", "\"x\"", "settings.misspelt", "mqtt.password is missing"},
+        {"UDP.veyraPort", "1790", "settings.misspelt", "udp is missing"},
+        {"mqtt.username", "\"\xFF\"", "settings.not-utf8", "not valid UTF-8"},
+    };
+    for (const auto& wanted : cases) {
+        SCOPED_TRACE(std::string(wanted.name) + " " + wanted.json);
+        const Findings found = judged(with(wanted.name, wanted.json));
+        ASSERT_FALSE(found.empty());
+        EXPECT_EQ(found.front().id, wanted.id);
+        EXPECT_NE(found.front().cause.find(wanted.cause), std::string::npos) << found.front().cause;
+        EXPECT_NE(found.front().fix.find("restart"), std::string::npos);
+    }
+}
+
+TEST(Settings, AcceptsWhatTakesEffectAndWhatAnotherProgramMayOwn) {
+    const struct {
+        const char* name;
+        const char* json;
+    } cases[] = {
+        {"udp.veyraPort", "65535"}, {"log.syslog", "1"},        {"veyra.breakerTime", "null"},
+        {"mqtt_bridge.host", "1"},  {"udp2.veyraPort", "1"},    {"hosts", "[]"},
+        {"mqtt.hosts", "[]"},       {"logs.level", "1"},        {"networks", "1"},
+        {"udp.port", "1"},          {"mqtt.clientId", "\"x\""}, {"gatewayKey", "\"x\""},
+    };
+    for (const auto& accepted : cases) {
+        EXPECT_TRUE(judged(with(accepted.name, accepted.json)).empty()) << accepted.name;
+    }
+    Json::Value both = with("network.gatewaykey", "1");
+    both["network"]["gatewayKey"] = "00112233";
+    EXPECT_TRUE(judged(both).empty());
+    std::vector<std::string> ignored;
+    judgeSettings(with("mqtt.hosts", "[]"), ignored);
+    EXPECT_EQ(ignored, std::vector<std::string>{"mqtt.hosts"});
+}
+
+TEST(Settings, NamesTypesWithWhichTheDaemonCannotStart) {
+    const struct {
+        const char* name;
+        const char* json;
+    } cases[] = {
+        {"log.level", "\"40\""},       {"veyra", "[1]"},
+        {"mqtt.enabled", "\"true\""},  {"mqtt.port", "\"1883\""},
+        {"network.veyraServer", "{}"}, {"mqtt.password", "[]"},
+    };
+    for (const auto& wrong : cases) {
+        const Findings found = judgeTypes(with(wrong.name, wrong.json));
+        ASSERT_FALSE(found.empty()) << wrong.name;
+        EXPECT_EQ(found.front().id, "configuration.wrong-type");
+    }
+    EXPECT_TRUE(judgeTypes(minimal()).empty());
+}
