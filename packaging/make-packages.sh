@@ -36,7 +36,8 @@ export SOURCE_DATE_EPOCH
 umask 022 # CPack gives it to directories
 rm -rf "$output"
 makePackage release build
-for architecture in $(awk '$6 == "package" { print $1 }' cmake/targets.list); do
+mapfile -t architectures < <(awk '$6 == "package" { print $1 }' cmake/targets.list)
+for architecture in "${architectures[@]}"; do
     [[ $architecture == "$native" ]] || makeCrossPackage "$architecture"
 done
 rm -r "$output/_CPack_Packages"

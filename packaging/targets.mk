@@ -26,4 +26,4 @@ test-package: package
 
 test-integration:
 	@$(DEPENDENCIES) cross
-	@packaging/test-integration.sh
+	@tests/integration/run.sh
