@@ -33,7 +33,7 @@ room() {
 
 room 0 src include platform
 room 1520 doctor
-room 1075 tests
+room 1320 tests
 room 750 testbed demo
 room 810 bench fuzz
 room 0 packaging .ci

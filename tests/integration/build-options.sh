@@ -19,7 +19,7 @@ neededBy() { readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'; }
 
 testSourceDirectory() {
     cp -R "$SOURCE" clean
-    ! cmake clean >log 2>&1 || fail "a build in the source directory"
+    ! (cd clean && cmake .) >log 2>&1 || fail "a build in the source directory"
     cmp clean/Makefile "$SOURCE/Makefile" || fail "the Makefile was overwritten"
 }
 
@@ -125,7 +125,7 @@ testSanitizedByFlags() {
     configure sanitized -DCMAKE_CXX_FLAGS=-fsanitize=address -DCMAKE_COMPILE_WARNING_AS_ERROR=ON ||
         fail "with the user's own sanitizer flags"
     build sanitized
-    ctest --test-dir sanitized -R 'CircuitBreaker|answers' --output-on-failure >log ||
+    ctest --test-dir sanitized -j 4 -R 'CircuitBreaker|relay' --no-tests=error --output-on-failure >log ||
         fail "the tests with the user's own sanitizer flags"
 }
 

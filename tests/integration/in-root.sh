@@ -25,8 +25,9 @@ enterRoot() {
 # What the guide takes as given.
 prepare() {
     ip link set lo up
-    cd /root
-    mkdir -p stage "$PLATFORM"/{include,lib}
+    mkdir "/root/build machine"
+    cd "/root/build machine"
+    mkdir -p "$STAGE" "$PLATFORM"/{include,lib}
     printf 'set(%s)\n' "CMAKE_SYSTEM_NAME Linux" "CMAKE_SYSTEM_PROCESSOR $(uname -m)" \
         "CMAKE_CXX_COMPILER g++" >"$TOOLCHAIN"
     cmake -S "$SOURCE/platform" -B build-zep >/dev/null
