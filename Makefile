@@ -5,7 +5,9 @@ JOBS ?= $(shell nproc)
 DEPENDENCIES := .ci/install-dependencies.sh
 SOURCES = $(shell git ls-files '*.cpp' '*.h')
 PYTHON = $(shell git ls-files '*.py')
-SCRIPTS = $(shell git ls-files '*.sh' .ci/run 'packaging/*.init' 'packaging/debian/p*')
+SCRIPTS = $(shell git ls-files '*.sh' .ci/run 'packaging/*.init.in' 'packaging/debian/p*')
+# Other C libraries do not have these. common/Memory.cpp calls them for all.
+GLIBC_ONLY := mallopt|mallinfo|malloc_(trim|info|stats)|gnu_get_|__GLIBC|backtrace_symbols|execinfo\.h
 # Most tests wait for a broker or a timer, so they run well beyond the number of cores.
 TEST_JOBS ?= 24
 
@@ -19,9 +21,11 @@ help:
 	@echo 'make build     the program, at build/lora-veyra-server'
 	@echo 'make asan      all tests under AddressSanitizer and UndefinedBehaviorSanitizer'
 	@echo 'make tsan      all tests under ThreadSanitizer'
-	@echo 'make armhf     the program for ARMv7 gateways; make armel for ARMv5'
-	@echo 'make test-armhf    tests on the target instruction set, emulated'
-	@echo 'make package   Debian packages; make test-package tries their life in a clean root'
+	@echo 'make cross ARCH=armhf        the programs for a Debian architecture of cmake/targets.list'
+	@echo 'make test-cross ARCH=armhf   the tests on its instruction set, emulated'
+	@echo 'make package   Debian packages and their SHA-256 sums'
+	@echo 'make test-package      builds the packages again and compares; tests them in a clean root'
+	@echo 'make test-integration  runs the commands of docs/integration.md in a clean root'
 	@echo 'make fuzz      fuzzes what comes from outside, FUZZ_SECONDS each'
 	@echo 'make soak      SOAK_MINUTES of steady load and faults, every datagram accounted for'
 	@echo 'make bench     the daemon beside the least that its libraries allow'
@@ -56,6 +60,7 @@ lint:
 	shellcheck $(SCRIPTS)
 	/usr/bin/python3 -m flake8 $(PYTHON)
 	/usr/bin/python3 -m mypy $(PYTHON)
+	! grep -nE '$(GLIBC_ONLY)' $(filter-out %/Memory.cpp bench/% fuzz/% tests/%,$(SOURCES))
 	cmake --preset debug
 	run-clang-tidy -quiet -p build-debug -j $(JOBS)
 	docs/check.sh

@@ -1,18 +1,31 @@
 #!/usr/bin/env bash
-# Installs what a group of make targets needs on Debian and is missing: install-dependencies.sh GROUP...
-# Does nothing, and asks nobody, when all of it is there.
+# install-dependencies.sh GROUP|ARCHITECTURE...: installs what groups of make targets need on Debian and
+# is missing. An architecture of cmake/targets.list stands for its cross compiler. Does nothing when all
+# of it is there.
 set -euo pipefail
+cd "$(dirname "$(realpath "$0")")/.."
+
+# cross_compilers FIELD VALUE: those of the lines of targets.list whose FIELD is VALUE. This machine's own
+# architecture needs none.
+cross_compilers() {
+    awk -v native="$(dpkg --print-architecture)" -v field="$1" -v value="$2" \
+        '/^[^#]/ && $field == value && $1 != native { sub("_", "-", $2); print "g++-" $2 }' \
+        cmake/targets.list
+}
 
 packages_of() {
     case "$1" in
         build) echo g++ cmake make pkg-config libjsoncpp-dev libcurl4-openssl-dev libmosquittopp-dev libssl-dev ;;
         test) echo libgtest-dev python3 python3-paho-mqtt iproute2 mosquitto mosquitto-clients openssl util-linux ;;
-        cross) echo mmdebstrap qemu-user-static g++-arm-linux-gnueabihf g++-arm-linux-gnueabi ;;
-        package) echo dpkg-dev file iproute2 lintian ;;
+        cross) echo mmdebstrap qemu-user-static ;;
+        package) echo diffoscope-minimal dpkg-dev file iproute2 lintian && cross_compilers 6 package ;;
         lint) echo clang-format clang-tidy flake8 mypy shellcheck ;;
         bench) echo nginx valgrind python3-matplotlib ;;
         fuzz) echo clang libclang-rt-dev ;;
-        *) echo "unknown group of dependencies: $1" >&2; return 1 ;;
+        *)
+            grep -q "^$1 " cmake/targets.list || { echo "unknown: $1" >&2 && return 1; }
+            cross_compilers 1 "$1"
+            ;;
     esac
 }
 
@@ -30,7 +43,7 @@ done
 [ ${#missing[@]} -gt 0 ] || exit 0
 
 if ! command -v apt-get >/dev/null; then
-    echo "This is no Debian system; please install the counterparts of: ${missing[*]}" >&2
+    echo "This is not a Debian system. Please install the counterparts of: ${missing[*]}" >&2
     exit 1
 fi
 as_root=()

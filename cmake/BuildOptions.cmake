@@ -2,6 +2,11 @@
 
 set(VEYRA_SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined or thread")
 
+if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  message(STATUS "No build type was given: Release")
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Debug, Release, RelWithDebInfo or MinSizeRel" FORCE)
+endif()
+
 set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -18,21 +23,37 @@ target_compile_options(veyra-options INTERFACE
 # Timestamps stay right after 2038 and logs grow past 2 GiB on 32-bit targets too.
 target_compile_definitions(veyra-options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
+# The same sources give the same bytes, wherever and whenever they are built. An installed program has
+# its search path rewritten in place, so the length of the one before must not depend on the directory.
+target_compile_options(veyra-options INTERFACE -Wdate-time
+  -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+
+# Sanitizers need larger frames and stacks, whether they were asked for here or by the user's own flags.
+set(sanitizers "${VEYRA_SANITIZE}")
+string(TOUPPER "${CMAKE_BUILD_TYPE}" buildType)
+if("${CMAKE_CXX_FLAGS} ${CMAKE_CXX_FLAGS_${buildType}}" MATCHES "-fsanitize=([^ ]+)")
+  set(sanitizers "${CMAKE_MATCH_1}")
+endif()
+
 if(VEYRA_SANITIZE)
   target_compile_options(veyra-options INTERFACE
     -fsanitize=${VEYRA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(veyra-options INTERFACE -fsanitize=${VEYRA_SANITIZE})
+endif()
+if(sanitizers)
   target_compile_definitions(veyra-options INTERFACE VEYRA_SANITIZED _GLIBCXX_ASSERTIONS)
-elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
+else()
+  set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
   target_compile_options(veyra-options INTERFACE
-    -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
-  target_link_options(veyra-options INTERFACE LINKER:-z,relro,-z,now)
+    "$<${optimised}:-fstack-protector-strong;-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+  target_link_options(veyra-options INTERFACE "$<${optimised}:LINKER:-z,relro,-z,now>")
 endif()
 
 # The broker worker has 32708 bytes of stack, most of which the resolver may take. A frame of this
 # tree's own code takes a sixteenth of it at the most. In what is installed: clang-tidy, which reads the
-# debug build's options, does not know this one, and sanitizers need larger frames and stacks.
+# debug build's options, does not know this one.
 add_library(veyra-frames INTERFACE)
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE STREQUAL "Release")
-  target_compile_options(veyra-frames INTERFACE -Wstack-usage=2048)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT sanitizers)
+  target_compile_options(veyra-frames INTERFACE $<$<CONFIG:Release>:-Wstack-usage=2048>)
 endif()

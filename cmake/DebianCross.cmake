@@ -1,15 +1,24 @@
-# Toolchain file for Debian's cross compilers: VEYRA_TRIPLET names one, and the libraries of the
-# target come from the folder "sysroot" in the build folder.
+# Toolchain file for Debian's cross compilers. VEYRA_ARCHITECTURE names a line of targets.list; the
+# libraries of the target come from the directory "sysroot" in the build directory.
 
-set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES VEYRA_TRIPLET VEYRA_SYSROOT)
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES VEYRA_ARCHITECTURE VEYRA_SYSROOT)
 set(VEYRA_SYSROOT ${CMAKE_BINARY_DIR}/sysroot CACHE PATH "Libraries and headers of the target")
 
+file(STRINGS ${CMAKE_CURRENT_LIST_DIR}/targets.list target REGEX "^${VEYRA_ARCHITECTURE} ")
+if(NOT VEYRA_ARCHITECTURE OR NOT target)
+  message(FATAL_ERROR "VEYRA_ARCHITECTURE is \"${VEYRA_ARCHITECTURE}\". Required: an architecture of "
+    "${CMAKE_CURRENT_LIST_DIR}/targets.list")
+endif()
+string(REGEX MATCHALL "[^ ]+" target "${target}")
+list(GET target 1 compilerPrefix)
+list(GET target 2 CMAKE_LIBRARY_ARCHITECTURE)
+list(GET target 3 CMAKE_SYSTEM_PROCESSOR)
+list(GET target 4 emulator)
+
 set(CMAKE_SYSTEM_NAME Linux)
-set(CMAKE_SYSTEM_PROCESSOR arm)
-set(CMAKE_CXX_COMPILER ${VEYRA_TRIPLET}-g++)
-set(CMAKE_LIBRARY_ARCHITECTURE ${VEYRA_TRIPLET})
+set(CMAKE_CXX_COMPILER ${compilerPrefix}-g++)
 set(CMAKE_SYSROOT ${VEYRA_SYSROOT})
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm-static -L ${VEYRA_SYSROOT})
+set(CMAKE_CROSSCOMPILING_EMULATOR ${emulator}-static -L ${VEYRA_SYSROOT})
 
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
@@ -17,6 +26,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 # pkg-config describes this machine's libraries unless it is told to look into the sysroot.
-set(ENV{PKG_CONFIG_LIBDIR}
-  ${VEYRA_SYSROOT}/usr/lib/${VEYRA_TRIPLET}/pkgconfig:${VEYRA_SYSROOT}/usr/share/pkgconfig)
+set(ENV{PKG_CONFIG_LIBDIR} "${VEYRA_SYSROOT}/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/pkgconfig:\
+${VEYRA_SYSROOT}/usr/share/pkgconfig")
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${VEYRA_SYSROOT})

@@ -20,8 +20,8 @@ Gateway::Gateway(const Options& given)
     , service(readServiceState())
     , daemons(findDaemons(service, given.pid))
     , user(packagedUser())
-    , configurationFile(VEYRA_CONFIGURATION_FILE)
-    , logFile(VEYRA_LOG_FILE)
+    , configurationFile(VEYRA_DEFAULT_CONFIGURATION_FILE)
+    , logFile(VEYRA_DEFAULT_LOG_FILE)
     , runDirectory(CommandLine().runDirectory) {
     if (!daemons.trusted.empty()) {
         daemon = &daemons.trusted.front();

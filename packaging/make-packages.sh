@@ -1,10 +1,19 @@
 #!/usr/bin/env bash
-# make-packages.sh JOBS: makes the Debian packages for this machine's architecture and for the
-# gateways' in build-packages, and has lintian look at them.
+# make-packages.sh JOBS: builds the Debian packages for the architectures of cmake/targets.list in
+# build-packages, checks them, and lists their SHA-256 sums in SHA256SUMS.
+#
+# Two builds of the same commit give the same bytes: all times are the commit's, or SOURCE_DATE_EPOCH.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 
 readonly jobs=$1 output=$PWD/build-packages
+native=$(dpkg --print-architecture)
+
+# A source archive has no commit. There the changelog has the time.
+sourceTime() {
+    git log -1 --format=%ct 2>/dev/null ||
+        dpkg-parsechangelog --file packaging/debian/changelog --show-field Timestamp
+}
 
 # makePackage PRESET BUILD
 makePackage() {
@@ -13,38 +22,50 @@ makePackage() {
     (cd "$2" && cpack)
 }
 
+makeCrossPackage() {
+    packaging/make-sysroot.sh "$1" "build-$1/sysroot"
+    # The database of the sysroot knows which package a library of the target is from.
+    ARCH=$1 DPKG_ADMINDIR=$PWD/build-$1/sysroot/var/lib/dpkg makePackage cross "build-$1"
+}
+
 # The packages that a .deb depends on, without their versions.
 dependencies() { dpkg-deb --field "$1" Depends | tr , '\n' | sed 's/(.*)//; s/ //g' | sort; }
 
+SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(sourceTime)}
+export SOURCE_DATE_EPOCH
+umask 022 # CPack gives it to directories
 rm -rf "$output"
 makePackage release build
-for architecture in armhf armel; do
-    packaging/make-sysroot.sh "$architecture" "build-$architecture/sysroot"
-    # Which package a library of the target is from is known to the sysroot's database.
-    DPKG_ADMINDIR=$PWD/build-$architecture/sysroot/var/lib/dpkg \
-        makePackage "$architecture" "build-$architecture"
+mapfile -t architectures < <(awk '$6 == "package" { print $1 }' cmake/targets.list)
+for architecture in "${architectures[@]}"; do
+    [[ $architecture == "$native" ]] || makeCrossPackage "$architecture"
 done
 rm -r "$output/_CPack_Packages"
 
 version=$(dpkg-parsechangelog --file packaging/debian/changelog --show-field Version)
-if ! grep -q "\"lora-veyra-server $version\"" packaging/lora-veyra-server.8 ||
-    [[ ! -e $output/lora-veyra-server_${version}_armhf.deb ]]; then
-    echo "The changelog, the manual page and the program are of different versions" >&2
+if [[ ! -e $output/lora-veyra-server_${version}_$native.deb ]]; then
+    echo "The changelog and the program are of different versions" >&2
     exit 1
 fi
 
-# A library that dpkg-shlibdeps does not find is left out of the dependencies without a word.
-native=$(dependencies "$output"/*_"$(dpkg --print-architecture)".deb)
+# dpkg-shlibdeps leaves out the package of a library that it does not find, without an error.
+expected=$(dependencies "$output"/*_"$native".deb)
 for package in "$output"/*.deb; do
-    if [[ $(dependencies "$package") != "$native" ]]; then
+    if [[ $(dependencies "$package") != "$expected" ]]; then
         echo "$package depends on other packages than the one for this machine" >&2
         exit 1
     fi
 done
 
-# The last few are mere information by default, and no matter of taste here.
+# Missing hardening is only information to lintian by default.
 lintian --fail-on error,warning --allow-root "$output"/*.deb
 lintian --allow-root --fail-on info --tags \
     hardening-no-pie,hardening-no-relro,hardening-no-bindnow,hardening-no-fortify-functions \
     "$output"/*.deb
-(cd "$output" && stat -c '%n: %s bytes' ./*.deb)
+
+cd "$output"
+stat -c '%n: %s bytes' ./*.deb
+{
+    echo "# SOURCE_DATE_EPOCH=$SOURCE_DATE_EPOCH"
+    sha256sum -- *.deb
+} | tee SHA256SUMS

@@ -15,9 +15,9 @@ fi
 if [[ $# -eq 0 ]]; then
     packaging/test-packages.sh "$native"
     status=0
-    packaging/with-arm.sh build-armhf/sysroot packaging/test-packages.sh armhf || status=$?
+    packaging/with-emulator.sh armhf packaging/test-packages.sh armhf || status=$?
     if [[ $status -eq $cannotRun ]]; then
-        echo "test-package: armhf skipped, the kernel runs no ARM programs here"
+        echo "test-package: armhf skipped, the kernel cannot run its programs here"
         exit 0
     fi
     exit "$status"

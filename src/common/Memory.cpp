@@ -1,5 +1,10 @@
 #include "common/Memory.h"
 
+// The only place that depends on the C library. musl's allocator gives blocks of 128 KiB and more
+// back to the system as soon as they are freed, and has no threshold that moves, so nothing is left to
+// do there. With another allocator, what a large answer took may stay with the process.
+#ifdef __GLIBC__
+
 #include <malloc.h>
 
 void fixAllocatorThreshold() {
@@ -9,3 +14,11 @@ void fixAllocatorThreshold() {
 void releaseFreeMemory() {
     malloc_trim(0);
 }
+
+#else
+
+void fixAllocatorThreshold() {}
+
+void releaseFreeMemory() {}
+
+#endif

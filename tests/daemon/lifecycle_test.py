@@ -13,7 +13,9 @@ from testbed.processes import Process, eventually, text_of
 from tests.daemon.daemon_test_case import DaemonTest
 
 AT_ONCE_S = 3.0 if SANITIZED else 0.5  # sanitizers' own work at exit takes a second
-FAULTS = {"LD_PRELOAD": str(BUILD / "tests/libfaults.so"),
+# The loader takes a blank in LD_PRELOAD for the end of a name, but not in LD_LIBRARY_PATH.
+FAULTS = {"LD_PRELOAD": "libfaults.so",
+          "LD_LIBRARY_PATH": str(BUILD / "tests"),
           "ASAN_OPTIONS": "verify_asan_link_order=0"}
 
 
