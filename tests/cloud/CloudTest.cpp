@@ -67,8 +67,8 @@ TEST(CloudRequest, IsNotMadeWithoutAHandleOrAHeader) {
         headersUntilFailure = header;
         EXPECT_FALSE(sendCloudRequest(handle, "https://localhost/", body, response, true, "PUT"));
         EXPECT_EQ(requestsMade, header <= 6 ? 0 : 1) << header;
-        EXPECT_EQ(pthread_mutex_trylock(&curlMutex) == 0, header == 7) << "it stays locked";
-        pthread_mutex_unlock(&curlMutex);
+        EXPECT_EQ(curlMutex.try_lock(), header == 7) << "it stays locked";
+        curlMutex.unlock();
     }
     curl_easy_cleanup(handle);
 }
