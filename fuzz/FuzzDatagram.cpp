@@ -37,7 +37,7 @@ void emptyQueue() {
     const std::lock_guard<ZEP::Lock> guard(mqttLock);
     for (const auto& message : mqttQueue) {
         Json::Value reply;
-        const char* const text = message->payload.get();
+        const char* const text = message->payload.data();
         if (!Json::Reader().parse(text, text + message->length, reply, false) ||
             !reply.isMember("path") || !reply.isMember("result")) {
             std::abort();
