@@ -97,7 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     // After an exception, such as the JSON library's about too many values inside each other, it
     // stays locked on purpose; the next input needs it.
-    static_cast<void>(curlMutex.try_lock());
-    curlMutex.unlock();
+    pthread_mutex_trylock(curlMutex.native_handle());
+    pthread_mutex_unlock(curlMutex.native_handle());
     return 0;
 }
