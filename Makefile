@@ -58,7 +58,7 @@ lint:
 	/usr/bin/python3 -m mypy $(PYTHON)
 	cmake --preset debug
 	run-clang-tidy -quiet -p build-debug -j $(JOBS)
-	docs/check.sh
+	docs/check.py
 
 format:
 	@$(DEPENDENCIES) lint
