@@ -9,7 +9,8 @@
 bool readConfiguration(const CommandLine& commandLine);
 
 // Sets up the logger from the section "log", then logs that the program has started. Inserts null
-// for log.syslog and log.console when they are missing, so that the logged configuration shows them.
+// for log.syslog and log.console when they are missing, so that the logged configuration shows
+// them.
 void setUpLogger(const CommandLine& commandLine);
 
 // Stores the default value of udp.veyraPort when the file has none.

@@ -20,12 +20,13 @@ Json::Value readDeviceInformation(const std::string& runDirectory);
 
 GatewayIdentity readIdentity(const Json::Value& device, const Json::Value& network);
 
-// The key as 32 hexadecimal digits, padded with leading zeros. Only the text right of the last white
-// space counts, and only the last 32 digits of that text. Returns nothing when that text has a
-// character that is neither a lower-case hexadecimal digit nor a separator ("-" or ":").
+// The key as 32 hexadecimal digits, padded with leading zeros. Only the text right of the last
+// white space counts, and only the last 32 digits of that text. Returns nothing when that text has
+// a character that is neither a lower-case hexadecimal digit nor a separator ("-" or ":").
 std::optional<std::string> parseGatewayKey(const std::string& key);
 
-// The secret: "gatewayKey" of `network`, or else "uuid" of `device`, in the form of a UUID, followed
-// directly by "deviceId". The first part is left out when the gateway key is not hexadecimal. Throws
-// std::out_of_range when there is no key and the "uuid" is shorter than 20 characters.
+// The secret: "gatewayKey" of `network`, or else "uuid" of `device`, in the form of a UUID,
+// followed directly by "deviceId". The first part is left out when the gateway key is not
+// hexadecimal. Throws std::out_of_range when there is no key and the "uuid" is shorter than 20
+// characters.
 std::string buildGatewaySecret(const Json::Value& device, const Json::Value& network);

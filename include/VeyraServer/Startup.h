@@ -1,5 +1,5 @@
-// The steps of startup and shutdown that main calls. Main thread only. An Exception ends the program
-// with a report; any other exception ends it abnormally.
+// The steps of startup and shutdown that main calls. Main thread only. An Exception ends the
+// program with a report; any other exception ends it abnormally.
 #pragma once
 
 #include "VeyraServer/CommandLine.h"

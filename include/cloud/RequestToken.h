@@ -1,5 +1,5 @@
-// The token that proves that a request to the cloud comes from this gateway. A pure function, usable
-// from any thread.
+// The token that proves that a request to the cloud comes from this gateway. A pure function,
+// usable from any thread.
 #pragma once
 
 #include <string>

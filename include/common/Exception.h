@@ -1,5 +1,5 @@
-// The error class of the program. Thrown by value and caught by reference at the boundaries of loops,
-// threads and callbacks, which log it and continue. At startup it ends the program.
+// The error class of the program. Thrown by value and caught by reference at the boundaries of
+// loops, threads and callbacks, which log it and continue. At startup it ends the program.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
-// State that several parts of the program read. State that other threads use is never destroyed: the
-// broker worker and the broker library's thread still run while main returns.
+// State that several parts of the program read. State that other threads use is never destroyed:
+// the broker worker and the broker library's thread still run while main returns.
 #pragma once
 
 #include "common/Json.h"

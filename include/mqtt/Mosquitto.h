@@ -1,9 +1,10 @@
 // The connection to the gateway's MQTT broker.
 //
-// The constructor connects and starts the broker library's network thread, which runs the callbacks.
-// The broker worker owns the only instance, publishes through it, and replaces it when the link is
-// dead. The destructor cancels the network thread at any point, even while a callback writes a log
-// record. Therefore callbacks hold locks only through guards and catch no exception but Exception.
+// The constructor connects and starts the broker library's network thread, which runs the
+// callbacks. The broker worker owns the only instance, publishes through it, and replaces it when
+// the link is dead. The destructor cancels the network thread at any point, even while a callback
+// writes a log record. Therefore callbacks hold locks only through guards and catch no exception
+// but Exception.
 #pragma once
 
 #include <atomic>

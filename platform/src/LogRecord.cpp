@@ -15,8 +15,8 @@ struct CivilDate {
     unsigned day;
 };
 
-// Converts days since 1970-01-01 to a date of the Gregorian calendar. The C library's functions lock
-// the time zone, and an interrupted thread may hold that lock.
+// Converts days since 1970-01-01 to a date of the Gregorian calendar. The C library's functions
+// lock the time zone, and an interrupted thread may hold that lock.
 CivilDate civilDate(long long days) {
     const long long sinceMarch0000 = days + 719468;
     const long long era = sinceMarch0000 / 146097;

@@ -22,8 +22,8 @@ constexpr int none = -1;
 std::atomic<int> consoleDescriptor{none};
 std::atomic<int> fileDescriptor{STDERR_FILENO};
 std::atomic<bool> toSyslog{false};
-// ARMv5 has no atomic instructions and uses functions of the kernel, which are lock-free. Types that
-// need a lock would fail to link, because libatomic is not linked.
+// ARMv5 has no atomic instructions and uses functions of the kernel, which are lock-free. Types
+// that need a lock would fail to link, because libatomic is not linked.
 static_assert(ATOMIC_INT_LOCK_FREE != 0 && ATOMIC_BOOL_LOCK_FREE != 0);
 
 bool writesConsole(PrintMode mode) {

@@ -53,8 +53,8 @@ void sendToSyslog(int level, const char* message, std::size_t length) {
     datagram.msg_namelen = sizeof address;
     datagram.msg_iov = parts;
     datagram.msg_iovlen = 2;
-    // The socket is not connected: each record goes to the syslog daemon that is running now. Without
-    // one the record is lost.
+    // The socket is not connected: each record goes to the syslog daemon that is running now.
+    // Without one the record is lost.
     if (sendmsg(syslogDescriptor, &datagram, MSG_NOSIGNAL) < 0) {
         return;
     }

@@ -10,8 +10,8 @@ namespace ZEP::Logger {
 // Opens the socket; later calls do nothing. Returns false when no socket is available.
 bool openSyslog();
 
-// Sends one message with facility daemon. The identity is the name of the running program, as in the C
-// library. `level` is a PrintLevel.
+// Sends one message with facility daemon. The identity is the name of the running program, as in
+// the C library. `level` is a PrintLevel.
 void sendToSyslog(int level, const char* message, std::size_t length);
 
 } // namespace ZEP::Logger

@@ -1,5 +1,5 @@
-// lora-veyra-server relays the network server's datagrams to the Veyra cloud, and the responses of the
-// cloud to the gateway's MQTT broker.
+// lora-veyra-server relays the network server's datagrams to the Veyra cloud, and the responses of
+// the cloud to the gateway's MQTT broker.
 #include "VeyraServer/Configuration.h"
 #include "VeyraServer/ServiceNotification.h"
 #include "VeyraServer/Startup.h"

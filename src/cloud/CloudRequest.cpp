@@ -25,8 +25,8 @@ curl_slist* append(curl_slist* headers, const char* header) {
     return longer;
 }
 
-// A request must not be sent without one of its options. The other errors are ignored: a libcurl that
-// was built without a feature refuses the options that control this feature.
+// A request must not be sent without one of its options. The other errors are ignored: a libcurl
+// that was built without a feature refuses the options that control this feature.
 void requireMemory(CURLcode result) {
     if (result == CURLE_OUT_OF_MEMORY) {
         throw std::bad_alloc();
@@ -40,8 +40,8 @@ void requireSuccess(CURLcode result) {
     }
 }
 
-// libcurl omits a header if only white space follows the colon. A semicolon instead of the colon makes
-// it send the header with an empty value.
+// libcurl omits a header if only white space follows the colon. A semicolon instead of the colon
+// makes it send the header with an empty value.
 curl_slist* appendHeader(curl_slist* headers, std::string name, const std::string& value) {
     const bool empty = value.find_first_not_of(" \t\n\v\f\r") == std::string::npos;
     name.reserve(name.size() + 2 + value.size());
@@ -203,8 +203,8 @@ bool sendCloudRequest(CURL* handle, const std::string& url, Json::Value& body,
         curl_easy_reset(handle);
         return accepted;
     } catch (...) {
-        // Kept on purpose: the mutex stays locked, the header list is not freed and the handle keeps
-        // its options. The next request blocks for ever.
+        // Kept on purpose: the mutex stays locked, the header list is not freed and the handle
+        // keeps its options. The next request blocks for ever.
         lock.release();
         VEYRA_LOG(ERROR, "Exception caught during CURL call to [%s]", url.c_str());
         return false;

@@ -54,8 +54,8 @@ void destroyClient() {
     }
 }
 
-// Takes about 9 s; queued messages wait. Does not reset lastKeepalive: the new client is healthy only
-// if the echo of its own keepalive arrives before the next check.
+// Takes about 9 s; queued messages wait. Does not reset lastKeepalive: the new client is healthy
+// only if the echo of its own keepalive arrives before the next check.
 void rebuildClient(std::uint64_t passMs) {
     destroyClient();
     sleepMillis(1000);

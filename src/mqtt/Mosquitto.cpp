@@ -44,8 +44,8 @@ Mosquitto::Mosquitto(const char* idText, const char* hostText, int portNumber)
     connect(host, port, keepalive);
     networkThreadStarted = loop_start() == MOSQ_ERR_SUCCESS;
     if (!networkThreadStarted) {
-        // Without this call the library takes the calling thread for the network thread, and cancels
-        // it when the client is destroyed.
+        // Without this call the library takes the calling thread for the network thread, and
+        // cancels it when the client is destroyed.
         threaded_set(false);
     }
 }
@@ -53,8 +53,8 @@ Mosquitto::Mosquitto(const char* idText, const char* hostText, int portNumber)
 Mosquitto::~Mosquitto() {
     disconnect();
     mosqpp::lib_cleanup();
-    // The base destructor cancels and joins the network thread too, but a callback could then run on
-    // an object of which only the base is left.
+    // The base destructor cancels and joins the network thread too, but a callback could then run
+    // on an object of which only the base is left.
     if (networkThreadStarted) {
         loop_stop(true);
     }
@@ -75,8 +75,8 @@ void Mosquitto::on_connect(int rc) {
     sendWithoutDelay();
     connected = true;
     subscribeToRole();
-    // Without effect while the network thread runs, which is the thread that runs this callback: the
-    // library refuses to start a second one. Kept on purpose.
+    // Without effect while the network thread runs, which is the thread that runs this callback:
+    // the library refuses to start a second one. Kept on purpose.
     loop_start();
 }
 

@@ -36,9 +36,9 @@ enum PrintMode {
     CONSOLE_AND_SYSLOG_MODE = 5,
 };
 
-// Chooses the destinations of records. The modes with a file append to `file`, which is created with
-// mode 0640 and may be truncated in place while it is open. If it cannot be opened, one message on
-// standard error says so, and the records go to standard error instead.
+// Chooses the destinations of records. The modes with a file append to `file`, which is created
+// with mode 0640 and may be truncated in place while it is open. If it cannot be opened, one
+// message on standard error says so, and the records go to standard error instead.
 void setup(PrintMode mode, const char* file = nullptr);
 
 // Records with a level above `level` are not printed. The default is 30; 0 prints nothing. If
@@ -48,8 +48,8 @@ void setPrintLevel(unsigned level, bool logChange);
 // The level of setPrintLevel; lock-free, because signal handlers read it. Call isPrintable instead.
 extern std::atomic<int> printThreshold;
 
-// True when records of `level` are printed. Inline, so that the test of a record that is not printed
-// costs one comparison.
+// True when records of `level` are printed. Inline, so that the test of a record that is not
+// printed costs one comparison.
 inline bool isPrintable(int level) {
     return level <= printThreshold.load(std::memory_order_relaxed);
 }

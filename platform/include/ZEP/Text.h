@@ -1,5 +1,5 @@
-// Text helpers. Pure functions, usable from any thread. They ignore the locale and keep bytes that are
-// not ASCII.
+// Text helpers. Pure functions, usable from any thread. They ignore the locale and keep bytes that
+// are not ASCII.
 #pragma once
 
 #include <string>
