@@ -1,6 +1,6 @@
 """The mock cloud: an HTTPS server that checks every request like the Veyra cloud.
 
-`python3 -m testbed.cloud CERTIFICATE KEY SECRET PORT` runs it alone and prints each request as JSON.
+`python3 -m testbed.cloud CERTIFICATE KEY SECRET PORT` runs it and prints each request as JSON.
 """
 
 import hashlib

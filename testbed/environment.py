@@ -237,11 +237,12 @@ class TestEnvironment:
         return self.daemon
 
     def start_ready_daemon(self, environment: dict[str, str] | None = None) -> Process:
-        """Starts the daemon like a service manager, and waits until it is ready."""
+        """Starts the daemon like a service manager and waits until it is ready."""
         self.service_manager.clear()
         notify = {"NOTIFY_SOCKET": self.service_manager.name}
         daemon = self.start_daemon(environment={**notify, **(environment or {})})
-        expect(eventually(lambda: "READY=1" in self.service_manager.heard()), "the daemon is not ready")
+        ready = eventually(lambda: "READY=1" in self.service_manager.heard())
+        expect(ready, "the daemon is not ready")
         return daemon
 
     def kill_daemon(self) -> None:
