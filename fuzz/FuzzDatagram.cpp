@@ -25,7 +25,7 @@ bool sendCloudRequest(CURL* /*handle*/, const std::string& url, Json::Value& bod
 }
 
 // Sometimes true, so that the writer is replaced.
-bool takeLargeAnswer() {
+bool takeLargeResponse() {
     static unsigned calls = 0;
     return ++calls % 16 == 0;
 }

@@ -43,7 +43,7 @@ bool sendCloudRequest(CURL* handle, const std::string& url, Json::Value& body,
                       Json::Value& response, bool collectResponse, const std::string& method);
 
 // Whether a response of at least `largeBytes` has arrived since the last call, successful or not.
-bool takeLargeAnswer();
+bool takeLargeResponse();
 
 // libcurl write callback: appends the received bytes to `buffer`. Returns the number of bytes that
 // it stored, or 0 without memory, which makes libcurl abort the transfer.

@@ -114,7 +114,7 @@ void DatagramRelay::handleDatagram(const char* text) {
     } catch (...) {
         VEYRA_LOG(ERROR, "EXCEPTION: Failed to parse JSON [%s]", text);
     }
-    if (takeLargeAnswer()) {
+    if (takeLargeResponse()) {
         writer.emplace(); // the old writer still has a buffer of the size of the reply
         releaseFreeMemory();
     }

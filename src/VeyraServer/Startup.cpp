@@ -33,7 +33,8 @@ void installStopHandler() {
 
 void keepLibrariesUntilExit() {
     OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
-    // The library counts its users. Each client is one while it exists; this call is one for ever.
+    // The library counts its users. Each client is one while it exists; this call adds a permanent
+    // one.
     mosqpp::lib_init();
 }
 

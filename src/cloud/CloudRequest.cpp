@@ -13,7 +13,7 @@ std::string gatewaySerial;
 
 namespace {
 
-bool largeAnswer = false; // main thread only
+bool largeResponse = false; // main thread only
 
 // Throws std::bad_alloc when there is no memory: a request must not be sent without one of its
 // headers.
@@ -146,7 +146,7 @@ bool handleStatus(CURL* handle, const std::string& method, const std::string& re
 bool performTransfer(CURL* handle, const std::string& method, const std::string& received,
                      Json::Value& response) {
     const CURLcode result = curl_easy_perform(handle);
-    largeAnswer = largeAnswer || received.size() >= largeBytes;
+    largeResponse = largeResponse || received.size() >= largeBytes;
     if (result != CURLE_OK) {
         VEYRA_LOG(ERROR, "CURL call to Server failed - %s", curl_easy_strerror(result));
         return false;
@@ -171,8 +171,8 @@ void setTrust(CURL* handle, const std::string& url) {
     }
 }
 
-bool takeLargeAnswer() {
-    return std::exchange(largeAnswer, false);
+bool takeLargeResponse() {
+    return std::exchange(largeResponse, false);
 }
 
 std::size_t appendToString(char* data, std::size_t size, std::size_t nmemb, std::string* buffer) {
