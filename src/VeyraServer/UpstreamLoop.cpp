@@ -38,10 +38,9 @@ void closeEndpoint() {
     }
 }
 
-// `buffer` has room for one byte more than the largest datagram.
+// `buffer` is all zeros before and after, and larger than any datagram: the zero after the received
+// bytes terminates the text.
 void receiveTurn(DatagramRelay& relay, std::vector<char>& buffer) {
-    // The zero after the received bytes terminates the text.
-    std::fill(buffer.begin(), buffer.end(), '\0');
     const ssize_t count =
         receiveDatagram(upstreamSocket, lastSender, buffer.data(), maxDatagramBytes);
     if (count > maxDatagramBytes) {
@@ -54,6 +53,7 @@ void receiveTurn(DatagramRelay& relay, std::vector<char>& buffer) {
     VEYRA_LOG(TRACE, "Parse upstream message %d bytes", static_cast<int>(count));
     VEYRA_LOG(TRACE, "Parse upstream message [%s]", text);
     relay.handleDatagram(text);
+    std::fill_n(buffer.begin(), count, '\0');
 }
 
 // Returns when the stop flag is set and leaves the socket open.
