@@ -150,7 +150,7 @@ class Port(DaemonTest):
             self.testbed.send(check_in())
             self.assert_replies(1)
 
-    def test_is_bound_later_when_startup_did_not_test_it(self) -> None:
+    def test_is_bound_later_without_a_check_at_startup(self) -> None:
         self.testbed.configuration["udp"]["veyraPort"] = "text"  # takes effect as 1790
         service_manager = {"NOTIFY_SOCKET": self.testbed.service_manager.name}
         with udp_socket("127.0.0.1"):
