@@ -63,7 +63,7 @@ lint:
 	! grep -nE '$(GLIBC_ONLY)' $(filter-out %/Memory.cpp bench/% fuzz/% tests/%,$(SOURCES))
 	cmake --preset debug
 	run-clang-tidy -quiet -p build-debug -j $(JOBS)
-	docs/check.sh
+	docs/check.py
 
 format:
 	@$(DEPENDENCIES) lint

@@ -1,8 +1,8 @@
-// baseline-json: the least that the bridge's work costs with its libraries. Each datagram is parsed,
-// signed, POSTed on one handle whose options are set once, and the answer is parsed, written and
-// published by a second thread from a queue that it looks into every 10 ms. No test of what comes,
-// no log, no supervision, no end but a signal's. Shares no code with the daemon, so that it cannot
-// share the daemon's cost.
+// baseline-json: the lowest cost of the bridge's work with the same libraries. It parses and signs
+// each datagram, POSTs it on one handle whose options are set once, and parses and writes the
+// response. A second thread polls a queue every 10 ms and publishes the replies. It does not
+// validate, log or supervise anything, and runs until a signal ends it. It shares no code with the
+// daemon, so that they have no common overhead.
 //
 //   baseline-json UPSTREAM_PORT BROKER_HOST BROKER_PORT BASE_URL
 #include <curl/curl.h>
@@ -62,13 +62,13 @@ std::size_t append(char* data, std::size_t size, std::size_t count, std::string*
     return size * count;
 }
 
-// The binding of the broker library that the daemon is bound to: it composes a text for every
-// packet, which is no cost of the daemon's.
+// The same binding of the broker library as in the daemon: it formats a text for every packet,
+// which is not a cost of the daemon's own code.
 class Broker : public mosqpp::mosquittopp {
   public:
     Broker(const char* host, int port) {
         require(connect(host, port, 5) == MOSQ_ERR_SUCCESS && loop_start() == MOSQ_ERR_SUCCESS,
-                "no broker");
+                "the broker does not accept the connection");
         std::thread([this] { publishForEver(); }).detach();
     }
 
@@ -108,7 +108,7 @@ class Relay {
     Relay(std::string baseUrl, Broker& replies)
         : base(std::move(baseUrl))
         , broker(replies) {
-        // The list is put together here: libcurl would copy every header.
+        // Built without libcurl, which would copy every header.
         for (std::size_t i = 0; i < std::size(headers); ++i) {
             list[i] = {headers[i].data(), i + 1 < std::size(headers) ? &list[i + 1] : nullptr};
         }
@@ -125,11 +125,11 @@ class Relay {
 
     void handle(const char* text, std::size_t length) {
         Json::Value datagram;
-        require(reader.parse(text, text + length, datagram, true), "a datagram is no JSON");
+        require(reader.parse(text, text + length, datagram, true), "a datagram is not JSON");
         const std::string path = datagram["path"].asString();
         const std::string timestamp = timestampNow();
         const std::string token = tokenFor(timestamp, path);
-        // In their places: both always have the same length.
+        // Replaced in place: the lengths never change.
         headers[0].replace(headers[0].size() - token.size(), token.size(), token);
         headers[1].replace(headers[1].size() - timestamp.size(), timestamp.size(), timestamp);
         Json::Value& request = datagram["request"];
@@ -184,7 +184,7 @@ int main(int argc, char** argv) {
     address.sin_port = htons(static_cast<std::uint16_t>(std::stoi(argv[1])));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     require(bind(upstream, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0,
-            "no upstream port");
+            "the upstream port is in use");
     static char datagram[16385];
     for (;;) {
         const ssize_t count = recv(upstream, datagram, sizeof datagram - 1, 0);

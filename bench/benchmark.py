@@ -1,9 +1,12 @@
-"""The daemon beside a baseline, turn by turn: `python3 -m bench.benchmark SLICES`."""
+"""Compares the daemon with a baseline program: `python3 -m bench.benchmark SLICES`.
 
-# Run it with testbed/run.sh. Both programs get the same datagrams, broker and cloud, the latter
-# nginx with one static answer. The measured program and the cloud share one core, as on a small
-# gateway, and everything else has the others: left to the scheduler, the core that the cloud wakes
-# on decides more than the programs do. The tables are Markdown.
+Must run below testbed/run.sh. Both programs get the same datagrams, the same broker and the same
+cloud, which is nginx with one static response. They are measured in turns, so that other load on
+the machine affects both. The tables are Markdown.
+"""
+
+# The measured program and the cloud share one core, as on a small gateway. Everything else uses the
+# other cores. If the scheduler chose the cores, its choices would matter more than the programs.
 
 import math
 import os
@@ -21,16 +24,15 @@ from testbed.environment import BROKER_HOST, BROKER_PORT, BUILD, UPSTREAM_PORT
 from testbed.environment import TestEnvironment, find_program
 from testbed.processes import Process, eventually, expect, is_bound, udp_queue
 
-SIZES = {200: 2000, 2048: 1000, 16384: 250}  # bytes of a datagram: datagrams of a burst
-# Short ones in turn: what else the machine does falls on both alike.
-BURSTS = 12
-SINGLES = 300
-SETTLING = 10000
+DATAGRAMS_PER_BURST = {200: 2000, 2048: 1000, 16384: 250}  # by the size of a datagram in bytes
+BURSTS = 12  # in each slice
+SINGLES = 300  # datagrams in each slice whose latency is measured
+SETTLING = 10000  # datagrams before the memory is measured again
 CLOUD_PORT = 8444
 BASE_URL = f"https://localhost:{CLOUD_PORT}/api/"
-# The broker never waits for the listener's acknowledgement.
+# TCP_NODELAY: the broker does not wait for acknowledgements of the subscriber.
 BROKER = "allow_anonymous true\nset_tcp_nodelay true\nlog_type none\nlog_type subscribe"
-# A datagram as a network server sends it: packet records of a gateway.
+# A typical datagram of a network server: packet records of a gateway.
 DATAGRAM = (
     '{"method":"POST","path":"m1/gateways/SN0000001/packets","request":{"brantle_serial":'
     '"SN0000001","data":{"type":"packets","id":1,"attributes":{"p":[%s"%s"]}}}}'
@@ -42,7 +44,7 @@ RECORD = (
 CORES = sorted(os.sched_getaffinity(0))
 MEASURED, OTHERS = CORES[-1:], CORES[:-1] or CORES
 
-Series = defaultdict[str, list[float]]  # of the daemon and the baseline
+Series = defaultdict[str, list[float]]  # measurements by the name of the program
 
 
 def packets(size: int) -> bytes:
@@ -50,18 +52,18 @@ def packets(size: int) -> bytes:
     return (DATAGRAM % (RECORD * records, "x" * rest)).encode()
 
 
-def share(values: Sequence[float], part: float) -> float:
+def percentile(values: Sequence[float], part: float) -> float:
     return sorted(values)[max(math.ceil(part * len(values)), 1) - 1]
 
 
 def spread(values: Sequence[float], digits: int) -> str:
     """The median, and the 10th and 90th percentile."""
-    low, middle, high = (f"{share(values, part):.{digits}f}" for part in (0.1, 0.5, 0.9))
+    low, middle, high = (f"{percentile(values, part):.{digits}f}" for part in (0.1, 0.5, 0.9))
     return f"{middle} ({low} to {high})"
 
 
 def ratios(series: Series) -> str:
-    """What was measured in the same turn is compared with each other."""
+    """Daemon to baseline. Only measurements of the same turn are compared."""
     both = zip(series["daemon"], series["baseline-json"], strict=True)
     return spread([daemon / baseline for daemon, baseline in both], 3)
 
@@ -77,7 +79,7 @@ def head(*cells: str) -> None:
 
 
 class Answers:
-    """When replies come to a subscriber, in nanoseconds of the clock of the day."""
+    """A subscriber that prints the arrival times of replies, in nanoseconds of the wall clock."""
 
     def __init__(self, testbed: TestEnvironment) -> None:
         command = f"{find_program('mosquitto_sub')} -h {BROKER_HOST} -p {BROKER_PORT}".split()
@@ -102,7 +104,7 @@ class Answers:
 
 
 class Subject:
-    """One of the measured programs, with a port of its own. Not running at first."""
+    """One of the measured programs. Each has its own port."""
 
     def __init__(self, testbed: TestEnvironment, name: str) -> None:
         self.testbed, self.name = testbed, name
@@ -123,7 +125,7 @@ class Subject:
 
     def stop(self) -> None:
         if self.process:
-            # The baseline is ended by the signal, the daemon by itself.
+            # The baseline has no handler for the signal.
             expected = 0 if self.name == "daemon" else -signal.SIGTERM
             expect(self.process.end() == expected, f"{self.name}: {self.process.errors()}")
         self.process = None
@@ -132,7 +134,8 @@ class Subject:
         return self.process.resident_kib() if self.process else 0
 
     def cpu_us(self) -> float:
-        """The kernel's clock of the process, all threads, user and system."""
+        """CPU time of all threads, in user and kernel mode."""
+        # The id of the CPU clock of a process, as clock_getcpuclockid(3) computes it.
         clock = ~int(self.process.proc.name) << 3 | 2 if self.process else 0
         return time.clock_gettime_ns(clock) / 1e3
 
@@ -140,7 +143,7 @@ class Subject:
         self.socket.sendto(datagram, ("127.0.0.1", self.port))
 
     def send_many(self, datagram: bytes, count: int) -> None:
-        """Keeps the socket's queue filled, but never full."""
+        """Keeps the queue of the socket filled, but not full."""
         batch = 1 + 16384 // (len(datagram) + 512)
         for sent in range(0, count, batch):
             while udp_queue(self.port)[0] > 65536:
@@ -158,7 +161,7 @@ class Benchmark:
         testbed.start_broker(BROKER)
         testbed.configuration["log"]["level"] = 30
         testbed.configuration["network"]["veyraServer"] = BASE_URL
-        # Paths in it are below its own folder.
+        # Its relative paths refer to the directory of the test environment.
         file = shutil.copy(Path(__file__).with_name("nginx.conf"), testbed.folder)
         os.sched_setaffinity(0, MEASURED)
         nginx = [find_program("nginx"), "-e", "stderr", "-p", testbed.folder, "-c", file]
@@ -168,7 +171,7 @@ class Benchmark:
         self.answers = Answers(testbed)
 
     def first_ms(self, subject: Subject) -> float:
-        """From the start of the program to its first reply. Leaves it running and idle."""
+        """The time from the start of the program to its first reply. Leaves it running and idle."""
         subject.stop()
         start = time.time_ns()
         subject.start()
@@ -177,7 +180,7 @@ class Benchmark:
             time.sleep(0.001)
             expect(time.time_ns() < start + 20e9, f"{subject.name} does not answer")
         came = self.answers.take(1)[0]
-        # Whatever it accepted is answered.
+        # Discards the replies to the other datagrams.
         time.sleep(0.3)
         while count := self.answers.count():
             self.answers.take(count)
@@ -185,14 +188,14 @@ class Benchmark:
         return (came - start) / 1e6
 
     def burst(self, subject: Subject, size: int, count: int) -> tuple[float, float]:
-        """Replies per second, and microseconds of processor time for each."""
+        """Replies per second, and CPU time per reply in microseconds."""
         datagram, cpu, start = packets(size), subject.cpu_us(), time.time_ns()
         subject.send_many(datagram, count)
         seconds = (self.answers.take(count)[-1] - start) / 1e9
         return count / seconds, (subject.cpu_us() - cpu) / count
 
     def single_ms(self, subject: Subject, size: int) -> float:
-        # After a random pause, or datagrams would fall into step with the 10 ms of the queue.
+        # Without the random pause, datagrams would be in phase with the 10 ms poll of the queue.
         time.sleep(random.uniform(0, 0.01))
         datagram, start = packets(size), time.time_ns()
         subject.send(datagram)
@@ -210,25 +213,25 @@ class Benchmark:
         rate, cpu, single = Series(list), Series(list), Series(list)
         for _ in range(self.slices):
             for subject in self.subjects:
-                # How a process comes to lie in memory makes it some percent faster or slower.
+                # A new process: its layout in memory changes its speed by some percent.
                 self.first_ms(subject)
             for _ in range(BURSTS):
                 for subject in self.subjects:
-                    measured = self.burst(subject, size, SIZES[size])
+                    measured = self.burst(subject, size, DATAGRAMS_PER_BURST[size])
                     rate[subject.name].append(measured[0])
                     cpu[subject.name].append(measured[1])
             for subject in self.subjects:
                 single[subject.name] += [self.single_ms(subject, size) for _ in range(SINGLES)]
-        head(f"{size} bytes", "replies/s", "processor, us", "median, ms", "95%, ms", "99.9%, ms")
+        head(f"{size} bytes", "replies/s", "CPU time, us", "median, ms", "95%, ms", "99.9%, ms")
         for name, times in single.items():
-            shares = [f"{share(times, part):.2f}" for part in (0.5, 0.95, 0.999)]
-            row(name, spread(rate[name], 0), spread(cpu[name], 1), *shares)
+            latency = [f"{percentile(times, part):.2f}" for part in (0.5, 0.95, 0.999)]
+            row(name, spread(rate[name], 0), spread(cpu[name], 1), *latency)
         row("daemon / baseline-json", ratios(rate), ratios(cpu), "", "", "")
 
     def instructions(self) -> None:
-        """Of two runs of different length: what start and stop cost is not in their difference."""
+        """The difference of two runs of different length, which excludes start and stop."""
         head("instructions per datagram", "daemon", "baseline-json", "ratio")
-        for size in SIZES:
+        for size in DATAGRAMS_PER_BURST:
             daemon, baseline = (self.counted(subject, size) for subject in self.subjects)
             row(f"{size} bytes", f"{daemon:.0f}", f"{baseline:.0f}", f"{daemon / baseline:.3f}")
 
@@ -240,14 +243,14 @@ class Benchmark:
             subject.start([*command, f"--callgrind-out-file={file}"])
             bound = eventually(lambda: is_bound("udp", subject.port))
             expect(bound, f"{subject.name} does not start")
-            time.sleep(3)  # its port is open for good
+            time.sleep(3)  # the daemon binds the port twice
             self.burst(subject, size, count)
             subject.stop()
             totals.append(int(file.read_text().split("totals: ")[1].split()[0]))
         return (totals[1] - totals[0]) / 200
 
     def drain(self) -> None:
-        """Replies that waited for the broker, from the first to the last of them."""
+        """The time from the first to the last of the replies that waited for the broker."""
         head("queued replies", "drained in, ms", "replies/s")
         daemon = self.subjects[0]
         for count in (1000, 10000, 100000):
@@ -255,8 +258,9 @@ class Benchmark:
             assert daemon.process
             self.testbed.kill_broker()
             daemon.send_many(packets(200), count)
-            expect(eventually(lambda: not udp_queue(daemon.port)[0], 60), "the queue is not taken")
-            # It must not be back before the subscriber is.
+            emptied = eventually(lambda: not udp_queue(daemon.port)[0], 60)
+            expect(emptied, "the daemon does not empty its queue")
+            # Replies before the subscriber is back would not be seen.
             daemon.process.end(signal.SIGSTOP, 0)
             self.testbed.start_broker(BROKER)
             self.answers.process.kill()
@@ -268,7 +272,7 @@ class Benchmark:
 
     def run(self) -> None:
         self.start_and_memory()
-        for size in SIZES:
+        for size in DATAGRAMS_PER_BURST:
             self.size(size)
         for subject in self.subjects:
             subject.stop()

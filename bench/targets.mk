@@ -1,8 +1,8 @@
-# Measurements. Each builds what it runs.
+# Measurements. Each target builds the programs that it runs.
 
-# Passes of "make bench" over everything; more of them, less spread.
+# Repetitions of all measurements of "make bench". More repetitions reduce the spread.
 BENCH_SLICES ?= 5
-# Of each fuzzer.
+# For each fuzzer.
 FUZZ_SECONDS ?= 60
 SOAK_MINUTES ?= 10
 SOAK_SEED ?= 20261121

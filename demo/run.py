@@ -1,7 +1,8 @@
-"""The whole road of a datagram on one machine, every hop on the screen: `python3 -m demo.run`."""
+"""Follows datagrams through the daemon on one machine: `python3 -m demo.run`.
 
-# Run it with testbed/run.sh. Sends three datagrams through the daemon, with a real MQTT broker
-# and a mock cloud. Exit status 0 means that everything went as it should.
+Must run below testbed/run.sh. It sends three datagrams to the daemon, with a real MQTT broker and a
+mock cloud, and prints each step. The exit status is 0 if all checks passed.
+"""
 
 import json
 import os
@@ -20,8 +21,8 @@ BOLD, GREY, GREEN, RED, BLUE = ("1", "90", "32", "31", "36")
 SERIAL = "DEMO000001"
 CHECK_IN = f"m1/gateways/{SERIAL}/check_in"
 STATISTICS = f"m1/gateways/{SERIAL}/gateway_statistics"
-BROKEN = f'{{"path":"{CHECK_IN}","request":{{"brantle_serial":'
-# Not what the datagram, the cloud and the broker show anyway, nor the configuration's lines.
+INVALID = f'{{"path":"{CHECK_IN}","request":{{"brantle_serial":'
+# Records of one line, except those that repeat what the other programs show.
 SHOWN = re.compile(r"20\d\d-\S+Z (?!TRACE (Parse upstream message \[|request body: |Curl Re))")
 
 
@@ -48,7 +49,7 @@ class Demo:
         self.status: int | None = None
 
     def show_log(self, last: str = "") -> None:
-        """The daemon's records since the last call, or up to the one that holds `last`."""
+        """Shows the daemon's new records, up to the one that contains `last`."""
         for line in self.testbed.log().splitlines()[self.shown:]:
             self.shown += 1
             if SHOWN.match(line):
@@ -57,24 +58,24 @@ class Demo:
                 return
 
     def start_peers(self) -> None:
-        # Its "uuid" gives way to the gateway key.
+        # The gateway key replaces the uuid.
         self.testbed.set_device(json.dumps({"uuid": "f" * 36, "deviceId": DEVICE_ID}))
         stage(
             "1. The gateway and its cloud",
-            "Three programs stand around the daemon: the gateway's MQTT broker, the Veyra cloud,",
-            "and somebody who listens on the broker in place of the network server.",
+            "The daemon needs the gateway's MQTT broker and the Veyra cloud, which is a mock here.",
+            "A subscriber on the broker takes the place of the network server.",
         )
         self.testbed.start_broker_with_passwords()
         where = f"{BROKER_HOST}:{BROKER_PORT}"
-        say(GREEN, "broker", f"mosquitto on {where}, with user name and password")
-        say(GREEN, "cloud", f"HTTPS on https://localhost:{CLOUD_PORT}/api/, checks every signature")
-        say(GREEN, "listener", "subscribed to lora/veyra")
+        say(GREEN, "broker", f"mosquitto on {where}, requires a username and a password")
+        say(GREEN, "cloud", f"https://localhost:{CLOUD_PORT}/api/, checks every signature")
+        say(GREEN, "subscriber", "subscribed to lora/veyra")
 
     def start_daemon(self) -> None:
         stage(
             "2. The daemon",
             "It reads its configuration and the gateway's identity, connects to the broker and",
-            "waits for datagrams. Its log is at the most talkative level here.",
+            "waits for datagrams. The log level is TRACE.",
         )
         self.testbed.start_ready_daemon()
         expect(self.testbed.logged("MQTT - subscribed"), "the daemon is not subscribed")
@@ -85,45 +86,45 @@ class Demo:
         self.testbed.send(datagram)
 
     def follow(self, count: int) -> None:
-        """Shows a datagram's way through the daemon to the cloud and to the broker."""
+        """Shows the request of a datagram at the cloud and the reply on the broker."""
         requests = self.testbed.cloud.requests
-        expect(eventually(lambda: len(requests) >= count), f"request {count} is not at the cloud")
+        expect(eventually(lambda: len(requests) >= count), f"request {count} was not received")
         self.show_log(" TRACE Server URL")
         request = requests[count - 1]
-        say(BLUE, "cloud got", f"{request.method} {request.path}")
+        say(BLUE, "cloud received", f"{request.method} {request.path}")
         for name in sorted(request.headers):
             say(BLUE, "", f"{name}: {request.headers[name]}")
         say(BLUE, "", request.body.strip())
-        say(GREEN, "cloud says", f"{request.verdict}; answered {request.status}")
-        expect(request.status == 200, f"the cloud did not take request {count}")
-        expect(len(self.testbed.replies(count)) >= count, f"reply {count} is not on the broker")
+        say(GREEN, "cloud responds", f"{request.status}, {request.verdict}")
+        expect(request.status == 200, f"the cloud rejected request {count}")
+        expect(len(self.testbed.replies(count)) >= count, f"reply {count} was not published")
         self.show_log()
         reply = self.testbed.listener.on("lora/veyra")[count - 1]
-        say(GREEN, "broker carries", f"{reply.topic} {reply.payload.decode()}")
+        say(GREEN, "broker delivers", f"{reply.topic} {reply.payload.decode()}")
 
     def send_all(self) -> None:
         stage(
             "3. A check-in",
-            "The network server sends one JSON object. The daemon sends it to the cloud as one",
-            "HTTPS request and publishes the cloud's answer on the broker. X-API-HASH proves that",
-            "it knows the gateway's secret: the SHA-256 of the secret, the time and the path.",
+            "The network server sends one JSON object. The daemon sends it to the cloud in an",
+            "HTTPS request and publishes the response on the broker. X-API-HASH proves that the",
+            "daemon knows the gateway's secret: it is the SHA-256 of secret, timestamp and path.",
         )
         data = {"type": "check_in", "id": "first", "attributes": {"firmware": "1.0"}}
         request = {"brantle_serial": SERIAL, "data": data}
         self.send(compact({"method": "POST", "path": CHECK_IN, "request": request}))
         self.follow(1)
         stage(
-            "4. A broken datagram",
-            "It ends in the middle. The daemon says so in its log and drops it: no request, no",
-            "reply.",
+            "4. An invalid datagram",
+            "The JSON is incomplete. The daemon logs an error and drops the datagram: it sends no",
+            "request and publishes no reply.",
         )
-        self.send(BROKEN)
-        expect(self.testbed.logged(" ERROR "), "the broken datagram left no record")
+        self.send(INVALID)
+        expect(self.testbed.logged(" ERROR "), "the invalid datagram was not logged")
         self.show_log()
         stage(
             "5. Gateway statistics",
-            "The next one goes through as if nothing had happened, on the same TLS connection. It",
-            "names no method: POST is meant.",
+            "The next datagram is relayed as usual, on the same TLS connection. It has no method,",
+            "so the daemon uses POST.",
         )
         data = {"type": "gateway_statistics", "id": "second", "attributes": {"rx": 12, "tx": 3}}
         request = {"brantle_serial": SERIAL, "data": data}
@@ -131,34 +132,33 @@ class Demo:
         self.follow(2)
 
     def stop(self) -> None:
-        stage("6. The end", "SIGTERM asks the daemon to stop; the others follow.")
+        stage("6. Shutdown", "SIGTERM stops the daemon.")
         self.status = self.testbed.daemon.end() if self.testbed.daemon else None
         self.show_log()
 
     def check(self) -> int:
-        """How many of the checks did not hold."""
-        what = "What the cloud, the listener and the daemon's log have seen:"
-        stage("7. Did all of it hold?", what)
+        """Returns the number of failed checks."""
+        stage("7. Checks", "What the cloud, the subscriber and the daemon's log show:")
         requests, replies = self.testbed.cloud.requests, self.testbed.replies()
         log = self.testbed.log()
         first, second = requests[:2]
-        complaints = re.findall(r"^\S+Z (?:ERROR|WARNING) .*", log, re.MULTILINE)
+        errors = re.findall(r"^\S+Z (?:ERROR|WARNING) .*", log, re.MULTILINE)
         config = f'"veyraPort" : {UPSTREAM_PORT}'
         checks = {
             "the check-in reached the cloud with a valid signature": is_valid(first, CHECK_IN),
-            "so did the statistics": is_valid(second, STATISTICS),
-            "nothing else did": len(requests) == 2,
-            "both came on one TLS connection": len({r.connection for r in requests}) == 1,
-            "the first reply was the check-in's": replies[0] == reply_to(first, "first"),
-            "the second was the statistics'": replies[1] == reply_to(second, "second"),
-            "there was no other": len(replies) == 2,
-            "the broken datagram left one ERROR record, the only one": len(complaints) == 1
-            and complaints[0].endswith(f" ERROR Failed to parse JSON {BROKEN}"),
-            "the configuration is in the log": " INFO VEYRA Server Config" in log and config in log,
+            "the statistics reached the cloud with a valid signature": is_valid(second, STATISTICS),
+            "no other request reached the cloud": len(requests) == 2,
+            "both requests used one TLS connection": len({r.connection for r in requests}) == 1,
+            "the first reply answers the check-in": replies[0] == reply_to(first, "first"),
+            "the second reply answers the statistics": replies[1] == reply_to(second, "second"),
+            "no other reply was published": len(replies) == 2,
+            "the only error in the log is about the invalid datagram": len(errors) == 1
+            and errors[0].endswith(f" ERROR Failed to parse JSON {INVALID}"),
+            "the log shows the configuration": " INFO VEYRA Server Config" in log and config in log,
             "the daemon ended with exit status 0": self.status == 0,
         }
         for text, holds in checks.items():
-            say(GREEN if holds else RED, "held" if holds else "NOT HELD", text)
+            say(GREEN if holds else RED, "passed" if holds else "FAILED", text)
         return list(checks.values()).count(False)
 
 
@@ -167,7 +167,7 @@ def is_valid(request: Request, path: str) -> bool:
 
 
 def reply_to(request: Request, data_id: str) -> dict[str, Any]:
-    """The cloud's answer, with the time that was signed."""
+    """The reply to a request: the response of the mock cloud and the signed timestamp."""
     return {
         "method": "POST",
         "path": request.path.removeprefix("/api/"),
@@ -184,9 +184,8 @@ def main() -> None:
         demo.send_all()
         demo.stop()
         faults = demo.check()
-    expect(not faults, f"{faults} of the checks above did not hold")
-    held = "All of it held: 2 requests signed and answered, 2 replies published, 1 broken datagram"
-    print("\n" + paint(GREEN, f"{held} refused, clean stop."))
+    expect(not faults, f"{faults} of the checks above failed")
+    print("\n" + paint(GREEN, "All checks passed."))
 
 
 if __name__ == "__main__":

@@ -1,5 +1,5 @@
-// Fuzzes a datagram's road from its text to the request for the cloud. The cloud call is replaced:
-// it reads all that it is given, as the real one would, and answers with what came.
+// Fuzzes the handling of a datagram, from its text to the request and the queued reply. The request
+// to the cloud is replaced: it reads its arguments like the real one and responds with the body.
 #include "VeyraServer/DatagramRelay.h"
 #include "cloud/CloudRequest.h"
 #include "common/ProcessState.h"
@@ -20,24 +20,24 @@ bool sendCloudRequest(CURL* /*handle*/, const std::string& url, Json::Value& bod
         std::abort();
     }
     response = body;
-    // Some requests fail, so that the breaker takes part.
+    // Some requests fail, so that the breaker is used too.
     return Json::FastWriter().write(body).size() > 2 && (url.size() + method.size()) % 8 != 0;
 }
 
-// Now and then, so that the reply's writer is made anew.
-bool takeLargeAnswer() {
+// Sometimes true, so that the writer is replaced.
+bool takeLargeResponse() {
     static unsigned calls = 0;
     return ++calls % 16 == 0;
 }
 
 namespace {
 
-// The network server has to be able to read what was queued. A reply stands as deep as its datagram.
+// The network server must be able to parse the reply, which is nested as deep as the datagram.
 void emptyQueue() {
     const std::lock_guard<ZEP::Lock> guard(mqttLock);
     for (const auto& message : mqttQueue) {
         Json::Value reply;
-        const char* const text = message->payload.get();
+        const char* const text = message->payload.data();
         if (!Json::Reader().parse(text, text + message->length, reply, false) ||
             !reply.isMember("path") || !reply.isMember("result")) {
             std::abort();

@@ -1,5 +1,5 @@
-// Fuzzes the device information file, from its bytes to the gateway secret. Reading the file is
-// replaced: it holds the input.
+// Fuzzes the device information file, from its bytes to the gateway secret. The function that reads
+// the file is replaced and returns the input.
 #include "VeyraServer/GatewaySecret.h"
 
 #include <ZEP/System.h>
@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
         buildGatewaySecret(device, Json::Value());
     } catch (const std::out_of_range&) {
-        // no key and a short "uuid": start-up ends
+        // no key and a short "uuid": startup ends
     }
     return 0;
 }

@@ -12,8 +12,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Json::Value network;
     network["gatewayKey"] = std::string(reinterpret_cast<const char*>(data), size);
     const std::string secret = buildGatewaySecret(device, network);
-    // A whole UUID or none, and always the device's id. The "uuid" is cut like a key without
-    // dashes, so that it is longer.
+    // A complete UUID or none, then the device id. The uuid of the device replaces an empty key. It
+    // has dashes and gets more, so that it is longer.
     static const std::regex allowed("(|[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}|.{40})\\|");
     if (!std::regex_match(secret, allowed)) {
         std::abort();

@@ -1,5 +1,5 @@
-// Fuzzes the cloud's reply from its bytes to the reply object. libcurl's transfer is replaced: the
-// first byte of an input chooses the status, the rest arrives in pieces.
+// Fuzzes the response of the cloud, from its bytes to the parsed value. The transfer is replaced:
+// the first byte of the input selects the status, the rest arrives in pieces.
 #include "cloud/CloudRequest.h"
 
 #include <ZEP/Logger.h>
@@ -12,15 +12,15 @@
 namespace {
 
 std::string input;
-constexpr std::size_t jsonDepthLimit = 1000; // of values inside each other, a byte each at least
+constexpr std::size_t jsonDepthLimit = 1000; // each level needs at least one byte
 std::string* writeTarget = nullptr;
 
 long status() {
     return input.empty() ? 0 : 198 + (input[0] & 7);
 }
 
-// The reply goes on to the network server, which has to be able to read it. It stands one level
-// deeper there, which may be one too many for the JSON library.
+// The network server must be able to parse the reply. The response is one level deeper there, which
+// may exceed the limit of the JSON library.
 void checkIsReadable(const Json::Value& response) {
     Json::Value reply;
     reply["result"] = response;
@@ -38,7 +38,7 @@ void checkIsReadable(const Json::Value& response) {
 #undef curl_easy_setopt
 #undef curl_easy_getinfo
 
-// libcurl declares them with an enumeration before the dots, and so they stand here.
+// libcurl declares the last fixed parameter of these functions as an enumeration.
 #pragma clang diagnostic ignored "-Wvarargs"
 
 extern "C" {
@@ -74,7 +74,8 @@ CURLcode curl_easy_getinfo(CURL* /*handle*/, CURLINFO info, ...) {
 
 void curl_easy_reset(CURL* /*handle*/) {}
 
-// No list is made: the one that an exception leaves behind on purpose would count as a leak.
+// Creates no list: after an exception the program leaks it on purpose, which the fuzzer would
+// report.
 curl_slist* curl_slist_append(curl_slist* /*list*/, const char* /*text*/) {
     static curl_slist any{};
     return &any;
@@ -93,11 +94,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (sendCloudRequest(&input, "https://localhost/api/x", body, response, true, "POST")) {
         checkIsReadable(response);
     } else if ((status() == 200 || status() == 201) && input.size() < jsonDepthLimit) {
-        std::abort(); // these are taken, whatever they are
+        std::abort(); // these responses are always accepted
     }
-    // After an exception, such as the JSON library's about too many values inside each other, it
-    // stays locked on purpose; the next input needs it.
-    pthread_mutex_trylock(&curlMutex);
-    pthread_mutex_unlock(&curlMutex);
+    // After an exception, for example about JSON that is nested too deeply, the mutex stays locked
+    // on purpose. The next input needs it.
+    pthread_mutex_trylock(curlMutex.native_handle());
+    pthread_mutex_unlock(curlMutex.native_handle());
     return 0;
 }

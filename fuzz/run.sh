@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# run.sh BUILD SECONDS: runs every fuzzer of the build folder for that long. What they learn stays
-# in BUILD/corpus and is built upon the next time. Ends at the first input that makes one fail, and
-# names the file that holds it.
+# run.sh BUILD SECONDS: runs every fuzzer of the build directory for SECONDS. The corpus stays in
+# BUILD/corpus for the next run. Stops at the first failure and prints the file with the failing
+# input.
 set -euo pipefail
 
 here=$(dirname "$(realpath "$0")")

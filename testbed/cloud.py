@@ -1,6 +1,6 @@
-"""The mock cloud: an HTTPS server that checks every request as the Veyra cloud would.
+"""The mock cloud: an HTTPS server that checks every request like the Veyra cloud.
 
-Alone, `python3 -m testbed.cloud CERTIFICATE KEY SECRET PORT` prints each request as JSON.
+`python3 -m testbed.cloud CERTIFICATE KEY SECRET PORT` runs it and prints each request as JSON.
 """
 
 import hashlib
@@ -17,19 +17,19 @@ from pathlib import Path
 from typing import Any
 
 PREFIX = "/api/"
-MOVED = "/api/moved/"  # where redirected requests arrive
+MOVED = "/api/moved/"  # the target of redirects
 TIMESTAMP = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}Z")
 
 
 @dataclass
 class Answer:
-    """How a valid request is answered; without a body of its own, with the normal one."""
+    """The response to a valid request. Without a body it gets the default body."""
 
     status: int = 200
     body: bytes | None = None
     headers: dict[str, str] = field(default_factory=dict)
     stall_s: float = 0
-    cut: bool = False  # the connection ends in the middle of the body
+    cut: bool = False  # the connection is closed in the middle of the body
 
 
 @dataclass
@@ -38,10 +38,10 @@ class Request:
     connection: int  # the client's port
     method: str
     path: str
-    headers: dict[str, str]  # in the order and the spelling that came
+    headers: dict[str, str]  # in the order and the spelling of the request
     body: str
     verdict: str
-    status: int = 0  # of the answer; 0 when that was cut
+    status: int = 0  # of the response; 0 if that was cut
 
 
 def header_fault(headers: dict[str, str]) -> str:
@@ -62,9 +62,9 @@ def body_fault(method: str, headers: dict[str, str], body: str) -> str:
     try:
         members = json.loads(body)
     except ValueError:
-        return "the body is no JSON"
+        return "the body is not JSON"
     if not isinstance(members, dict) or {"brantle_serial", "token", "timestamp"} & members.keys():
-        return "the body has what belongs into headers"
+        return "the body has members that belong in headers"
     return ""
 
 
@@ -72,7 +72,7 @@ def verdict_of(secret: str, method: str, path: str, headers: dict[str, str], bod
     """What is wrong with a request, or "signature valid"."""
     fault = header_fault(headers) or body_fault(method, headers, body)
     if fault or not path.startswith(PREFIX):
-        return fault or "not below " + PREFIX
+        return fault or "the path does not start with " + PREFIX
     signed = secret + headers["X-API-TIMESTAMP"] + path.replace(MOVED, PREFIX)
     if headers.get("X-API-HASH") != hashlib.sha256(signed.encode()).hexdigest():
         return "X-API-HASH does not match"
@@ -88,19 +88,19 @@ class Server(ThreadingHTTPServer):
     daemon_threads = True
 
     def handle_error(self, *_: object) -> None:
-        if not isinstance(sys.exception(), OSError):  # a client that went away is none of ours
+        if not isinstance(sys.exception(), OSError):  # a closed connection is not a fault here
             super().handle_error(*_)  # type: ignore[arg-type]
 
 
 class Cloud:
-    """Serves from threads of its own."""
+    """Serves requests in threads of its own."""
 
     def __init__(self, certificate: Path, key: Path, secret: str, port: int) -> None:
         self.secret = secret
         self.requests: list[Request] = []
-        self.answer = Answer()  # of every request that has none in `answers`
-        self.answers: deque[Answer] = deque()  # of the next ones
-        self.head = Answer(404)  # of unsigned HEAD requests, which are not recorded
+        self.answer = Answer()  # used when `answers` is empty
+        self.answers: deque[Answer] = deque()  # for the next requests, in order
+        self.head = Answer(404)  # for unsigned HEAD requests, which are not recorded
         self.clock_ahead_s = 0.0
         self._lock = threading.Lock()
         self.tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
@@ -132,14 +132,14 @@ class Cloud:
 class Handler(BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
     disable_nagle_algorithm = True
-    wbufsize = -1  # one write an answer
+    wbufsize = -1  # one write for each response
     trusted = True
 
     def setup(self) -> None:
         self.cloud: Cloud = self.server.cloud  # type: ignore[attr-defined]
         try:
             self.request = self.cloud.tls.wrap_socket(self.request, server_side=True)
-        except OSError:  # the client does not trust this server, or is gone
+        except OSError:  # the client does not trust this server or has disconnected
             self.trusted = False
         super().setup()
 
@@ -156,7 +156,7 @@ class Handler(BaseHTTPRequestHandler):
         headers = dict(self.headers.items())
         verdict = verdict_of(self.cloud.secret, self.command, self.path, headers, body)
         if len(headers) != len(self.headers):
-            verdict = "a header is there twice"
+            verdict = "a header is repeated"
         port = self.client_address[1]
         request = Request(0, port, self.command, self.path, headers, body, verdict)
         self.reply(self.cloud.take(request))

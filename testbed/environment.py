@@ -1,6 +1,6 @@
 """The test environment: the daemon, a real broker, a subscriber to the replies, a mock cloud.
 
-To be used below run.sh: the ports are fixed, and the authority that the daemon trusts is mounted.
+Must run below run.sh: the ports are fixed, and the daemon's CA certificate is mounted.
 """
 
 import atexit
@@ -24,14 +24,14 @@ from testbed.processes import Process, eventually, expect, is_bound, text_of
 
 TESTBED = Path(__file__).parent
 BUILD = Path(os.environ.get("VEYRA_BUILD", TESTBED.parent / "build"))
-# The built program; another, such as an emulated one, may be named.
+# The environment may name another program, such as an emulated one.
 DAEMON = os.environ.get("VEYRA_DAEMON_PROGRAM", str(BUILD / "lora-veyra-server"))
-SANITIZED = bool(os.environ.get("VEYRA_SANITIZE"))  # needs more of everything
-AUTHORITIES = Path("/etc/ssl/certs")
+SANITIZED = bool(os.environ.get("VEYRA_SANITIZE"))  # needs more time and memory
+CA_DIRECTORY = Path("/etc/ssl/certs")
 
 UPSTREAM_PORT = 1790
 CLOUD_PORT = 8443
-# Not the defaults, so that a setting that is not obeyed shows.
+# Different from the defaults, so that an ignored setting is noticed.
 BROKER_HOST = "127.0.0.2"
 BROKER_PORT = 1884
 DEVICE_ID = "DEVICE"
@@ -51,14 +51,17 @@ def run(*command: object) -> None:
 
 
 def trust(certificates: Path) -> None:
-    """Puts the authority where the daemon looks for it, and another one beside it."""
-    view = certificates / "authorities"
-    shutil.copytree(AUTHORITIES, view, symlinks=True)
+    """Installs the CA certificate of the mock cloud as the one that the daemon trusts.
+
+    The directory also has the CA certificate of a stranger, which the daemon must not trust.
+    """
+    view = certificates / "view"
+    shutil.copytree(CA_DIRECTORY, view, symlinks=True)
     for file, name in (("ca", "DigiCert_Global_Root_CA"), ("strangers-ca", "Stranger")):
         (view / f"{name}.pem").unlink(missing_ok=True)
         shutil.copy(certificates / f"{file}.pem", view / f"{name}.pem")
     run("openssl", "rehash", view)
-    run("mount", "--no-mtab", "--bind", view, AUTHORITIES)
+    run("mount", "--no-mtab", "--bind", view, CA_DIRECTORY)
 
 
 def check_in(path: str = "m1/x", number: int = 1, padding: int = 0) -> str:
@@ -68,7 +71,7 @@ def check_in(path: str = "m1/x", number: int = 1, padding: int = 0) -> str:
 
 
 class Listener:
-    """Hears what is published on the broker, from a thread of its own."""
+    """Receives what is published on the broker, in a thread of its own."""
 
     def __init__(
         self, topic: str, user: str = "", password: str = "", client_id: str = "listener"
@@ -95,10 +98,10 @@ class Listener:
 
 
 class ServiceManager:
-    """Hears what the daemon tells a supervisor, with the time."""
+    """Receives the daemon's notifications, with their times."""
 
     def __init__(self, name: str) -> None:
-        self.name = name  # "@" for an abstract one
+        self.name = name  # an abstract address starts with "@"
         self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM | socket.SOCK_NONBLOCK)
         self._socket.bind(name.replace("@", "\0"))
         self._heard: list[tuple[str, float]] = []
@@ -119,7 +122,7 @@ class ServiceManager:
 
 
 def replace_syslog() -> socket.socket:
-    """A /dev of this namespace's own, with a socket in the syslog daemon's place."""
+    """Gives this namespace a /dev of its own, and replaces the syslog daemon by a socket."""
     run("mount", "-t", "tmpfs", "dev", "/mnt")
     for node in ("null", "urandom"):
         (Path("/mnt") / node).touch()
@@ -144,11 +147,11 @@ def silent_listener(host: str, port: int) -> Iterator[None]:
 
 
 class TestEnvironment:
-    """All of it ends with the with-statement."""
+    """A context manager: everything is stopped at the end of the with statement."""
 
     def __init__(self) -> None:
         self.folder = Path(tempfile.mkdtemp(prefix="veyra-testbed-"))
-        atexit.register(shutil.rmtree, self.folder, ignore_errors=True)  # a signal may come here
+        atexit.register(shutil.rmtree, self.folder, ignore_errors=True)  # a signal may end this
         certificates = self.folder / "certificates"
         run(TESTBED / "make-certificates.sh", certificates)
         trust(certificates)
@@ -176,24 +179,24 @@ class TestEnvironment:
         self, _: type | None, error: BaseException | None, _trace: TracebackType | None
     ) -> None:
         self.kill_daemon()
-        if isinstance(error, Exception):  # and not a signal
+        if isinstance(error, Exception):  # not on a signal
             print("--- end of the daemon's log\n" + "\n".join(self.log().splitlines()[-20:]))
         self.listener.close()
         self.kill_broker()
         self.cloud.close()
         self.service_manager.close()
-        run("umount", "--no-mtab", AUTHORITIES)
+        run("umount", "--no-mtab", CA_DIRECTORY)
         shutil.rmtree(self.folder)
 
     def make_cloud(self, certificate: str) -> Cloud:
-        """With the certificate of that name that make-certificates.sh makes."""
+        """Starts a cloud with one of the certificates of make-certificates.sh."""
         key = self.folder / "certificates" / f"{certificate}.key"
         return Cloud(key.with_suffix(".pem"), key, GATEWAY_SECRET, CLOUD_PORT)
 
     def start_broker(self, settings: str = "allow_anonymous true") -> None:
         self.kill_broker()
         file = self.folder / "broker.conf"
-        # Started by root it would turn into a user that may not read its files.
+        # Started by root, it would switch to a user without access to its files.
         file.write_text(
             f"listener {BROKER_PORT} {BROKER_HOST}\nuser root\nmax_queued_messages 0\n"
             f"log_type all\n{settings}\n"
@@ -202,7 +205,7 @@ class TestEnvironment:
         expect(eventually(lambda: is_bound("tcp", BROKER_PORT)), "the broker does not listen")
 
     def start_broker_with_passwords(self, rights: str = "topic readwrite lora/#") -> None:
-        """The broker asks for names from now on, and grants the daemon no more than `rights`."""
+        """The broker requires a password from now on. `rights` is the ACL of the daemon."""
         passwords = self.folder / "passwords"
         passwords.touch(0o600)
         for user in ("lora", "listener"):
@@ -235,9 +238,9 @@ class TestEnvironment:
         environment: dict[str, str] | None = None,
         below: Sequence[object] = (),
     ) -> Process:
-        """Starts the daemon with the configuration as it is now, and does not wait for it.
+        """Starts the daemon with the current configuration and returns at once.
 
-        `below` is a command that runs it, such as a profiler's.
+        `below` is a command that runs the daemon, such as a profiler.
         """
         self.kill_daemon()
         self.log_file.unlink(missing_ok=True)
@@ -247,7 +250,7 @@ class TestEnvironment:
         return self.daemon
 
     def write_configuration(self) -> None:
-        text = "// as shipped, with comments\n" + json.dumps(self.configuration)
+        text = "// comments are allowed\n" + json.dumps(self.configuration)
         (self.folder / "daemon.conf").write_text(text)
 
     def usual_options(self) -> list[object]:
@@ -258,12 +261,13 @@ class TestEnvironment:
     def start_ready_daemon(
         self, environment: dict[str, str] | None = None, program: str = DAEMON
     ) -> Process:
-        """Starts it as a supervisor would, and waits until it has opened its port for good."""
+        """Starts the daemon like a service manager and waits until it is ready."""
         self.service_manager.clear()
         notify = {"NOTIFY_SOCKET": self.service_manager.name}
         environment = {**notify, **(environment or {})}
         daemon = self.start_daemon(program=program, environment=environment)
-        expect(eventually(lambda: "READY=1" in self.service_manager.heard()), "the daemon is not ready")
+        ready = eventually(lambda: "READY=1" in self.service_manager.heard())
+        expect(ready, "the daemon is not ready")
         return daemon
 
     def kill_daemon(self) -> None:
@@ -290,6 +294,6 @@ class TestEnvironment:
             sender.sendto(data, (host, port))
 
     def replies(self, count: int = 0, seconds: float = 10) -> list[dict[str, Any]]:
-        """The messages on lora/veyra so far; waits until there are as many."""
+        """Waits for `count` messages on lora/veyra. Returns all messages so far."""
         eventually(lambda: len(self.listener.on("lora/veyra")) >= count, seconds)
         return [json.loads(message.payload) for message in self.listener.on("lora/veyra")]

@@ -1,32 +1,32 @@
 #!/usr/bin/env bash
-# make-certificates.sh DIR: makes the certificates of the stand-in cloud, good for a few days.
+# make-certificates.sh DIR: creates the certificates of the mock cloud, valid for a few days.
 #
-#   ca.pem                         the authority that the daemon is given to trust
-#   cloud.pem, cloud.key           signed by it, for localhost and 127.0.0.1
-#   elsewhere.pem, elsewhere.key   signed by it, for another host
-#   stranger.pem, stranger.key     for localhost, signed by another authority
-#   strangers-ca.pem               that authority
-#   partial.pem, partial.key       signed by an intermediate authority of the first one
-#   expired.pem, expired.key       signed by the first authority, for localhost, in the past
+#   ca.pem                         the CA certificate that the daemon trusts
+#   cloud.pem, cloud.key           signed by ca.pem, for localhost and 127.0.0.1
+#   elsewhere.pem, elsewhere.key   signed by ca.pem, for another host
+#   strangers-ca.pem               a CA certificate that the daemon does not trust
+#   stranger.pem, stranger.key     signed by strangers-ca.pem, for localhost
+#   partial.pem, partial.key       signed by an intermediate CA, which ca.pem signed
+#   expired.pem, expired.key       signed by ca.pem, for localhost, expired
 set -euo pipefail
 
 readonly days=3
 readonly newKey=(-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -noenc -days "$days")
 
-# makeAuthority NAME SUBJECT [OPTION...]
-makeAuthority() {
+# makeCa NAME SUBJECT [OPTION...]
+makeCa() {
     openssl req -x509 "${newKey[@]}" -subj "/CN=$2" -keyout "$1.key" -out "$1.pem" \
         -addext keyUsage=critical,keyCertSign "${@:3}"
 }
 
-# makeServer NAME AUTHORITY HOSTS
+# makeServer NAME CA HOSTS
 makeServer() {
     openssl req -x509 "${newKey[@]}" -subj /CN=server -CA "$2.pem" -CAkey "$2.key" \
         -keyout "$1.key" -out "$1.pem" -addext "subjectAltName=$3" \
         -addext basicConstraints=critical,CA:FALSE -addext extendedKeyUsage=serverAuth
 }
 
-# makeExpired: "openssl req" cannot make a certificate of the past.
+# makeExpired: "openssl req" cannot make an expired certificate.
 makeExpired() {
     touch index.txt
     openssl req -new "${newKey[@]:0:5}" -subj /CN=server -keyout expired.key -out expired.csr
@@ -37,14 +37,14 @@ makeExpired() {
             'commonName=supplied' '[names]' 'subjectAltName=DNS:localhost')
 }
 
-# The last line: nothing else is ever signed with the authorities' keys.
+# Finally deletes the CA keys, so that nothing else can be signed with them.
 makeAll() {
-    makeAuthority ca "Stand-in cloud authority" &&
-        makeAuthority strangers-ca "Unknown authority" &&
+    makeCa ca "Mock cloud CA" &&
+        makeCa strangers-ca "Unknown authority" &&
         makeServer cloud ca DNS:localhost,IP:127.0.0.1 &&
         makeServer elsewhere ca DNS:elsewhere.example &&
         makeServer stranger strangers-ca DNS:localhost,IP:127.0.0.1 &&
-        makeAuthority intermediate "Intermediate authority" -CA ca.pem -CAkey ca.key &&
+        makeCa intermediate "Intermediate authority" -CA ca.pem -CAkey ca.key &&
         makeServer partial intermediate DNS:localhost,IP:127.0.0.1 &&
         makeExpired &&
         rm ca.key strangers-ca.key intermediate.key
@@ -57,7 +57,7 @@ fi
 umask 077
 mkdir -p "$1"
 cd "$1"
-# openssl reports every key that it makes on standard error: worth reading only when it fails.
+# openssl reports every new key on standard error. Show that only if a command fails.
 if ! messages=$(makeAll 2>&1); then
     echo "make-certificates.sh: $messages" >&2
     exit 1

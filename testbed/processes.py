@@ -1,4 +1,4 @@
-"""Child programs, and waiting for what they do."""
+"""Child processes, and waiting for conditions."""
 
 import os
 import signal
@@ -9,7 +9,7 @@ from pathlib import Path
 
 
 def eventually(condition: Callable[[], object], seconds: float = 10) -> bool:
-    """Polls until the condition holds; False when it does not in time."""
+    """Polls until the condition holds. Returns False if it does not hold in time."""
     end = time.monotonic() + seconds
     while not condition():
         if time.monotonic() > end:
@@ -28,12 +28,12 @@ def text_of(path: Path) -> str:
 
 
 def is_bound(protocol: str, port: int) -> bool:
-    """Whether a socket waits at the port, looked at without touching it."""
+    """Whether a socket is bound to the port. Sends nothing to it."""
     return f":{port:04X} 00000000:0000 " in text_of(Path("/proc/net") / protocol)
 
 
 def udp_queue(port: int) -> tuple[int, int]:
-    """Bytes that wait at a UDP port, and how many datagrams the kernel dropped there so far."""
+    """The bytes in the queue of a UDP port, and the datagrams that the kernel has dropped there."""
     for line in text_of(Path("/proc/net/udp")).splitlines():
         fields = line.split()
         if fields[1].endswith(f":{port:04X}"):
@@ -42,7 +42,7 @@ def udp_queue(port: int) -> tuple[int, int]:
 
 
 class Process:
-    """A child program; its output goes to NAME.out and NAME.err in the folder."""
+    """A child process. Its output goes to NAME.out and NAME.err in the directory `folder`."""
 
     def __init__(
         self,
@@ -63,7 +63,7 @@ class Process:
         self.proc = Path("/proc") / str(self._child.pid)
 
     def wait(self, seconds: float = 10) -> int | None:
-        """The exit status, or minus the signal that ended it; None while it runs."""
+        """The exit status, the negative number of the signal that ended it, or None."""
         try:
             return self._child.wait(seconds)
         except subprocess.TimeoutExpired:
@@ -84,11 +84,11 @@ class Process:
         return text_of(self.err)
 
     def count(self, folder: str) -> int:
-        """Entries of a folder of its /proc entry, such as fd or task."""
+        """The number of entries in a directory of its /proc entry, such as fd or task."""
         return len(list((self.proc / folder).iterdir()))
 
     def status(self, name: str) -> int:
-        """A number of its /proc status: VmRSS in KiB, voluntary_ctxt_switches (main thread)."""
+        """A number of its /proc status, such as VmRSS (KiB) or voluntary_ctxt_switches."""
         return int(text_of(self.proc / "status").split(f"\n{name}:")[1].split()[0])
 
     def resident_kib(self) -> int:

@@ -1,4 +1,4 @@
-// SHA-256 as text. A pure function, usable from any thread.
+// SHA-256 as text. Pure functions, usable from any thread.
 #pragma once
 
 #include "common/Hex.h"
@@ -7,7 +7,8 @@
 #include <stdexcept>
 #include <string>
 
-// Throws std::runtime_error when the library cannot make a digest: nothing goes out unsigned.
+// Throws std::runtime_error when the library could not compute a digest: an unsigned request must
+// never be sent.
 inline void requireDigest(bool made) {
     if (!made) {
         throw std::runtime_error("no SHA-256");
@@ -20,10 +21,10 @@ inline const EVP_MD* fetchSha256() {
     return algorithm;
 }
 
-// The digest of the bytes in [first, last): 64 lower-case hexadecimal digits. Throws as
-// requireDigest does.
+// The digest of the bytes in [first, last) as 64 lower-case hexadecimal digits. Throws like
+// requireDigest.
 inline std::string sha256Hex(const char* first, const char* last) {
-    // Looking the algorithm up for every digest costs half as much again as a short text's digest.
+    // Fetched once: fetching the algorithm takes half as long as the digest of a short text.
     static const EVP_MD* const sha256 = fetchSha256();
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned length = 0;

@@ -1,18 +1,20 @@
-// The configuration file and what start-up makes of it. Main thread, before other threads run.
+// Reads the configuration file and applies the settings that startup needs. Main thread, before
+// other threads run.
 #pragma once
 
 #include "VeyraServer/CommandLine.h"
 
-// Parses the configuration file into configurationForStartup(). On failure logs why, to the log
-// file of the command line when one was given, and returns false.
+// Parses the configuration file into configurationForStartup(). Returns false on failure and logs
+// the reason, to the log file of the command line when one was given.
 bool readConfiguration(const CommandLine& commandLine);
 
-// Sets the logger up as the section "log" says, then logs the program's start. Inserts null for
-// log.syslog and log.console when they are missing: the logged configuration shows them.
+// Sets up the logger from the section "log", then logs that the program has started. Inserts null
+// for log.syslog and log.console when they are missing, so that the logged configuration shows
+// them.
 void setUpLogger(const CommandLine& commandLine);
 
-// Stores the default of udp.veyraPort when the file has none.
+// Stores the default value of udp.veyraPort when the file has none.
 void completeUpstreamPort();
 
-// Logs the whole configuration, secrets included.
+// Logs the whole configuration, including secrets.
 void logConfiguration();

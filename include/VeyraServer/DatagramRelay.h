@@ -1,4 +1,5 @@
-// One datagram's way from its text to the queued reply. Main thread only.
+// Relays datagrams: validates each one, sends it to the cloud and queues the reply for the broker.
+// Main thread only.
 #pragma once
 
 #include "VeyraServer/CircuitBreaker.h"
@@ -6,13 +7,12 @@
 
 #include <optional>
 
-// What the upstream loop keeps across datagrams.
+// The members last as long as the upstream loop and are reused for every datagram.
 struct DatagramRelay {
     Json::Reader reader;
-    std::optional<Json::FastWriter> writer; // always there; made anew after a large reply
+    std::optional<Json::FastWriter> writer; // never empty; replaced after a large reply
     CircuitBreaker breaker;
 
-    // Validates the datagram's `text`, sends it to the cloud unless the breaker refuses, and queues
-    // the answer for the broker. Whatever is wrong with it is logged; nothing is thrown.
+    // Handles one datagram, whose text is `text`. Every fault is logged; nothing is thrown.
     void handleDatagram(const char* text);
 };

@@ -1,5 +1,5 @@
-// What takes effect of the configuration where that may differ from what it says. Pure functions of
-// the whole configuration, usable from any thread.
+// The settings whose effective value may differ from the value in the configuration file. Pure
+// functions of the whole configuration, usable from any thread.
 #pragma once
 
 #include "VeyraServer/CircuitBreaker.h"
@@ -7,9 +7,9 @@
 
 #include <cstdint>
 
-// The port on 127.0.0.1 for datagrams: udp.veyraPort cut to 16 bits, 1790 when that is no unsigned
-// integer.
+// The port for datagrams on 127.0.0.1: udp.veyraPort cut to 16 bits, or 1790 when that is not an
+// unsigned integer.
 std::uint16_t effectivePort(const Json::Value& root);
 
-// A closed circuit with the thresholds that take effect.
+// A closed circuit breaker with the effective thresholds.
 CircuitBreaker effectiveBreaker(const Json::Value& root);

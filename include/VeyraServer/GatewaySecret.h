@@ -1,4 +1,4 @@
-// The gateway's identity, which signs its requests. Main thread, at start-up.
+// The gateway's identity and the secret that signs its requests. Main thread, at startup.
 #pragma once
 
 #include "common/Json.h"
@@ -6,25 +6,27 @@
 #include <optional>
 #include <string>
 
-// What the secret is made of, trimmed, key and uuid lowered; empty where there is no string.
+// The parts of the secret: trimmed, with the key and the uuid in lower case. A part that is missing
+// or is not a string is empty.
 struct GatewayIdentity {
-    std::string gatewayKey; // when there is one, it takes the place of the uuid
+    std::string gatewayKey; // replaces the uuid when it is not empty
     std::string uuid;
     std::string deviceId;
 };
 
-// The device information file below `runDirectory` as an object; null when it is missing or is not
-// one whole JSON object.
+// Reads the device information file below `runDirectory`. Returns null when the file is missing or
+// is not a single complete JSON object.
 Json::Value readDeviceInformation(const std::string& runDirectory);
 
 GatewayIdentity readIdentity(const Json::Value& device, const Json::Value& network);
 
-// The 32 digits of a key in lower case, with zeros in front of fewer; nothing when a character is
-// neither a hexadecimal digit nor a separator. Only what is right of the last white space counts,
-// and of that the last 32 digits.
+// The key as 32 hexadecimal digits, padded with leading zeros. Only the text right of the last
+// white space counts, and only the last 32 digits of that text. Returns nothing when that text has
+// a character that is neither a lower-case hexadecimal digit nor a separator ("-" or ":").
 std::optional<std::string> parseGatewayKey(const std::string& key);
 
-// The UUID-like text of "gatewayKey" (in `network`) or else of the device's "uuid", followed
-// directly by the device's "deviceId". A gateway key that is not hexadecimal leaves the first part
-// out. Throws std::out_of_range when there is no key and the "uuid" is shorter than 20 characters.
+// The secret: "gatewayKey" of `network`, or else "uuid" of `device`, in the form of a UUID,
+// followed directly by "deviceId". The first part is left out when the gateway key is not
+// hexadecimal. Throws std::out_of_range when there is no key and the "uuid" is shorter than 20
+// characters.
 std::string buildGatewaySecret(const Json::Value& device, const Json::Value& network);

@@ -1,50 +1,50 @@
-// One signed HTTPS request to the cloud.
+// Sends one signed HTTPS request to the cloud.
 //
-// Requests go one at a time over one handle, so that its connection is reused. curlMutex is held
-// for the whole of a request; in this program only the main thread makes them.
+// Requests are sent one at a time over one handle, so that its connection is reused. curlMutex is
+// held for the whole request. In this program only the main thread sends requests.
 #pragma once
 
 #include "common/Json.h"
 
 #include <curl/curl.h>
-#include <pthread.h>
+#include <mutex>
 #include <string>
 
-// Made by start-up, released when the program closes; null if it could not be made. Every request
-// leaves it with libcurl's default options and its connection open.
+// Created at startup, released when the program closes; null if it could not be created. Every
+// completed request leaves the handle with libcurl's default options and its connection open.
 extern CURL* cloudCurlHandle;
-extern pthread_mutex_t curlMutex;
+extern std::mutex curlMutex;
 
-// The one authority that the cloud's certificate may come from.
+// The only CA certificate that may sign the cloud's certificate.
 constexpr const char* cloudCaFile = "/etc/ssl/certs/DigiCert_Global_Root_CA.pem";
 
-// Whether the peer of a request to `url` is verified: "https:" is looked for anywhere in it.
+// Whether the server of a request to `url` is verified: "https:" may be anywhere in the URL.
 bool isVerified(const std::string& url);
 
-// Sets on `handle` what decides whom a request to `url` trusts. Throws std::bad_alloc when an option
-// cannot be stored: nothing goes out with another trust.
+// Sets the options on `handle` that decide which server a request to `url` trusts. Throws
+// std::runtime_error when libcurl refuses one of them: the caller must not send the request.
 void setTrust(CURL* handle, const std::string& url);
 
-// Serial number for bodies that carry none. Nothing assigns it in this program.
+// The serial number for bodies that have none. This program never assigns it.
 extern std::string gatewaySerial;
 
-// Sends `body` to `url` and parses the answer into `response`.
-//   body             its members "brantle_serial", "token" and "timestamp" are removed and travel
-//                    as headers; the rest is sent as compact JSON
-//   response         the parsed answer; null when there is none or it is not JSON
-//   collectResponse  false leaves the answer's text to libcurl, which prints it
-//   method           "PUT", "GET" (no body), or anything else for a POST
-// Returns true when the transfer completed with status 200 or 201. No time limit is set beyond
+// Sends `body` to `url` and parses the response into `response`.
+//   body             the members "brantle_serial", "token" and "timestamp" are removed and sent as
+//                    headers; the rest is sent as compact JSON
+//   response         the parsed response; null when there is none or it is not JSON
+//   collectResponse  false leaves the text of the response to libcurl, which prints it
+//   method           "PUT", "GET" (no body), or any other text for a POST
+// Returns true when the transfer completed with status 200 or 201. The only time limits are
 // libcurl's own. Failures are logged here.
 //
-// After an exception inside (a header member that is no text, memory exhausted) the result is false
-// and curlMutex stays locked: the next call waits for ever.
+// After an exception inside (a header member that is not a string, no memory, a refused trust
+// option) the result is false and curlMutex stays locked: the next call blocks for ever.
 bool sendCloudRequest(CURL* handle, const std::string& url, Json::Value& body,
                       Json::Value& response, bool collectResponse, const std::string& method);
 
-// Whether an answer of at least `largeBytes` has come since the last call, whatever became of it.
-bool takeLargeAnswer();
+// Whether a response of at least `largeBytes` has arrived since the last call, successful or not.
+bool takeLargeResponse();
 
-// libcurl write callback: appends the received bytes to `buffer`. Returns the bytes taken, or 0
-// when memory is exhausted, which makes libcurl abort the transfer.
+// libcurl write callback: appends the received bytes to `buffer`. Returns the number of bytes that
+// it stored, or 0 without memory, which makes libcurl abort the transfer.
 std::size_t appendToString(char* data, std::size_t size, std::size_t nmemb, std::string* buffer);

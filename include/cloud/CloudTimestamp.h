@@ -1,5 +1,5 @@
-// The UTC instant that a request to the cloud carries and signs. Pure data and functions; the main
-// thread takes timestamps.
+// The time of a request to the cloud, which the request carries and signs. UTC. Usable from any
+// thread.
 #pragma once
 
 #include <cstdint>
@@ -20,5 +20,5 @@ struct CloudTimestamp {
 // Fills `out` from the realtime clock; microseconds are truncated.
 void captureUtcTimestamp(CloudTimestamp& out);
 
-// Such as 2026-11-13T04:25:47.123456Z.
+// The text form, for example 2026-11-13T04:25:47.123456Z.
 std::string formatTimestamp(const CloudTimestamp& t);

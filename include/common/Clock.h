@@ -1,5 +1,5 @@
-// Time as the program measures it. A translation unit of its own, so that tests link a fake clock
-// in its place. Usable from any thread.
+// The clock and the pauses of the program. A translation unit of its own, so that tests can link a
+// fake clock instead. Usable from any thread.
 #pragma once
 
 #include <cstdint>
@@ -7,5 +7,5 @@
 // Milliseconds of the monotonic clock.
 std::uint64_t monotonicMillis();
 
-// Pauses the calling thread; a signal that the thread handles ends the pause early.
+// Pauses the calling thread. A signal that this thread handles ends the pause early.
 void sleepMillis(unsigned ms);

@@ -1,6 +1,5 @@
-// The program's one error class, thrown by value and caught by reference at the boundaries of
-// loops, threads and callbacks, where it is logged and work goes on; at start-up it ends the
-// program.
+// The error class of the program. Thrown by value and caught by reference at the boundaries of
+// loops, threads and callbacks, which log it and continue. At startup it ends the program.
 #pragma once
 
 #include <string>
@@ -14,12 +13,12 @@ class Exception {
     unsigned line; // source line of the throw
     std::string file;
     std::string message;
-    int errorNumber; // -1: none; 0 is a number like any other
+    int errorNumber; // -1: none; 0 is an error number too
 };
 
-// The code of every throw in this program.
+// Every throw in this program has this code.
 constexpr int exceptionCode = 10;
 constexpr int noErrorNumber = -1;
 
-// "<prefix><file>:<line>: <message>", then a blank and the error number when there is one.
+// "<prefix><file>:<line>: <message>", followed by a space and the error number if there is one.
 std::string exceptionRecord(const char* prefix, const Exception& exception);

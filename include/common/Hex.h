@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string>
 
-// Two lower-case digits a byte, most significant first.
+// Two lower-case digits for each byte, the most significant digit first.
 inline std::string hexText(const unsigned char* bytes, std::size_t count) {
     constexpr const char* digits = "0123456789abcdef";
     std::string text(2 * count, '0');

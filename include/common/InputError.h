@@ -1,4 +1,5 @@
-// Input that the program cannot work with. main writes the message to standard error and ends.
+// Input that the program cannot use. At startup, main writes the message to standard error and ends
+// the program.
 #pragma once
 
 #include <string>

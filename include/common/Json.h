@@ -1,6 +1,7 @@
-// The JSON library with its old reader and writer classes. The program relies on what these do
-// (comments accepted, keys in ascending order, one line with a line feed) and keeps them, so the
-// library's advice to leave them is silenced here, once. Include this header, never json/json.h.
+// The JSON library with its old reader and writer classes. The program relies on their behaviour
+// (comments are accepted, keys are written in ascending order, the output is one line with a line
+// feed), so the library's deprecation warnings are switched off here. Include this header, never
+// json/json.h.
 #pragma once
 
 #include <json/config.h>
@@ -10,9 +11,9 @@
 
 #include <string>
 
-// Parses one whole JSON file, comments dropped. False when it is no JSON; that a file is nested too
-// deeply for the parser is a fault like any other, though the library throws it. `value` then holds
-// whatever was read before the fault.
+// Parses the text of one JSON file and drops its comments. Returns false when the text is not valid
+// JSON or is nested too deeply for the parser; `value` then holds the part before the fault. The
+// library reports the nesting with an exception, this function does not.
 inline bool parseFile(const std::string& text, Json::Value& value) {
     try {
         return Json::Reader().parse(text, value, false);

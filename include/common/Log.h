@@ -1,6 +1,6 @@
-// Shorthand for the platform logger: VEYRA_LOG(ERROR, "format", ...) with the level's name. The
-// arguments are evaluated only when records of that level are printed. Usable wherever the logger
-// is: from any thread and from signal handlers.
+// Shorthand for the platform logger: VEYRA_LOG(ERROR, "format", ...) with the name of the level.
+// The arguments are evaluated only when records of that level are printed. Like the logger, usable
+// from any thread and from signal handlers.
 #pragma once
 
 #include <ZEP/Logger.h>

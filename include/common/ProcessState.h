@@ -1,4 +1,4 @@
-// What several parts of the program read. What other threads touch lives until the process is gone:
+// State that several parts of the program read. State that other threads use is never destroyed:
 // the broker worker and the broker library's thread still run while main returns.
 #pragma once
 
@@ -7,19 +7,19 @@
 #include <atomic>
 #include <string>
 
-// The configuration file's object. Start-up parses and completes it while it is alone; afterwards
-// it is only read, from several threads, through const access (the other kind inserts members).
+// The root of the configuration. Startup parses and completes it while no other thread runs. After
+// that, several threads read it, through const access only: non-const access inserts members.
 Json::Value& configurationForStartup();
 const Json::Value& configuration();
 
-// Proves knowledge of the gateway's identity when requests are signed. Built by start-up; only the
-// main thread reads it.
+// Signs the requests to the cloud. Built at startup; only the main thread reads it.
 extern std::string gatewaySecret;
 
-// The stop flag: set by the signal handler and by the broker worker after a fatal client failure,
-// polled by the upstream loop and by the worker.
+// The stop flag. The signal handler sets it, and so does the broker worker when it cannot create a
+// client. The upstream loop and the worker poll it.
 extern std::atomic<unsigned char> shutdownRequested;
 
-// The roles of this program among those that its sources serve. main sets them first thing.
+// The role of this program: the same sources also build the network server. main sets both flags
+// first.
 extern std::atomic<bool> roleVeyra;
 extern std::atomic<bool> roleNet;

@@ -1,8 +1,9 @@
-// The broker worker: supervises the link with a keepalive that must come back through the broker,
-// rebuilds the client when it does not, and publishes queued messages, one a pass.
+// The broker worker, a thread that supervises the link to the broker and publishes queued messages.
+// It publishes a keepalive whose echo must return through the broker, replaces the client when the
+// echo stays away, and publishes one queued message in each pass.
 //
-// One detached thread for the life of the process, with a small stack: nothing on its path may hold
-// large locals. Nobody joins it; main ends the process while it runs.
+// One detached thread runs for the life of the process. Its stack is small: no function that it
+// calls may have large local variables. It is never joined: main ends the process while it runs.
 #pragma once
 
 #include <pthread.h>

@@ -1,25 +1,25 @@
-// The program's connection to the gateway's MQTT broker.
+// The connection to the gateway's MQTT broker.
 //
-// Constructing it connects and starts the broker library's network thread, which runs the
-// callbacks; the broker worker owns the one live instance, publishes through it, and destroys and
-// rebuilds it when the link is dead. Destroying it cancels the network thread wherever it is, a
-// callback's log record included: callbacks hold locks by guards only, and catch nothing but
-// Exception.
+// The constructor connects and starts the broker library's network thread, which runs the
+// callbacks. The broker worker owns the only instance, publishes through it, and replaces it when
+// the link is dead. The destructor cancels the network thread at any point, even while a callback
+// writes a log record. Therefore callbacks hold locks only through guards and catch no exception
+// but Exception.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <mosquittopp.h>
 
-// The topic whose echo proves that the link works.
+// The client publishes this topic and subscribes to it: the echo proves that the link works.
 constexpr const char* keepaliveTopic = "lora/veyra_keepalive";
 constexpr int publishQos = 1;
 
 class Mosquitto final : public mosqpp::mosquittopp {
   public:
-    // Connects to `host`:`port` as client `id`, with the credentials of the configuration's "mqtt"
-    // section when it has both. A connection that fails shows only later, in `connected`. `id`
-    // must outlive the object, `host` the constructor. Clients whose id begins with "VEYRA_SERVER"
+    // Connects to `host`:`port` as client `id`, with the credentials of the section "mqtt" when it
+    // has both. A failed connection is not reported here: isConnected() stays false. `id` must
+    // outlive the object, `host` the constructor. Clients whose id begins with "VEYRA_SERVER"
     // subscribe to the bridge's keepalive, others to the network server's topics.
     Mosquitto(const char* id, const char* host, int port);
     ~Mosquitto() override;
@@ -33,10 +33,11 @@ class Mosquitto final : public mosqpp::mosquittopp {
     void on_subscribe(int mid, int qosCount, const int* grantedQos) override;
     void on_error() override;
 
-    // Publishes with QoS 1, not retained. True when the library took the message.
+    // Publishes with QoS 1, not retained. True when the library accepted the message.
     bool sendMessage(const char* topic, const void* payload, int length);
 
-    // Set by the network thread after an accepted connection, cleared when it is lost.
+    // The network thread sets the flag when the broker accepts the connection and clears it when
+    // the connection is lost.
     bool isConnected() const { return connected; }
 
   private:
@@ -49,18 +50,18 @@ class Mosquitto final : public mosqpp::mosquittopp {
     std::int32_t port;
     std::int32_t keepalive = 0; // MQTT keepalive interval, seconds
     std::atomic<bool> connected{false};
-    bool networkThreadRuns = false; // loop_start succeeded
+    bool networkThreadStarted = false;
 };
 
-// The live client; null when there is none. Made by main before the worker runs, afterwards only
-// the worker touches it. Never destroyed at exit, since the worker may be using it.
+// The current client, or null. main creates the first one before the broker worker runs; after that
+// only the worker uses it. Not destroyed at exit, because the worker may still use it.
 extern Mosquitto* mqttClient;
 
-// monotonicMillis() when the bridge's keepalive was last heard back, and when it was last
-// published. Under mqttLock.
+// monotonicMillis() when the echo of the keepalive last arrived, and when the keepalive was last
+// published. Guarded by mqttLock.
 extern std::uint64_t lastKeepalive;
 extern std::uint64_t lastKeepaliveSent;
 
-// A client for the broker of the configuration: "host" and "port" of the section "mqtt" when both
-// are there, which is null when memory is exhausted; else for 127.0.0.1:1883.
+// Creates a client for the configured broker. Returns null without memory if the configuration has
+// "host" and "port"; for the default broker, 127.0.0.1:1883, it throws std::bad_alloc instead.
 Mosquitto* createMqttClient();

@@ -15,8 +15,8 @@ struct CivilDate {
     unsigned day;
 };
 
-// Days since 1970-01-01 to a date of the Gregorian calendar. The C library's conversions take the
-// time-zone lock, which an interrupted thread may hold.
+// Converts days since 1970-01-01 to a date of the Gregorian calendar. The C library's functions
+// lock the time zone, and an interrupted thread may hold that lock.
 CivilDate civilDate(long long days) {
     const long long sinceMarch0000 = days + 719468;
     const long long era = sinceMarch0000 / 146097;
@@ -68,7 +68,7 @@ void LogRecord::composeMessage(const char* format, va_list arguments) {
             text = longText;
             std::vsnprintf(text + messageStart, messageSize + 1, format, again);
         } else {
-            messageSize = room - 1; // out of memory: the start of the message is better than none
+            messageSize = room - 1; // no memory: print the start of the message
         }
     }
     va_end(again);

@@ -1,5 +1,5 @@
-// One record as text, composed without locks; short ones without allocation. Lives on the stack of
-// the thread or signal handler that logs, which may have little of it.
+// The text of one log record. Composed without locks, and short records without an allocation.
+// Lives on the stack of the thread or signal handler that logs, which may be small.
 #pragma once
 
 #include <cstdarg>
@@ -10,7 +10,7 @@ namespace ZEP::Logger {
 
 class LogRecord {
   public:
-    // Composes the record; `arguments` are consumed.
+    // Composes the record. Consumes `arguments`.
     LogRecord(const timespec& now, const char* label, const char* format, va_list arguments)
         __attribute__((format(printf, 4, 0)));
     ~LogRecord();
@@ -20,7 +20,7 @@ class LogRecord {
     // Time, label, message and line feed.
     const char* line() const { return text; }
     std::size_t lineLength() const { return length; }
-    // The message alone, without its line feed.
+    // The message only, without the line feed.
     const char* message() const { return text + messageStart; }
     std::size_t messageLength() const { return length - messageStart - 1; }
 

@@ -18,12 +18,12 @@ namespace {
 
 constexpr int none = -1;
 
-// Handlers read these, so they are lock-free.
+// Lock-free, because signal handlers read them.
 std::atomic<int> consoleDescriptor{none};
 std::atomic<int> fileDescriptor{STDERR_FILENO};
 std::atomic<bool> toSyslog{false};
-// ARMv5 has no atomic instructions and uses the kernel's, without a lock. Anything that needs a
-// lock would not link: it comes from libatomic.
+// ARMv5 has no atomic instructions and uses functions of the kernel, which are lock-free. Types
+// that need a lock would fail to link, because libatomic is not linked.
 static_assert(ATOMIC_INT_LOCK_FREE != 0 && ATOMIC_BOOL_LOCK_FREE != 0);
 
 bool writesConsole(PrintMode mode) {
@@ -42,18 +42,19 @@ static_assert(sizeof(off_t) == 8, "logs must be able to grow past 2 GiB");
 
 int openLogFile(const char* file) {
     constexpr mode_t ownerAndGroup = 0640;
-    const int descriptor =
-        file == nullptr ? none
-                        : open(file, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, ownerAndGroup);
+    if (file == nullptr) {
+        std::fputs("Cannot open log file []: no name\n", stderr);
+        return STDERR_FILENO;
+    }
+    const int descriptor = open(file, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, ownerAndGroup);
     if (descriptor == none) {
-        std::fprintf(stderr, "Cannot open log file [%s]: %s\n", file == nullptr ? "" : file,
-                     file == nullptr ? "no name" : std::strerror(errno));
+        std::fprintf(stderr, "Cannot open log file [%s]: %s\n", file, std::strerror(errno));
         return STDERR_FILENO;
     }
     return descriptor;
 }
 
-// In one step, so that a handler always finds a place for its record.
+// Replaces the descriptor in one step, so that a signal handler always finds a valid one.
 void changeLogFile(int descriptor) {
     const int old = fileDescriptor.exchange(descriptor);
     if (old > STDERR_FILENO) {
@@ -62,7 +63,7 @@ void changeLogFile(int descriptor) {
 }
 
 void writeRecord(int descriptor, const LogRecord& record) {
-    // A full disk or a closed console loses the record and nothing else.
+    // A full disk or a closed console only loses the record.
     if (descriptor != none && write(descriptor, record.line(), record.lineLength()) < 0) {
         return;
     }

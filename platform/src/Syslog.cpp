@@ -3,6 +3,7 @@
 #include "ZEP/Logger.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <sys/socket.h>
 #include <sys/syslog.h>
@@ -38,11 +39,12 @@ bool openSyslog() {
 }
 
 void sendToSyslog(int level, const char* message, std::size_t length) {
-    // No time in the datagram: the syslog daemon puts its own, in its own time zone.
+    // The syslog daemon adds the time, in its own time zone. The limit on the name keeps the prefix
+    // complete.
     char prefix[64];
-    const int prefixLength = std::snprintf(
-        prefix, sizeof prefix, "<%d>lora-veyra-server[%d]: ", LOG_DAEMON | severity(level),
-        static_cast<int>(getpid()));
+    const int prefixLength =
+        std::snprintf(prefix, sizeof prefix, "<%d>%.32s[%d]: ", LOG_DAEMON | severity(level),
+                      program_invocation_short_name, static_cast<int>(getpid()));
     iovec parts[] = {{prefix, static_cast<std::size_t>(prefixLength)},
                      {const_cast<char*>(message), length}};
     sockaddr_un address = syslogAddress;
@@ -51,8 +53,8 @@ void sendToSyslog(int level, const char* message, std::size_t length) {
     datagram.msg_namelen = sizeof address;
     datagram.msg_iov = parts;
     datagram.msg_iovlen = 2;
-    // Addressed anew each time, so that a restarted syslog daemon is found again. Without a syslog
-    // daemon the record is lost, as with every program that logs to it.
+    // The socket is not connected: each record goes to the syslog daemon that is running now.
+    // Without one the record is lost.
     if (sendmsg(syslogDescriptor, &datagram, MSG_NOSIGNAL) < 0) {
         return;
     }

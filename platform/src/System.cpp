@@ -6,7 +6,8 @@
 namespace ZEP::System {
 
 std::string readFile(const std::string& path) {
-    // A folder can be opened but not read: this way it is empty, iterators would throw.
+    // A directory can be opened, but not read. rdbuf() then yields an empty text; iterators would
+    // throw.
     std::ostringstream text;
     text << std::ifstream(path, std::ios::binary).rdbuf();
     return text.str();

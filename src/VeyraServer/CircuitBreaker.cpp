@@ -24,7 +24,7 @@ void CircuitBreaker::requestFailed() {
     }
     const auto jitterMs = static_cast<std::uint64_t>(std::rand() % 1000);
     openUntilMs = monotonicMillis() + backoffMs + jitterMs;
-    // The ceiling stops further doubling only: a doubled value may pass it.
+    // The ceiling only stops further doubling: a doubled value may exceed it.
     if (backoffMs < backoffMaxMs) {
         backoffMs *= 2;
     }
@@ -32,6 +32,6 @@ void CircuitBreaker::requestFailed() {
 
 void CircuitBreaker::requestSucceeded() {
     failureCount = 0;
-    // A fixed number and not the configured value, on purpose.
+    // Kept on purpose: a fixed value instead of the configured one.
     backoffMs = 5000;
 }

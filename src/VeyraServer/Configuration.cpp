@@ -32,7 +32,7 @@ bool readConfiguration(const CommandLine& commandLine) {
         VEYRA_LOG(ERROR, "Configuration file not found [%s]", path);
         return false;
     }
-    std::ostringstream text; // empty for a folder, which can be opened
+    std::ostringstream text; // stays empty for a directory, which can be opened
     text << file.rdbuf();
     if (!parseFile(text.str(), configurationForStartup())) {
         logToGivenFile(commandLine);

@@ -3,7 +3,7 @@
 #include "cloud/CloudRequest.h"
 #include "cloud/CloudTimestamp.h"
 #include "cloud/RequestToken.h"
-#include "common/Exception.h"
+#include "common/InputError.h"
 #include "common/Log.h"
 #include "common/Memory.h"
 #include "common/ProcessState.h"
@@ -15,6 +15,8 @@
 
 namespace {
 
+// A fixed list of checks. Each `if` is one check with its record.
+// NOLINTNEXTLINE(readability-function-cognitive-complexity)
 bool parseDatagram(Json::Reader& reader, const char* text, Json::Value& datagram) {
     if (!reader.parse(text, text + std::strlen(text), datagram, true)) {
         VEYRA_LOG(ERROR, "Failed to parse JSON %s", text);
@@ -35,22 +37,21 @@ bool parseDatagram(Json::Reader& reader, const char* text, Json::Value& datagram
     return true;
 }
 
-// The JSON library would turn a number into text and null into an object.
-void requireType(bool holds) {
-    if (!holds) {
-        throw Exception(exceptionCode, __LINE__, "src/VeyraServer", "wrong type", noErrorNumber);
-    }
-}
-
+// Without this test the JSON library would convert a number to text.
 std::string pathOf(const Json::Value& datagram) {
     const Json::Value& path = datagram["path"];
-    requireType(path.isString());
+    if (!path.isString()) {
+        throw InputError{"\"path\" is not a string"};
+    }
     return path.asString();
 }
 
+// Without this test the JSON library would convert null to an object.
 Json::Value& requestOf(Json::Value& datagram) {
     Json::Value& request = datagram["request"];
-    requireType(request.isObject());
+    if (!request.isObject()) {
+        throw InputError{"\"request\" is not an object"};
+    }
     return request;
 }
 
@@ -63,7 +64,7 @@ std::string requestUrl(const std::string& path) {
     return configuration()["network"]["veyraServer"].asString() + path;
 }
 
-// Returns the timestamp text.
+// Adds the timestamp and the token to the request. Returns the text of the timestamp.
 std::string signRequest(Json::Value& request, const std::string& path) {
     CloudTimestamp timestamp{};
     captureUtcTimestamp(timestamp);
@@ -76,8 +77,8 @@ std::string signRequest(Json::Value& request, const std::string& path) {
 void queueReply(Json::FastWriter& writer, const Json::Value& reply) {
     const std::string text = writer.write(reply);
     VEYRA_LOG(TRACE, "Curl Response %s", text.c_str());
-    // The writer's line feed stays behind.
-    enqueueMqttMessage("", "veyra", text.data(), static_cast<int>(text.size()) - 1);
+    const std::size_t withoutLineFeed = text.size() - 1;
+    enqueueMqttMessage("", "veyra", text.data(), static_cast<int>(withoutLineFeed));
 }
 
 void relay(Json::Value& datagram, Json::FastWriter& writer, CircuitBreaker& breaker) {
@@ -113,8 +114,8 @@ void DatagramRelay::handleDatagram(const char* text) {
     } catch (...) {
         VEYRA_LOG(ERROR, "EXCEPTION: Failed to parse JSON [%s]", text);
     }
-    if (takeLargeAnswer()) {
-        writer.emplace(); // the old one keeps a buffer of the reply's size
+    if (takeLargeResponse()) {
+        writer.emplace(); // the old writer still has a buffer of the size of the reply
         releaseFreeMemory();
     }
 }

@@ -2,18 +2,18 @@
 
 namespace {
 
-// An integer in the configuration takes effect as 1, the outcome of the test, whatever its value.
-// Kept on purpose.
+constexpr std::uint16_t defaultPort = 1790;
+
+// Kept on purpose: any integer in the configuration takes effect as 1.
 std::uint64_t breakerSetting(const Json::Value& root, const char* key, std::uint64_t defaultValue) {
-    const bool integer = root["veyra"][key].isInt();
-    return integer ? static_cast<std::uint64_t>(integer) : defaultValue;
+    return root["veyra"][key].isInt() ? 1 : defaultValue;
 }
 
 } // namespace
 
 std::uint16_t effectivePort(const Json::Value& root) {
     const Json::Value& port = root["udp"]["veyraPort"];
-    return port.isUInt() ? static_cast<std::uint16_t>(port.asUInt()) : std::uint16_t{1790};
+    return port.isUInt() ? static_cast<std::uint16_t>(port.asUInt()) : defaultPort;
 }
 
 CircuitBreaker effectiveBreaker(const Json::Value& root) {

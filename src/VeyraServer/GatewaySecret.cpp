@@ -1,34 +1,24 @@
 #include "VeyraServer/GatewaySecret.h"
 
-#include "common/Hex.h"
-
 #include <ZEP/System.h>
 #include <ZEP/Text.h>
 
-#include <array>
-#include <cstdint>
+#include <string_view>
 
 namespace {
 
-constexpr std::size_t keyBytes = 16;
+constexpr std::size_t keyDigits = 32;
+constexpr std::string_view separators = "-:";
+constexpr std::string_view hexadecimalDigits = "0123456789abcdef";
+constexpr std::string_view whiteSpace = " \t\n\v\f\r";
+
+bool contains(std::string_view set, char character) {
+    return set.find(character) != std::string_view::npos;
+}
 
 std::string trimmedMember(const Json::Value& object, const char* name) {
     const Json::Value& member = object[name];
     return member.isString() ? ZEP::Text::trim(member.asString()) : std::string();
-}
-
-std::optional<unsigned> hexDigit(char character) {
-    if (character >= '0' && character <= '9') {
-        return static_cast<unsigned>(character - '0');
-    }
-    if (character >= 'a' && character <= 'f') {
-        return static_cast<unsigned>(character - 'a' + 10);
-    }
-    return std::nullopt;
-}
-
-bool isWhiteSpace(char character) {
-    return ZEP::Text::trim(std::string(1, character)).empty();
 }
 
 std::string uuidPart(const std::string& id) {
@@ -38,33 +28,27 @@ std::string uuidPart(const std::string& id) {
 
 } // namespace
 
-// From the right end, so that a short key has leading zeros.
 std::optional<std::string> parseGatewayKey(const std::string& key) {
-    std::array<std::uint8_t, keyBytes> bytes{};
-    std::size_t digits = 0;
-    for (auto character = key.rbegin(); character != key.rend() && !isWhiteSpace(*character);
-         ++character) {
-        if (*character == '-' || *character == ':') {
+    std::string digits(keyDigits, '0'); // the padding of a short key
+    for (const char character : key.substr(key.find_last_of(whiteSpace) + 1)) {
+        if (contains(separators, character)) {
             continue;
         }
-        const std::optional<unsigned> digit = hexDigit(*character);
-        if (!digit) {
+        if (!contains(hexadecimalDigits, character)) {
             return std::nullopt;
         }
-        if (digits < 2 * keyBytes) {
-            const unsigned shift = digits % 2 == 0 ? 0 : 4;
-            auto& byte = bytes[keyBytes - 1 - digits / 2];
-            byte = static_cast<std::uint8_t>(byte | (*digit << shift));
-        }
-        ++digits;
+        digits += character;
     }
-    return hexText(bytes.data(), bytes.size());
+    return digits.substr(digits.size() - keyDigits);
 }
 
 Json::Value readDeviceInformation(const std::string& runDirectory) {
     const std::string text = ZEP::System::readFile(runDirectory + "/config/device_info.json");
     Json::Value device;
-    return parseFile(text, device) && device.isObject() ? device : Json::Value();
+    if (!parseFile(text, device) || !device.isObject()) {
+        return Json::Value();
+    }
+    return device;
 }
 
 GatewayIdentity readIdentity(const Json::Value& device, const Json::Value& network) {
@@ -79,5 +63,8 @@ std::string buildGatewaySecret(const Json::Value& device, const Json::Value& net
         return uuidPart(identity.uuid) + identity.deviceId;
     }
     const std::optional<std::string> id = parseGatewayKey(identity.gatewayKey);
-    return (id ? uuidPart(*id) : std::string()) + identity.deviceId;
+    if (!id) {
+        return identity.deviceId;
+    }
+    return uuidPart(*id) + identity.deviceId;
 }

@@ -1,5 +1,6 @@
 #include "VeyraServer/Startup.h"
 
+#include "VeyraServer/ErrorPlace.h"
 #include "VeyraServer/GatewaySecret.h"
 #include "VeyraServer/ServiceNotification.h"
 #include "cloud/CloudRequest.h"
@@ -16,8 +17,6 @@
 
 namespace {
 
-constexpr const char* sourceName = "src/VeyraServer";
-
 void handleStopSignal(int signalNumber) {
     VEYRA_LOG(INFO, "Shutdown signal received %d", signalNumber);
     shutdownRequested = 1;
@@ -28,19 +27,19 @@ void handleStopSignal(int signalNumber) {
 void installStopHandler() {
     std::signal(SIGINT, handleStopSignal);
     std::signal(SIGTERM, handleStopSignal);
-    // A broker or cloud that goes away while it is written to is an error of that write, not the
-    // end of the program.
+    // A write to a peer that has closed its connection must fail instead of ending the program.
     std::signal(SIGPIPE, SIG_IGN);
 }
 
 void keepLibrariesUntilExit() {
     OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
-    // One more than the clients take, which release theirs when they are destroyed.
+    // The library counts its users. Each client is one while it exists; this call adds a permanent
+    // one.
     mosqpp::lib_init();
 }
 
 void loadGatewaySecret(const CommandLine& commandLine) {
-    // Inserts a null "network" when there is none: the logged configuration shows it.
+    // Inserts a null "network" when it is missing, so that the logged configuration shows it.
     const Json::Value& network = configurationForStartup()["network"];
     gatewaySecret = buildGatewaySecret(readDeviceInformation(commandLine.runDirectory), network);
 }
@@ -52,7 +51,7 @@ void testUpstreamPort() {
         return;
     }
     if (!bindSocket(upstreamSocket, static_cast<std::uint16_t>(port.asInt()), false, "127.0.0.1")) {
-        throw Exception(exceptionCode, 284, sourceName,
+        throw Exception(exceptionCode, portTestErrorLine, errorFile,
                         "Cannot open Upstream UDP socket. " + upstreamSocket.lastErrorText,
                         upstreamSocket.lastErrorNumber);
     }
@@ -63,7 +62,8 @@ void testUpstreamPort() {
 void startBrokerWorker() {
     VEYRA_LOG(TRACE, "Start Mqtt thread");
     if (const int result = startThread(brokerWorker); result != 0) {
-        throw Exception(exceptionCode, 308, sourceName, "Unable to create mqtt thread", result);
+        throw Exception(exceptionCode, workerStartErrorLine, errorFile,
+                        "Unable to create mqtt thread", result);
     }
 }
 

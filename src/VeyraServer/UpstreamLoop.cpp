@@ -2,6 +2,7 @@
 
 #include "VeyraServer/DatagramRelay.h"
 #include "VeyraServer/EffectiveSettings.h"
+#include "VeyraServer/ErrorPlace.h"
 #include "VeyraServer/ServiceNotification.h"
 #include "common/Clock.h"
 #include "common/Exception.h"
@@ -9,66 +10,60 @@
 #include "common/ProcessState.h"
 #include "net/DatagramSocket.h"
 
-#include <cstring>
+#include <algorithm>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
 constexpr ssize_t maxDatagramBytes = 16384;
-constexpr const char* sourceName = "src/VeyraServer";
 
 sockaddr_in lastSender{};
 
-// All zeros before every receive, with room for the terminator of a datagram of full length. Either
-// the zeros or the terminator that each text gets would do; both are kept, so that no slip in one
-// of them lets a datagram run into an earlier one. Made when the endpoint opens; a stop leaves it
-// in place.
-char* receiveBuffer = nullptr;
-
 [[noreturn]] void throwSocketError(unsigned line) {
-    throw Exception(exceptionCode, line, sourceName, upstreamSocket.lastErrorText,
+    throw Exception(exceptionCode, line, errorFile, upstreamSocket.lastErrorText,
                     upstreamSocket.lastErrorNumber);
 }
 
 void openEndpoint(std::uint16_t port) {
-    receiveBuffer = new char[maxDatagramBytes + 1]();
     if (!bindSocket(upstreamSocket, port, false, "127.0.0.1")) {
-        throwSocketError(381);
+        throwSocketError(bindErrorLine);
     }
 }
 
 void closeEndpoint() {
-    delete[] receiveBuffer;
-    receiveBuffer = nullptr;
     if (upstreamSocket.descriptor != -1) {
         close(upstreamSocket.descriptor);
         upstreamSocket.descriptor = -1;
     }
 }
 
-void receiveTurn(DatagramRelay& relay) {
+// `buffer` is all zeros before and after, and larger than any datagram: the zero after the received
+// bytes terminates the text.
+void receiveTurn(DatagramRelay& relay, std::vector<char>& buffer) {
     const ssize_t count =
-        receiveDatagram(upstreamSocket, lastSender, receiveBuffer, maxDatagramBytes);
+        receiveDatagram(upstreamSocket, lastSender, buffer.data(), maxDatagramBytes);
     if (count > maxDatagramBytes) {
-        throwSocketError(393);
+        throwSocketError(receiveErrorLine);
     }
     if (count < 1) {
         return;
     }
-    receiveBuffer[count] = 0;
+    const char* text = buffer.data();
     VEYRA_LOG(TRACE, "Parse upstream message %d bytes", static_cast<int>(count));
-    VEYRA_LOG(TRACE, "Parse upstream message [%s]", receiveBuffer);
-    relay.handleDatagram(receiveBuffer);
-    std::memset(receiveBuffer, 0, static_cast<std::size_t>(count));
+    VEYRA_LOG(TRACE, "Parse upstream message [%s]", text);
+    relay.handleDatagram(text);
+    std::fill_n(buffer.begin(), count, '\0');
 }
 
-// Returns when the stop flag is set; the socket stays open and the buffer in place.
+// Returns when the stop flag is set and leaves the socket open.
 void receiveUntilStopped(std::uint16_t port, DatagramRelay& relay) {
+    std::vector<char> buffer(maxDatagramBytes + 1);
     openEndpoint(port);
     notifyReady();
     while (!shutdownRequested) {
         notifyAlive();
-        receiveTurn(relay);
+        receiveTurn(relay, buffer);
     }
 }
 

@@ -1,5 +1,5 @@
-// lora-veyra-server: relays a network server's datagrams to the Veyra cloud and the cloud's answers
-// to the gateway's MQTT broker.
+// lora-veyra-server relays the network server's datagrams to the Veyra cloud, and the responses of
+// the cloud to the gateway's MQTT broker.
 #include "VeyraServer/Configuration.h"
 #include "VeyraServer/ServiceNotification.h"
 #include "VeyraServer/Startup.h"
@@ -16,6 +16,8 @@
 #include <cstdlib>
 #include <ctime>
 
+// A fixed list of steps, some of which end the program.
+// NOLINTNEXTLINE(readability-function-cognitive-complexity)
 int main(int argc, char* argv[]) {
     roleVeyra = true;
     roleNet = false;

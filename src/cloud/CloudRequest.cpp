@@ -4,17 +4,19 @@
 #include "common/Memory.h"
 
 #include <new>
+#include <stdexcept>
 #include <utility>
 
 CURL* cloudCurlHandle = nullptr;
-pthread_mutex_t curlMutex = PTHREAD_MUTEX_INITIALIZER;
+std::mutex curlMutex;
 std::string gatewaySerial;
 
 namespace {
 
-bool largeAnswer = false; // main thread only
+bool largeResponse = false; // main thread only
 
-// A request with a header missing must not go out. Memory is all that libcurl can lack here.
+// Throws std::bad_alloc when there is no memory: a request must not be sent without one of its
+// headers.
 curl_slist* append(curl_slist* headers, const char* header) {
     curl_slist* const longer = curl_slist_append(headers, header);
     if (longer == nullptr) {
@@ -23,16 +25,23 @@ curl_slist* append(curl_slist* headers, const char* header) {
     return longer;
 }
 
-// Nor may one go out with an option missing, such as the authority that is trusted. Other results
-// tell that this libcurl was built without what the option switches.
-void require(CURLcode result) {
+// A request must not be sent without one of its options. The other errors are ignored: a libcurl
+// that was built without a feature refuses the options that control this feature.
+void requireMemory(CURLcode result) {
     if (result == CURLE_OUT_OF_MEMORY) {
         throw std::bad_alloc();
     }
 }
 
-// libcurl leaves a header out when only white space follows the colon; a semicolon in the colon's
-// place is its spelling for "send it empty".
+// No error may be ignored for the options that decide which server is trusted.
+void requireSuccess(CURLcode result) {
+    if (result != CURLE_OK) {
+        throw std::runtime_error(curl_easy_strerror(result));
+    }
+}
+
+// libcurl omits a header if only white space follows the colon. A semicolon instead of the colon
+// makes it send the header with an empty value.
 curl_slist* appendHeader(curl_slist* headers, std::string name, const std::string& value) {
     const bool empty = value.find_first_not_of(" \t\n\v\f\r") == std::string::npos;
     name.reserve(name.size() + 2 + value.size());
@@ -43,16 +52,17 @@ curl_slist* appendHeader(curl_slist* headers, std::string name, const std::strin
     return append(headers, name.c_str());
 }
 
-// Moves a member of `body` into the headers; without one, `headers` stays as it is.
+// Moves a member of `body` into a header. Adds no header when `body` does not have the member.
 curl_slist* takeMember(curl_slist* headers, Json::Value& body, const char* member,
                        const char* name) {
     Json::Value value;
-    return body.removeMember(member, &value) ? appendHeader(headers, name, value.asString())
-                                             : headers;
+    if (!body.removeMember(member, &value)) {
+        return headers;
+    }
+    return appendHeader(headers, name, value.asString());
 }
 
-// The list is the caller's to free; an exception on the way leaves it behind (see the end of
-// sendCloudRequest).
+// The caller frees the list. An exception leaks it, see the end of sendCloudRequest.
 curl_slist* buildHeaders(Json::Value& body) {
     curl_slist* headers = append(nullptr, "Accept: application/json");
     headers = append(headers, "Content-Type: application/json");
@@ -66,44 +76,44 @@ curl_slist* buildHeaders(Json::Value& body) {
 
 void setTransferOptions(CURL* handle, const std::string& url, curl_slist* headers,
                         std::string* received) {
-    require(curl_easy_setopt(handle, CURLOPT_URL, url.c_str()));
-    require(curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L));
-    require(curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L));
+    requireMemory(curl_easy_setopt(handle, CURLOPT_URL, url.c_str()));
+    requireMemory(curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L));
+    requireMemory(curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L));
     if (received != nullptr) {
-        require(curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, appendToString));
-        require(curl_easy_setopt(handle, CURLOPT_WRITEDATA, received));
+        requireMemory(curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, appendToString));
+        requireMemory(curl_easy_setopt(handle, CURLOPT_WRITEDATA, received));
     }
-    require(curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers));
+    requireMemory(curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers));
     setTrust(handle, url);
 }
 
-// The writer keeps its buffer from one request to the next.
 std::string compactText(const Json::Value& body) {
-    static Json::FastWriter writer; // under curlMutex
+    static Json::FastWriter writer; // keeps its buffer; guarded by curlMutex
     return writer.write(body);
 }
 
-// libcurl keeps a pointer to the body: `bodyText` must outlive the transfer.
+// `bodyText` must outlive the transfer: libcurl does not copy it.
 void setBody(CURL* handle, const std::string& method, const std::string& bodyText) {
     VEYRA_LOG(TRACE, "request body: %s", bodyText.c_str());
     if (method == "PUT") {
-        require(curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, "PUT"));
-        require(curl_easy_setopt(handle, CURLOPT_POSTFIELDS, bodyText.c_str()));
+        requireMemory(curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, "PUT"));
+        requireMemory(curl_easy_setopt(handle, CURLOPT_POSTFIELDS, bodyText.c_str()));
     } else if (method != "GET") {
-        require(curl_easy_setopt(handle, CURLOPT_POST, 1L));
-        require(curl_easy_setopt(handle, CURLOPT_POSTFIELDS, bodyText.c_str()));
+        requireMemory(curl_easy_setopt(handle, CURLOPT_POST, 1L));
+        requireMemory(curl_easy_setopt(handle, CURLOPT_POSTFIELDS, bodyText.c_str()));
     }
-    require(curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, ""));
+    requireMemory(curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, ""));
 }
 
-// A reader keeps its largest buffers, so a large answer gets one of its own.
 bool parseText(const char* text, std::size_t length, Json::Value& response) {
-    static Json::Reader lasting; // under curlMutex
-    return length < largeBytes ? lasting.parse(text, text + length, response, true)
-                               : Json::Reader().parse(text, text + length, response, true);
+    if (length >= largeBytes) { // the lasting reader would keep the buffers for it
+        return Json::Reader().parse(text, text + length, response, true);
+    }
+    static Json::Reader lasting; // guarded by curlMutex
+    return lasting.parse(text, text + length, response, true);
 }
 
-// The answer's text ends at its first NUL byte.
+// The text of the response ends at its first NUL byte.
 void parseResponse(const std::string& method, int status, const std::string& received,
                    Json::Value& response) {
     const char* text = received.c_str();
@@ -116,17 +126,32 @@ void parseResponse(const std::string& method, int status, const std::string& rec
     }
 }
 
+bool isSuccess(int status) {
+    return status == 200 || status == 201;
+}
+
 bool handleStatus(CURL* handle, const std::string& method, const std::string& received,
                   Json::Value& response) {
     long code = 0;
     curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &code);
     const int status = static_cast<int>(code);
-    if (static_cast<unsigned>(status) - 200U > 1U) {
+    if (!isSuccess(status)) {
         VEYRA_LOG(ERROR, "%s failed CODE:%d BODY:[%s]", method.c_str(), status, received.c_str());
         return false;
     }
     parseResponse(method, status, received, response);
     return true;
+}
+
+bool performTransfer(CURL* handle, const std::string& method, const std::string& received,
+                     Json::Value& response) {
+    const CURLcode result = curl_easy_perform(handle);
+    largeResponse = largeResponse || received.size() >= largeBytes;
+    if (result != CURLE_OK) {
+        VEYRA_LOG(ERROR, "CURL call to Server failed - %s", curl_easy_strerror(result));
+        return false;
+    }
+    return handleStatus(handle, method, received, response);
 }
 
 } // namespace
@@ -137,16 +162,17 @@ bool isVerified(const std::string& url) {
 
 void setTrust(CURL* handle, const std::string& url) {
     if (isVerified(url)) {
-        require(curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L));
-        require(curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L));
-        require(curl_easy_setopt(handle, CURLOPT_CAINFO, cloudCaFile));
-        // libcurl may be built with a folder of authorities, which it would trust besides the file.
-        require(curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr));
+        requireSuccess(curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L));
+        requireSuccess(curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L));
+        requireSuccess(curl_easy_setopt(handle, CURLOPT_CAINFO, cloudCaFile));
+        // Some builds of libcurl also trust a directory of CA certificates. The others do not know
+        // such directories and may refuse this option.
+        requireMemory(curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr));
     }
 }
 
-bool takeLargeAnswer() {
-    return std::exchange(largeAnswer, false);
+bool takeLargeResponse() {
+    return std::exchange(largeResponse, false);
 }
 
 std::size_t appendToString(char* data, std::size_t size, std::size_t nmemb, std::string* buffer) {
@@ -165,29 +191,21 @@ bool sendCloudRequest(CURL* handle, const std::string& url, Json::Value& body,
         return false;
     }
     std::string received;
-    pthread_mutex_lock(&curlMutex);
+    std::unique_lock<std::mutex> lock(curlMutex);
     try {
         curl_slist* headers = buildHeaders(body);
         VEYRA_LOG(TRACE, "Server URL: [%s]", url.c_str());
         setTransferOptions(handle, url, headers, collectResponse ? &received : nullptr);
         const std::string bodyText = compactText(body);
         setBody(handle, method, bodyText);
-
-        bool accepted = false;
-        const CURLcode result = curl_easy_perform(handle);
-        largeAnswer = largeAnswer || received.size() >= largeBytes;
-        if (result != CURLE_OK) {
-            VEYRA_LOG(ERROR, "CURL call to Server failed - %s", curl_easy_strerror(result));
-        } else {
-            accepted = handleStatus(handle, method, received, response);
-        }
+        const bool accepted = performTransfer(handle, method, received, response);
         curl_slist_free_all(headers);
         curl_easy_reset(handle);
-        pthread_mutex_unlock(&curlMutex);
         return accepted;
     } catch (...) {
-        // Kept on purpose: the lock stays taken, the header list unfreed and the handle's options
-        // set. The next request waits for ever.
+        // Kept on purpose: the mutex stays locked, the header list is not freed and the handle
+        // keeps its options. The next request blocks for ever.
+        lock.release();
         VEYRA_LOG(ERROR, "Exception caught during CURL call to [%s]", url.c_str());
         return false;
     }

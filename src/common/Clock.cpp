@@ -2,7 +2,7 @@
 
 #include <ctime>
 
-static_assert(sizeof(time_t) == 8, "times must stay right after 2038");
+static_assert(sizeof(time_t) == 8, "times must stay correct after 2038");
 
 std::uint64_t monotonicMillis() {
     timespec now{};

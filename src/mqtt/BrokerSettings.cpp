@@ -2,7 +2,7 @@
 
 std::optional<BrokerAddress> configuredBroker(const Json::Value& mqtt) {
     if (mqtt.isMember("host") && mqtt.isMember("port")) {
-        const int port = mqtt["port"].asInt(); // first: of two wrong values it is the one told
+        const int port = mqtt["port"].asInt(); // read first, so that its error is the one reported
         return BrokerAddress{mqtt["host"].asString(), port};
     }
     return std::nullopt;

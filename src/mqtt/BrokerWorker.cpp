@@ -16,18 +16,17 @@
 
 namespace {
 
-// Sanitizers need far more stack than the code that they watch.
+// Sanitizers need far more stack than the code that they instrument.
 #ifdef VEYRA_SANITIZED
 constexpr unsigned workerStackBytes = 1024 * 1024;
 #else
 constexpr unsigned workerStackBytes = 32708;
 #endif
 
-// Nothing in this program assigns it, so the worker closes standard input when it ends. Kept on
-// purpose.
+// Kept on purpose: nothing assigns it, so the worker closes descriptor 0 when it ends.
 int sharedSocket = 0;
 
-// A stop signal is handled by a thread with room for the handler's frame and its log record.
+// The stack of this thread is too small for the signal handler and its log record.
 void leaveStopSignalsToOthers() {
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
@@ -55,8 +54,8 @@ void destroyClient() {
     }
 }
 
-// Takes about 9 s, in which queued messages wait. The age of the last keepalive is not reset: the
-// new client has to hear its own before the next check.
+// Takes about 9 s; queued messages wait. Does not reset lastKeepalive: the new client is healthy
+// only if the echo of its own keepalive arrives before the next check.
 void rebuildClient(std::uint64_t passMs) {
     destroyClient();
     sleepMillis(1000);
@@ -73,7 +72,7 @@ void rebuildClient(std::uint64_t passMs) {
     sleepMillis(6000);
 }
 
-// Returns whether the pass may go on to the queue.
+// Returns whether the link is healthy. An unhealthy one is rebuilt first.
 bool superviseLink() {
     const std::uint64_t nowMs = monotonicMillis();
     std::uint64_t heardMs = 0;
@@ -95,25 +94,33 @@ bool superviseLink() {
     return false;
 }
 
-// Returns false when there is none. An Exception on the way leaves mqttLock taken, on purpose: the
-// message is freed and the thread's boundary logs it.
+void publish(const MqttMessage& message) {
+    if (mqttClient == nullptr) {
+        return;
+    }
+    const std::string topic = "lora/" + message.topic;
+    mqttClient->publish(nullptr, topic.c_str(), message.length, message.payload.data(), publishQos,
+                        false);
+}
+
+// Removes the first message of the queue and publishes it. Returns false when the queue is empty.
 bool publishFront() {
-    mqttLock.lock();
+    std::unique_lock<ZEP::Lock> lock(mqttLock);
     if (mqttQueue.empty()) {
-        mqttLock.unlock();
         return false;
     }
-    std::unique_ptr<MqttMessage> message = std::move(mqttQueue.front());
+    const std::unique_ptr<MqttMessage> message = std::move(mqttQueue.front());
     mqttQueue.pop_front();
     if (message == nullptr) {
         VEYRA_LOG(WARNING, "NULL message pulled from mqtt queue");
-    } else if (mqttClient != nullptr) {
-        const std::string topic = "lora/" + message->topic;
-        mqttClient->publish(nullptr, topic.c_str(), message->length, message->payload.get(),
-                            publishQos, false);
+        return true;
     }
-    message.reset();
-    mqttLock.unlock();
+    try {
+        publish(*message);
+    } catch (const Exception&) {
+        lock.release(); // kept on purpose: mqttLock stays locked
+        throw;
+    }
     return true;
 }
 

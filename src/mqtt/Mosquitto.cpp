@@ -28,7 +28,7 @@ bool isRoleKeepalive(const char* topic) {
            (roleNet && std::strcmp(topic, "lora/net_keepalive") == 0);
 }
 
-// The network server's topic dispatcher; that library is not part of this program.
+// Empty: the network server's topic dispatcher is not part of this program.
 void dispatchNetworkServerMessage(const mosquitto_message& /*message*/) {}
 
 } // namespace
@@ -42,10 +42,10 @@ Mosquitto::Mosquitto(const char* idText, const char* hostText, int portNumber)
     keepalive = 5;
     setCredentials();
     connect(host, port, keepalive);
-    networkThreadRuns = loop_start() == MOSQ_ERR_SUCCESS;
-    if (!networkThreadRuns) {
-        // The library counts the client as threaded all the same, by the id of the thread that
-        // built it, and would cancel that one when the client is destroyed.
+    networkThreadStarted = loop_start() == MOSQ_ERR_SUCCESS;
+    if (!networkThreadStarted) {
+        // Without this call the library takes the calling thread for the network thread, and
+        // cancels it when the client is destroyed.
         threaded_set(false);
     }
 }
@@ -53,9 +53,9 @@ Mosquitto::Mosquitto(const char* idText, const char* hostText, int portNumber)
 Mosquitto::~Mosquitto() {
     disconnect();
     mosqpp::lib_cleanup();
-    // The base destructor cancels and joins the network thread too, but by then this object is no
-    // Mosquitto any more and a callback would meet it half destroyed.
-    if (networkThreadRuns) {
+    // The base destructor cancels and joins the network thread too, but a callback could then run
+    // on an object of which only the base is left.
+    if (networkThreadStarted) {
         loop_stop(true);
     }
 }
@@ -75,11 +75,13 @@ void Mosquitto::on_connect(int rc) {
     sendWithoutDelay();
     connected = true;
     subscribeToRole();
+    // Without effect while the network thread runs, which is the thread that runs this callback:
+    // the library refuses to start a second one. Kept on purpose.
     loop_start();
 }
 
-// A message that follows another small packet, such as a keepalive's acknowledgement, would else
-// wait for the broker to acknowledge that one, which may take 40 ms.
+// With the kernel's default, a small packet waits until the peer has acknowledged the previous one.
+// A reply that follows a keepalive would wait for up to 40 ms.
 void Mosquitto::sendWithoutDelay() {
     const int on = 1;
     setsockopt(socket(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);

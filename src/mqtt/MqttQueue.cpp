@@ -2,31 +2,31 @@
 
 #include "common/Log.h"
 
-#include <cstring>
+#include <algorithm>
 #include <mutex>
 #include <new>
 #include <utility>
 
-// Never destroyed, since the worker uses them until the process is gone.
+// Never destroyed, because the worker uses them until the process is gone.
 ZEP::Lock& mqttLock = *new ZEP::Lock;
 std::deque<std::unique_ptr<MqttMessage>>& mqttQueue = *new std::deque<std::unique_ptr<MqttMessage>>;
 
 namespace {
 
+// Returns null when there is no memory.
 std::unique_ptr<MqttMessage> makeMessage(const std::string& tag, const std::string& topic,
                                          const void* payload, int length) {
-    std::unique_ptr<MqttMessage> message(new (std::nothrow) MqttMessage{{}, length, tag, topic});
-    if (message == nullptr) {
+    try {
+        auto message = std::make_unique<MqttMessage>();
+        message->payload.resize(static_cast<std::size_t>(length) + 1);
+        std::copy_n(static_cast<const char*>(payload), length, message->payload.begin());
+        message->length = length;
+        message->tag = tag;
+        message->topic = topic;
+        return message;
+    } catch (const std::bad_alloc&) {
         return nullptr;
     }
-    const auto bytes = static_cast<std::size_t>(length);
-    message->payload.reset(new (std::nothrow) char[bytes + 1]);
-    if (message->payload == nullptr) {
-        return nullptr;
-    }
-    std::memcpy(message->payload.get(), payload, bytes);
-    message->payload[bytes] = 0;
-    return message;
 }
 
 } // namespace

@@ -10,20 +10,6 @@
 
 namespace {
 
-class MutexGuard {
-  public:
-    explicit MutexGuard(pthread_mutex_t& guarded)
-        : mutex(guarded) {
-        pthread_mutex_lock(&mutex);
-    }
-    ~MutexGuard() { pthread_mutex_unlock(&mutex); }
-    MutexGuard(const MutexGuard&) = delete;
-    MutexGuard& operator=(const MutexGuard&) = delete;
-
-  private:
-    pthread_mutex_t& mutex;
-};
-
 void recordError(DatagramSocket& socket, const char* text, int number) {
     socket.lastErrorText = text;
     socket.lastErrorNumber = number;
@@ -72,7 +58,7 @@ bool bindSocket(DatagramSocket& socket, std::uint16_t port, bool anyAddress, con
 
 ssize_t receiveDatagram(DatagramSocket& socket, sockaddr_in& sender, void* buffer,
                         std::size_t capacity) {
-    const MutexGuard guard(socket.receiveLock);
+    const std::lock_guard<std::mutex> guard(socket.receiveLock);
     for (;;) {
         socklen_t senderLength = sizeof sender;
         const ssize_t count = recvfrom(socket.descriptor, buffer, capacity, 0,
@@ -89,7 +75,7 @@ ssize_t receiveDatagram(DatagramSocket& socket, sockaddr_in& sender, void* buffe
 
 bool transmitDatagram(DatagramSocket& socket, const sockaddr_in& destination, const void* data,
                       std::size_t length) {
-    const MutexGuard guard(socket.sendLock);
+    const std::lock_guard<std::mutex> guard(socket.sendLock);
     const ssize_t sent =
         sendto(socket.descriptor, data, length, 0, reinterpret_cast<const sockaddr*>(&destination),
                sizeof destination);

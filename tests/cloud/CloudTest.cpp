@@ -1,4 +1,5 @@
-// Signature and request without a network: what the libraries cannot make never goes out.
+// The signature and the request without a network. A request that the libraries cannot prepare
+// completely must never be sent.
 #include "Crypto/Sha256.h"
 #include "cloud/CloudRequest.h"
 #include "cloud/CloudTimestamp.h"
@@ -6,69 +7,139 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdarg>
 #include <dlfcn.h>
+#include <future>
+#include <mutex>
 
 namespace {
 
-bool digestsFail = false;
-int headersUntilFailure = 0; // none when 0
-int requestsMade = 0;
+struct Libraries {
+    bool digestsFail = false;
+    int headersUntilFailure = 0; // 0: none fails
+    CURLoption refusedOption = CURLOPT_LASTENTRY;
+    int requestsSent = 0;
+};
+Libraries libraries;
 
 } // namespace
 
-// These take the place of the libraries' own.
+// These functions replace those of the libraries.
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" int EVP_Digest(const void* data, std::size_t count, unsigned char* digest,
                           unsigned* size, const EVP_MD* type, ENGINE* engine) {
     const auto real = reinterpret_cast<decltype(&EVP_Digest)>(dlsym(RTLD_NEXT, "EVP_Digest"));
-    return digestsFail ? 0 : real(data, count, digest, size, type, engine);
+    return libraries.digestsFail ? 0 : real(data, count, digest, size, type, engine);
 }
 
 extern "C" curl_slist* curl_slist_append(curl_slist* list, const char* text) {
     const auto real =
         reinterpret_cast<decltype(&curl_slist_append)>(dlsym(RTLD_NEXT, "curl_slist_append"));
-    if (headersUntilFailure > 0 && --headersUntilFailure == 0) {
-        curl_slist_free_all(list); // the program leaves it behind on purpose
+    if (libraries.headersUntilFailure > 0 && --libraries.headersUntilFailure == 0) {
+        curl_slist_free_all(list); // after an exception the program leaks it on purpose
         return nullptr;
     }
     return real(list, text);
 }
 
+#undef curl_easy_setopt
+extern "C" CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
+    const auto real =
+        reinterpret_cast<decltype(&curl_easy_setopt)>(dlsym(RTLD_NEXT, "curl_easy_setopt"));
+    if (option == libraries.refusedOption) {
+        return CURLE_NOT_BUILT_IN;
+    }
+    va_list values;
+    va_start(values, option);
+    void* const value = va_arg(values, void*); // a pointer or a long, which have the same size
+    va_end(values);
+    return real(handle, option, value);
+}
+
 extern "C" CURLcode curl_easy_perform(CURL* /*handle*/) {
-    ++requestsMade;
+    ++libraries.requestsSent;
     return CURLE_COULDNT_CONNECT;
 }
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
-TEST(Signature, FormatsTimestampsWithFixedWidths) {
-    EXPECT_EQ(formatTimestamp({2026, 1, 2, 3, 4, 5, 7, true}), "2026-01-02T03:04:05.000007Z");
+namespace {
+
+bool mutexIsFree() {
+    const auto tryLock = [] { return std::unique_lock(curlMutex, std::try_to_lock).owns_lock(); };
+    return std::async(std::launch::async, tryLock).get();
 }
 
-TEST(Signature, TokenIsTheDigestOfItsPartsWithoutSeparators) {
-    // The worked example of docs/protocol.md.
-    EXPECT_EQ(makeRequestToken("00112233-4455-6677-8899-aabbccddeeffGW-0042",
-                               "2026-11-21T03:54:52.746749Z", "m1/gateways/SN0042/check_in"),
-              "e9f90bac2c36544afeacbee035e759b86850c01d7799383799474917880dac91");
-    digestsFail = true;
-    EXPECT_THROW(makeRequestToken("a", "b", "c"), std::runtime_error);
-    digestsFail = false;
-}
+struct Request : testing::Test {
+    Request() { libraries = {}; }
+    ~Request() override { curl_easy_cleanup(handle); }
 
-TEST(CloudRequest, IsNotMadeWithoutAHandleOrAHeader) {
-    Json::Value none;
-    EXPECT_FALSE(sendCloudRequest(nullptr, "https://localhost/", none, none, true, "PUT"));
-    CURL* const handle = curl_easy_init();
-    requestsMade = 0;
-    for (int header = 1; header <= 7; ++header) {
+    // All six headers; the transfer itself always fails.
+    void send() {
         Json::Value body;
         body["token"] = "t";
         body["timestamp"] = "now";
         Json::Value response;
-        headersUntilFailure = header;
         EXPECT_FALSE(sendCloudRequest(handle, "https://localhost/", body, response, true, "PUT"));
-        EXPECT_EQ(requestsMade, header <= 6 ? 0 : 1) << header;
-        EXPECT_EQ(pthread_mutex_trylock(&curlMutex) == 0, header == 7) << "it stays locked";
-        pthread_mutex_unlock(&curlMutex);
     }
-    curl_easy_cleanup(handle);
+
+    // After an exception the mutex stays locked on purpose.
+    static void expectNotSent() {
+        EXPECT_EQ(libraries.requestsSent, 0);
+        EXPECT_FALSE(mutexIsFree());
+        curlMutex.unlock();
+    }
+
+    CURL* const handle = curl_easy_init();
+};
+
+} // namespace
+
+TEST(Timestamp, HasFixedWidths) {
+    EXPECT_EQ(formatTimestamp({}), "00-00-00T00:00:00.000000Z");
+}
+
+TEST(Token, IsTheDigestOfItsPartsWithoutSeparators) {
+    // The worked example of docs/protocol.md.
+    EXPECT_EQ(makeRequestToken("00112233-4455-6677-8899-aabbccddeeffGW-0042",
+                               "2026-11-21T03:54:52.746749Z", "m1/gateways/SN0042/check_in"),
+              "e9f90bac2c36544afeacbee035e759b86850c01d7799383799474917880dac91");
+}
+
+TEST(Token, IsNotMadeWithoutADigest) {
+    libraries.digestsFail = true;
+    EXPECT_THROW(makeRequestToken("a", "b", "c"), std::runtime_error);
+    libraries = {};
+}
+
+TEST_F(Request, IsNotSentWithoutAHandle) {
+    Json::Value body;
+    Json::Value response;
+    EXPECT_FALSE(sendCloudRequest(nullptr, "https://localhost/", body, response, true, "PUT"));
+    EXPECT_TRUE(mutexIsFree());
+}
+
+TEST_F(Request, IsNotSentWithoutOneOfItsHeaders) {
+    for (int header = 1; header <= 6; ++header) {
+        SCOPED_TRACE(header);
+        libraries.headersUntilFailure = header;
+        send();
+        expectNotSent();
+    }
+}
+
+TEST_F(Request, IsNotSentWhenATrustOptionIsRefused) {
+    for (const CURLoption option :
+         {CURLOPT_SSL_VERIFYPEER, CURLOPT_SSL_VERIFYHOST, CURLOPT_CAINFO}) {
+        SCOPED_TRACE(option);
+        libraries.refusedOption = option;
+        send();
+        expectNotSent();
+    }
+}
+
+TEST_F(Request, IsSentByALibraryThatTrustsNoDirectories) {
+    libraries.refusedOption = CURLOPT_CAPATH;
+    send();
+    EXPECT_EQ(libraries.requestsSent, 1);
+    EXPECT_TRUE(mutexIsFree());
 }

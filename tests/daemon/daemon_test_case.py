@@ -1,7 +1,15 @@
-# What the daemon's tests have in common: each has a test environment of its own.
+# The base of the daemon's tests. Each test has a test environment of its own.
+import re
 from unittest import TestCase
 
 from testbed.environment import TestEnvironment
+
+TIME = re.compile(r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z ", re.MULTILINE)
+
+
+def without_times(log: str) -> str:
+    """The records of a log, each without its time."""
+    return TIME.sub("", log)
 
 
 class DaemonTest(TestCase):
@@ -9,4 +17,12 @@ class DaemonTest(TestCase):
         self.testbed = self.enterContext(TestEnvironment())
 
     def tearDown(self) -> None:
-        print(self.testbed.log()[-3000:])  # is shown when the test fails
+        print(self.testbed.log()[-3000:])  # shown when the test fails
+
+    def assert_logged(self, text: str, times: int = 1, seconds: float = 10) -> None:
+        """Waits until the text is in the daemon's log as often as that."""
+        self.assertTrue(self.testbed.logged(text, times, seconds), f"not logged: {text}")
+
+    def assert_replies(self, count: int, seconds: float = 10) -> None:
+        """Waits for the replies and fails if their number is different."""
+        self.assertEqual(len(self.testbed.replies(count, seconds)), count)

@@ -269,8 +269,8 @@ class DoctorOnProcess(DoctorTest):
     @skipIf(IS_EMULATED, "the test's fault is a native library")
     def test_finds_that_the_licence_check_refuses(self) -> None:
         self.stop_daemon()
-        refusing = {"LD_PRELOAD": str(BUILD / "tests/libfaults.so"), "FAULT": "licence",
-                    "ASAN_OPTIONS": "verify_asan_link_order=0"}
+        refusing = {"LD_PRELOAD": "libfaults.so", "LD_LIBRARY_PATH": str(BUILD / "tests"),
+                    "FAULT": "no licence", "ASAN_OPTIONS": "verify_asan_link_order=0"}
         report = self.examine(environment=refusing)
         self.assertEqual(report.bad(), {"alive.no-licence"})
 

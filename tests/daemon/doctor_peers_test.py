@@ -32,8 +32,8 @@ class DoctorOnCloud(DoctorTest):
         own = CA_FILE.read_text()
         strangers = (AUTHORITIES / "Stranger.pem").read_text()
         cases = [
-            ("cloud.other-ca", "stranger", own, 'CN = Unknown authority.*CN = Stand-in cloud'),
-            ("cloud.ca-missing", "cloud", strangers + strangers, "CN = Stand-in cloud authority"),
+            ("cloud.other-ca", "stranger", own, 'CN = Unknown authority.*CN = Mock cloud CA'),
+            ("cloud.ca-missing", "cloud", strangers + strangers, "CN = Mock cloud CA"),
             ("cloud.incomplete-chain", "partial", own, "CN = Intermediate authority"),
             ("cloud.host-mismatch", "elsewhere", own, "does not match|no alternative"),
             ("cloud.certificate-expired", "expired", own, "expired"),

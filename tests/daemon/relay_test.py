@@ -1,10 +1,10 @@
-# Datagrams on their way through the built program, with good and with faulty clouds.
+# Datagrams on their way through the built program, with clouds that work and clouds that fail.
 
 import gzip
 import json
-import re
 import signal
 import time
+from dataclasses import dataclass
 from datetime import datetime
 from typing import Any
 from unittest import skipIf
@@ -12,177 +12,277 @@ from unittest import skipIf
 from testbed.cloud import Answer
 from testbed.environment import SANITIZED, check_in
 from testbed.processes import eventually
-from tests.daemon.daemon_test_case import DaemonTest
+from tests.daemon.daemon_test_case import DaemonTest, without_times
+
+WRONG_TYPE = '{"path":5,"request":{}}'
 
 
-class Relay(DaemonTest):
-    def test_signs_requests_and_publishes_the_answers(self) -> None:
-        # The method of the datagram: of the reply, on the wire.
-        cases: dict[Any, tuple[str, str]] = {"PUT": ("PUT", "PUT"), "GET": ("GET", "GET"),
-                                             "put": ("put", "POST"), 7: ("POST", "POST"),
-                                             None: ("POST", "POST")}
+class Request(DaemonTest):
+    def test_carries_the_signature_in_headers_and_the_rest_as_body(self) -> None:
         self.testbed.start_ready_daemon({"TZ": "Pacific/Auckland"})
         request = {"brantle_serial": " SN1", "token": "x", "data": {"id": 4}}
-        for method in cases:
-            datagram = {"method": method, "path": "m1/SN1/x", "request": request}
-            self.testbed.send(json.dumps(datagram))
-        for serial in ("", '"brantle_serial":" \\t"'):
-            self.testbed.send('{"path":"p","request":{%s}}' % serial)
-        replies = self.testbed.replies(len(cases) + 2)
-        requests = self.testbed.cloud.requests
-        stamps = [request.headers["X-API-TIMESTAMP"] for request in requests]
-        for (replied, sent), reply, seen in zip(cases.values(), replies, requests):
-            line = (seen.verdict, seen.method, seen.path, seen.headers["X-API-SERIAL"])
-            self.assertEqual(line, ("signature valid", sent, "/api/m1/SN1/x", "SN1"))
-            body, number = ("", None) if sent == "GET" else ('{"data":{"id":4}}\n', 4)
-            self.assertEqual(seen.body, body)
-            result = {"accepted": True, "id": number, "number": seen.number}
-            self.assertEqual(reply, {"method": replied, "path": "m1/SN1/x", "result": result,
-                                     "timestamp": seen.headers["X-API-TIMESTAMP"]})
-        self.assertEqual([request.headers["X-API-SERIAL"] for request in requests[5:]], ["", ""])
+        self.testbed.send(json.dumps({"path": "m1/SN1/x", "request": request}))
+        self.assert_replies(1)
+        seen = self.testbed.cloud.requests[0]
+        self.assertEqual(seen.verdict, "signature valid")
+        self.assertEqual(seen.path, "/api/m1/SN1/x")
+        self.assertEqual(seen.headers["X-API-SERIAL"], "SN1")
+        self.assertEqual(seen.body, '{"data":{"id":4}}\n')
+
+    def test_uses_the_method_of_the_datagram(self) -> None:
+        self.testbed.start_ready_daemon()
+        sent_methods = {"PUT": "PUT", "GET": "GET", "put": "POST", "DELETE": "POST"}
+        for number, (method, sent) in enumerate(sent_methods.items()):
+            with self.subTest(method):
+                self.testbed.send(json.dumps({"method": method, "path": "m1/x", "request": {}}))
+                self.assert_replies(number + 1)
+                self.assertEqual(self.testbed.cloud.requests[-1].verdict, "signature valid")
+                self.assertEqual(self.testbed.cloud.requests[-1].method, sent)
+                self.assertEqual(self.testbed.replies()[-1]["method"], method)
+
+    def test_is_a_post_when_the_method_is_not_a_string(self) -> None:
+        self.testbed.start_ready_daemon()
+        self.testbed.send('{"method":7,"path":"m1/x","request":{}}')
+        self.assert_replies(1)
+        self.assertEqual(self.testbed.cloud.requests[0].method, "POST")
+        self.assertEqual(self.testbed.replies()[0]["method"], "POST")
+
+    def test_has_a_serial_header_without_a_serial(self) -> None:
+        self.testbed.start_ready_daemon()
+        for number, request in enumerate(("{}", '{"brantle_serial":" \\t"}')):
+            with self.subTest(request):
+                self.testbed.send(f'{{"path":"p","request":{request}}}')
+                self.assert_replies(number + 1)
+                self.assertEqual(self.testbed.cloud.requests[-1].headers["X-API-SERIAL"], "")
+
+    def test_has_the_current_time_in_utc_with_microseconds(self) -> None:
+        self.testbed.start_ready_daemon({"TZ": "Pacific/Auckland"})
+        for number in range(4):
+            self.testbed.send(check_in(number=number))
+        self.assert_replies(4)
+        stamps = [seen.headers["X-API-TIMESTAMP"] for seen in self.testbed.cloud.requests]
         for stamp in [*stamps, self.testbed.log()[:24]]:
             self.assertLess(abs(datetime.fromisoformat(stamp).timestamp() - time.time()), 5)
-        # Microseconds, of which a thousandth at most is below a millisecond.
+        # Without microseconds all four would be below 1000.
         self.assertTrue(any(int(stamp[-7:-1]) >= 1000 for stamp in stamps), stamps)
-        for message in self.testbed.listener.on("lora/veyra"):
-            self.assertEqual((message.qos, message.retain), (1, False))
-            self.assertRegex(message.payload.decode(), r'^\{"method":".*"\}\Z')
 
-    def test_signs_with_the_secret_of_key_and_device(self) -> None:
-        whole = "00112233-4455-6677-8899-aabbccddeeff"
-        digits = whole.replace("-", "").upper()
-        cases = [  # the device file, the gateway key, the secret; without one it aborts
-            ('{"uuid":"x",\n"deviceId":"\\n dev"}', " 00:11-" + digits[4:] + "\t", whole + "dev"),
-            ('{"deviceId":7}', "fffaa" + digits[1:], "a" + whole[1:]),
-            ("[]", "abc", "00000000-0000-0000-0000-000000000abc"),
-            ("", "no key 12", "00000000-0000-0000-0000-000000000012"),
-            ('{"deviceId":"d"}', "g" + digits, "d"),
-            ('{"uuid":" %s ","deviceId":"d"}' % digits, None, whole + "d"),
-            ('{"uuid":"0123456789abcdefghij"}', " ", "01234567-89ab-cdef-ghij-"),
-            ('{"uuid":"%sLMN"}' % digits, None, whole + "lmn"),
-            ('{"uuid":"0123456789abcdefghi"}', 5, None),
-            ('{"uuid":"%s",}' % digits, None, None),
-            ('[{"uuid":"%s"}]' % digits, None, None),
-            ('{"uuid":"%s","x":%s' % (digits, "[" * 2000), None, None),
-        ]
-        for number, (device, key, secret) in enumerate(cases):
-            self.testbed.set_device(device)
-            self.testbed.configuration["network"]["gatewayKey"] = key
-            if secret is None:
-                self.assertEqual(self.testbed.start_daemon().wait(), -signal.SIGABRT, device)
-            else:
-                self.testbed.cloud.secret = secret
-                self.testbed.start_ready_daemon()
-                self.testbed.send(check_in())
-                self.assertEqual(len(self.testbed.replies(number + 1)), number + 1, device)
-
-    def test_reacts_to_every_kind_of_answer(self) -> None:
-        deep = "[" * 900 + "]" * 900
-        packed = Answer(body=gzip.compress(b"[5]"), headers={"Content-Encoding": "gzip"})
-        cases: list[tuple[Answer, Any, str]] = [  # the result published, None without a reply
-            (Answer(201), "normal", "TRACE POST code: 201 response:[{"),
-            (Answer(202), None, "ERROR POST failed CODE:202 BODY:[{"),
-            (Answer(body=b"ok"), "null", "TRACE POST code: 200 Unable parse text as JSON [ok]"),
-            (Answer(body=b'{"a":1,'), "null", "Unable parse text as JSON"),
-            (Answer(body=b'["a\0b"]'), "null", "Unable parse text as JSON"),
-            (Answer(body=b"[7]\0]"), "[7]", "TRACE POST code: 200 response:["),
-            (Answer(body=b""), "null", "Unable parse text as JSON []"),
-            (Answer(body=deep.encode()), deep, "response:[[["),
-            (packed, "[5]", "[5]"),
-            (Answer(204), None, "ERROR POST failed CODE:204 BODY:[]"),
-            (Answer(500), None, "ERROR POST failed CODE:500 BODY:[{"),
-            (Answer(307, headers={"Location": "/api/moved/m1/x"}), "normal", "response:[{"),
-            (Answer(cut=True), None, "ERROR CURL call to Server failed - "),
-            (Answer(stall_s=12), "normal", "response:[{"),
-        ]
-        self.testbed.start_ready_daemon()
-        self.testbed.cloud.answers.extend(answer for answer, _, _ in cases)
-        for _ in cases:
-            self.testbed.send(check_in())
-        wanted = [result for _, result, _ in cases if result]
-        replies = [json.dumps(reply["result"]) for reply in self.testbed.replies(len(wanted), 30)]
-        self.assertEqual(["normal" if "accepted" in text else text for text in replies], wanted)
-        log, at = self.testbed.log(), 0
-        for _, _, record in cases:
-            at = log.find(record, at + 1)
-            self.assertGreater(at, 0, record)
-        self.assertEqual(log.count("ERROR Curl call failed m1/x\n"), len(cases) - len(wanted))
-        self.assertEqual(log.count("TRACE Server URL: [https://localhost:8443/api/m1/x]\n"), 14)
-
-    def test_trusts_the_configured_authority_for_its_own_host_alone(self) -> None:
+    def test_goes_to_the_host_of_the_trusted_certificate_only(self) -> None:
         self.testbed.start_ready_daemon()
         for number, certificate in enumerate(("stranger", "elsewhere"), 1):
-            self.testbed.cloud.close()
-            self.testbed.cloud = self.testbed.make_cloud(certificate)
-            self.testbed.send(check_in())
-            record = "ERROR CURL call to Server failed - SSL "
-            self.assertTrue(self.testbed.logged(record, number), certificate)
-            self.assertEqual(self.testbed.cloud.requests, [])
-
-    def test_rejects_what_is_no_request_with_one_record_each(self) -> None:
-        members = 'Invalid JSON expected "path" and "request" members.\n'
-        cut = check_in(padding=16384)
-        cases = [
-            ("no json", "Failed to parse JSON no json\n"),
-            (" null ", "Invalid JSON was nullValue  null \n"),
-            ("[]", "Expected JSON object []\n"),
-            ('{"path":"p"}', members),
-            ('{"request":{}}', members),
-            ("{}\0" + check_in(), members),
-            ('{"path":5,"request":{}}', 'EXCEPTION: Failed to parse JSON [{"path":5,"request":{}'),
-            ('{"path":"p","request":null}', 'EXCEPTION: Failed to parse JSON [{"path":"p","reque'),
-            ("[" * 3000, "EXCEPTION: Failed to parse JSON [[[["),
-            (cut, "Failed to parse JSON " + cut[:16384] + "\n"),
-        ]
-        self.testbed.start_ready_daemon()
-        for datagram, _ in cases:
-            self.testbed.send(datagram)
-        self.testbed.send("")
-        self.testbed.send(check_in(padding=16384 - len(check_in())))
-        self.assertEqual(len(self.testbed.replies(1)), 1)
-        records = self.testbed.log().split("Z ERROR ")[1:]
-        self.assertEqual(len(records), len(cases))
-        for seen, (_, wanted) in zip(records, cases):
-            self.assertTrue(seen.startswith(wanted), wanted)
-        counts = re.findall(r"TRACE Parse upstream message (\d+) bytes", self.testbed.log())
-        self.assertEqual(counts[-2:], ["16384", "16384"])
-        self.assertEqual(len(counts), len(cases) + 1, "an empty datagram is none")
-
-    def test_leaves_a_failing_cloud_alone(self) -> None:
-        record = "WARNING Circuit is broken, too many failed requests, backoff "
-        failure, success = [Answer(500)], [Answer()]
-        for section, answers, least_ms, most_ms in (
-            ({}, failure * 9 + success + failure * 10, 4000, 6000),
-            # An integer means 1, whatever its value.
-            ({"breakerThreshold": 25, "breakerTime": 60000}, failure, 0, 1001),
-        ):
-            self.testbed.configuration["veyra"] = section
-            self.testbed.cloud.requests.clear()
-            self.testbed.start_ready_daemon()
-            self.testbed.cloud.answers.extend(answers)
-            for _ in answers:
-                self.testbed.send('{"path":5,"request":{}}')  # does not count
+            with self.subTest(certificate):
+                self.testbed.cloud.close()
+                self.testbed.cloud = self.testbed.make_cloud(certificate)
                 self.testbed.send(check_in())
-            self.testbed.send('{"path":5,"request":{}}')  # types are looked at after the breaker
-            self.testbed.send("no json")  # other faults before
-            self.assertTrue(self.testbed.logged("ERROR Failed to parse JSON no json\n"))
-            self.assertEqual(self.testbed.log().count(record), 1)
-            self.assertEqual(len(self.testbed.cloud.requests), len(answers))
-            backoff_ms = int(self.testbed.log().partition(record)[2].split(" ms\n")[0])
-            self.assertTrue(least_ms <= backoff_ms <= most_ms, backoff_ms)
+                self.assert_logged("ERROR CURL call to Server failed - SSL ", number)
+                self.assertEqual(self.testbed.cloud.requests, [])
+
+
+class Reply(DaemonTest):
+    def test_holds_method_path_result_and_timestamp_on_one_line(self) -> None:
+        self.testbed.start_ready_daemon()
+        self.testbed.send(check_in("m1/x", number=4))
+        self.assert_replies(1)
+        stamp = self.testbed.cloud.requests[0].headers["X-API-TIMESTAMP"]
+        message = self.testbed.listener.on("lora/veyra")[0]
+        self.assertEqual(
+            message.payload.decode(),
+            '{"method":"POST","path":"m1/x","result":{"accepted":true,"id":4,"number":1},'
+            f'"timestamp":"{stamp}"}}',
+        )
+        self.assertEqual((message.qos, message.retain), (1, False))
+
+
+class DeviceInformation(DaemonTest):
+    DEVICE = '{"uuid":"00112233445566778899aabbccddeeff"}'
+    SECRET = "00112233-4455-6677-8899-aabbccddeeff"
+
+    def setUp(self) -> None:
+        super().setUp()
+        del self.testbed.configuration["network"]["gatewayKey"]
+
+    def test_signs_requests_without_a_gateway_key(self) -> None:
+        self.testbed.set_device(self.DEVICE)
+        self.testbed.cloud.secret = self.SECRET
+        self.testbed.start_ready_daemon()
+        self.testbed.send(check_in())
+        self.assert_replies(1)
+
+    def test_is_required_without_a_gateway_key(self) -> None:
+        devices = {
+            "no uuid": "{}",
+            "invalid JSON": self.DEVICE[:-1] + ",}",
+            "an array": f"[{self.DEVICE}]",
+            "nested too deeply": self.DEVICE[:-1] + ',"x":' + "[" * 2000,
+        }
+        for name, device in devices.items():
+            with self.subTest(name):
+                self.testbed.set_device(device)
+                self.assertEqual(self.testbed.start_daemon().wait(), -signal.SIGABRT)
+
+
+@dataclass
+class Response:
+    """A response of the cloud, the record about it and the result that is published."""
+
+    name: str
+    answer: Answer
+    record: str
+    result: Any = None
+
+
+NORMAL = {"accepted": True, "id": 1}
+DEEP = "[" * 900 + "]" * 900
+LARGE = [{"number": number, "text": "x" * 100} for number in range(2000)]  # many pieces
+COMPRESSED = Answer(body=gzip.compress(b"[5]"), headers={"Content-Encoding": "gzip"})
+REDIRECT = Answer(307, headers={"Location": "/api/moved/m1/x"})
+ACCEPTED = (
+    Response("201", Answer(201), "TRACE POST code: 201 response:[{", NORMAL),
+    Response("not JSON", Answer(body=b"ok"), "TRACE POST code: 200 Unable parse text as JSON [ok]"),
+    Response("half a JSON value", Answer(body=b'{"a":1,'), "Unable parse text as JSON"),
+    Response("NUL in JSON", Answer(body=b'["a\0b"]'), "Unable parse text as JSON"),
+    Response("NUL after JSON", Answer(body=b"[7]\0]"), "TRACE POST code: 200 response:[", [7]),
+    Response("empty", Answer(body=b""), "Unable parse text as JSON []"),
+    Response("nested", Answer(body=DEEP.encode()), "response:[[[", json.loads(DEEP)),
+    Response("in pieces", Answer(body=json.dumps(LARGE).encode()), "response:[[{", LARGE),
+    Response("compressed", COMPRESSED, "response:[[5]]", [5]),
+    Response("redirect", REDIRECT, "response:[{", NORMAL),
+)
+FAILED = (
+    Response("202", Answer(202), "ERROR POST failed CODE:202 BODY:[{"),
+    Response("204", Answer(204), "ERROR POST failed CODE:204 BODY:[]"),
+    Response("500", Answer(500), "ERROR POST failed CODE:500 BODY:[{"),
+    Response("cut", Answer(cut=True), "ERROR CURL call to Server failed - "),
+)
+
+
+class Responses(DaemonTest):
+    def test_publishes_the_result_of_status_200_and_201(self) -> None:
+        self.testbed.start_ready_daemon()
+        for number, response in enumerate(ACCEPTED):
+            with self.subTest(response.name):
+                records = self.records_after(response, "TRACE Curl Response ")
+                self.assertIn(response.record, records)
+                self.assert_replies(number + 1)
+                result = self.testbed.replies()[-1]["result"]
+                if response.result == NORMAL:
+                    del result["number"]
+                self.assertEqual(result, response.result)
+
+    def test_drops_the_datagram_on_any_other_status_and_on_a_cut_transfer(self) -> None:
+        self.testbed.start_ready_daemon()
+        for response in FAILED:
+            with self.subTest(response.name):
+                records = self.records_after(response, "ERROR Curl call failed m1/x\n")
+                self.assertIn(response.record, records)
+        self.testbed.send(check_in())
+        self.assert_replies(1)
+
+    def records_after(self, response: Response, last: str) -> str:
+        """Sends a datagram that gets the response. Returns its records up to the last one."""
+        self.testbed.cloud.answers.append(response.answer)
+        seen, times = len(self.testbed.log()), self.testbed.log().count(last) + 1
+        self.testbed.send(check_in())
+        self.assert_logged(last, times)
+        return self.testbed.log()[seen:]
+
+    def test_waits_for_a_slow_response(self) -> None:
+        self.testbed.start_ready_daemon()
+        self.testbed.cloud.answers.append(Answer(stall_s=12))
+        self.testbed.send(check_in())
+        self.assert_replies(1, seconds=30)
 
     @skipIf(SANITIZED, "sanitizers keep freed memory")
-    def test_gives_back_what_a_large_answer_took(self) -> None:
+    def test_frees_the_memory_of_a_large_response(self) -> None:
         body = json.dumps([{"a": i, "b": "text", "c": [i, None]} for i in range(150000)]).encode()
         self.testbed.configuration["log"]["level"] = 30
         daemon = self.testbed.start_ready_daemon()
         self.testbed.send(check_in())
-        self.testbed.replies(1)
-        before = daemon.resident_kib()
-        for answer in (Answer(body=body), Answer(body=body[:-2]), Answer(500, body=body)):
-            self.testbed.cloud.answers.append(answer)
-            self.testbed.send(check_in())
-        for number in range(3):
+        self.assert_replies(1)
+        before_kib = daemon.resident_kib()
+        large = [Answer(body=body), Answer(body=body[:-2]), Answer(500, body=body)]
+        self.testbed.cloud.answers.extend(large)
+        for number in range(6):
             self.testbed.send(check_in(number=number))
-        self.assertEqual(len(self.testbed.replies(6)), 6)
-        self.assertTrue(eventually(lambda: daemon.resident_kib() < before + 2048, 2))
+        self.assert_replies(6)
+        self.assertTrue(eventually(lambda: daemon.resident_kib() < before_kib + 2048, 2))
+
+
+@dataclass
+class Rejected:
+    datagram: str
+    record: str  # how it begins
+
+
+MISSING_MEMBER = 'Invalid JSON expected "path" and "request" members.\n'
+TOO_LONG = check_in(padding=16384)
+REJECTED = (
+    Rejected("no json", "Failed to parse JSON no json\n"),
+    Rejected(" null ", "Invalid JSON was nullValue  null \n"),
+    Rejected("[]", "Expected JSON object []\n"),
+    Rejected('{"path":"p"}', MISSING_MEMBER),
+    Rejected('{"request":{}}', MISSING_MEMBER),
+    Rejected("{}\0" + check_in(), MISSING_MEMBER),
+    Rejected(WRONG_TYPE, f"EXCEPTION: Failed to parse JSON [{WRONG_TYPE}]\n"),
+    Rejected('{"path":"p","request":null}', "EXCEPTION: Failed to parse JSON [{"),
+    Rejected("[" * 3000, "EXCEPTION: Failed to parse JSON [[[["),
+    Rejected(TOO_LONG, f"Failed to parse JSON {TOO_LONG[:16384]}\n"),
+)
+
+
+class Datagram(DaemonTest):
+    def test_is_rejected_with_one_record_when_it_is_invalid(self) -> None:
+        self.testbed.start_ready_daemon()
+        for number, case in enumerate(REJECTED, 1):
+            with self.subTest(case.datagram[:40]):
+                self.testbed.send(case.datagram)
+                self.assert_logged("Z ERROR ", number)
+                records = without_times(self.testbed.log()).split("\nERROR ")[1:]
+                self.assertEqual(len(records), number)
+                self.assertTrue(f"{records[-1]}\n".startswith(case.record), records[-1])
+        self.assertEqual(self.testbed.cloud.requests, [])
+
+    def test_is_accepted_with_up_to_16384_bytes(self) -> None:
+        self.testbed.start_ready_daemon()
+        self.testbed.send(check_in(padding=16384 - len(check_in())))
+        self.assert_replies(1)
+        self.assertIn("TRACE Parse upstream message 16384 bytes\n", self.testbed.log())
+
+    def test_is_ignored_when_it_is_empty(self) -> None:
+        self.testbed.start_ready_daemon()
+        self.testbed.send("")
+        self.testbed.send("no json")
+        self.assert_logged("ERROR Failed to parse JSON no json\n")
+        self.assertEqual(self.testbed.log().count("TRACE Parse upstream message ["), 1)
+
+
+class Breaker(DaemonTest):
+    REFUSED = "WARNING Circuit is broken, too many failed requests, backoff "
+
+    def send_refused(self, *answers: Answer) -> int:
+        """Sends a datagram for each answer and one that is refused. Returns the logged backoff."""
+        self.testbed.cloud.answers.extend(answers)
+        self.testbed.start_ready_daemon()
+        for _ in answers:
+            self.testbed.send(WRONG_TYPE)  # is not counted as a failure
+            self.testbed.send(check_in())
+        self.testbed.send(WRONG_TYPE)
+        self.assert_logged(self.REFUSED)
+        self.assertEqual(len(self.testbed.cloud.requests), len(answers))
+        return int(self.testbed.log().partition(self.REFUSED)[2].split(" ms\n")[0])
+
+    def test_opens_the_circuit_after_ten_failures_in_a_row(self) -> None:
+        failure, success = Answer(500), Answer()
+        backoff_ms = self.send_refused(*[failure] * 9, success, *[failure] * 10)
+        self.assertTrue(4000 < backoff_ms < 6000, backoff_ms)
+
+    def test_takes_any_configured_integer_as_1(self) -> None:
+        self.testbed.configuration["veyra"] = {"breakerThreshold": 25, "breakerTime": 60000}
+        backoff_ms = self.send_refused(Answer(500))
+        self.assertTrue(0 <= backoff_ms <= 1001, backoff_ms)
+
+    def test_is_asked_after_the_syntax_and_before_the_types(self) -> None:
+        self.send_refused(*[Answer(500)] * 10)
+        self.testbed.send("no json")
+        self.assert_logged("ERROR Failed to parse JSON no json\n")
+        self.assertEqual(self.testbed.log().count(self.REFUSED), 1)
+        self.assertEqual(self.testbed.log().count("EXCEPTION"), 10, "none while it is open")

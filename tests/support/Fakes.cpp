@@ -2,6 +2,7 @@
 
 #include "common/Clock.h"
 
+#include <algorithm>
 #include <mosquittopp.h>
 
 std::uint64_t fakeNowMs = 0;
@@ -17,74 +18,99 @@ void sleepMillis(unsigned ms) {
     afterSleep();
 }
 
+bool operator==(const Publication& left, const Publication& right) {
+    return left.atMs == right.atMs && left.topic == right.topic && left.payload == right.payload &&
+           left.qos == right.qos && left.retained == right.retained;
+}
+
 namespace {
 
-mosqpp::mosquittopp* client = nullptr;
+mosqpp::mosquittopp* currentClient = nullptr;
 
-int note(const std::string& what) {
-    fakeBroker.calls.push_back(std::to_string(fakeNowMs - fakeBroker.startMs) + " " + what);
-    return MOSQ_ERR_SUCCESS;
+bool isSubscribed(const std::string& topic) {
+    const auto& topics = fakeBroker.client().subscriptions;
+    return std::find(topics.begin(), topics.end(), topic) != topics.end();
 }
 
 } // namespace
 
 void FakeBroker::deliverEchoes() {
-    for (std::string& topic : echoesDue) {
+    for (std::string& topic : undeliveredEchoes) {
         mosquitto_message message{};
         message.topic = topic.data();
-        client->on_message(&message);
+        currentClient->on_message(&message);
     }
-    echoesDue.clear();
+    undeliveredEchoes.clear();
 }
 
-// The library's interface, of which little is needed here.
+// The functions of the library that the program calls.
 // NOLINTBEGIN(readability-convert-member-functions-to-static,
 //   readability-inconsistent-declaration-parameter-name)
 namespace mosqpp {
 
 mosquittopp::mosquittopp(const char* id, bool cleanSession) {
-    client = this;
-    fakeBroker.subscription.clear();
-    note(std::string("client ") + id + (cleanSession ? " clean" : ""));
+    currentClient = this;
+    ClientRecord record;
+    record.createdMs = fakeBroker.elapsedMs();
+    record.id = id;
+    record.cleanSession = cleanSession;
+    fakeBroker.clients.push_back(record);
 }
+
 mosquittopp::~mosquittopp() {
-    note("destroyed");
+    fakeBroker.client().destroyedMs = fakeBroker.elapsedMs();
 }
+
 int mosquittopp::socket() {
     return fakeBroker.socket;
 }
+
 int mosquittopp::username_pw_set(const char* user, const char* password) {
-    return note(std::string("login ") + user + " " + password);
+    fakeBroker.client().username = user;
+    fakeBroker.client().password = password;
+    return MOSQ_ERR_SUCCESS;
 }
+
 int mosquittopp::connect(const char* host, int port, int keepalive) {
-    return note(std::string("connect ") + host + ":" + std::to_string(port) + " " +
-                std::to_string(keepalive));
+    fakeBroker.client().address = std::string(host) + ":" + std::to_string(port);
+    fakeBroker.client().keepaliveSeconds = keepalive;
+    return MOSQ_ERR_SUCCESS;
 }
+
 int mosquittopp::disconnect() {
-    return note("disconnect");
+    ++fakeBroker.client().disconnects;
+    return MOSQ_ERR_SUCCESS;
 }
+
 int mosquittopp::loop_start() {
-    if (!fakeBroker.subscription.empty()) {
-        return MOSQ_ERR_INVAL; // asked by the callback below: it runs already
+    if (!fakeBroker.client().subscriptions.empty()) {
+        return MOSQ_ERR_INVAL; // the second call, from on_connect
     }
     on_connect(fakeBroker.accepts ? 0 : 5);
     return MOSQ_ERR_SUCCESS;
 }
+
 int mosquittopp::loop_stop(bool force) {
-    return note(force ? "loop_stop by force" : "loop_stop");
+    fakeBroker.client().threadCancelled = force;
+    return MOSQ_ERR_SUCCESS;
 }
+
 int mosquittopp::subscribe(int* /*mid*/, const char* topic, int qos) {
-    fakeBroker.subscription = topic;
-    return note(std::string("subscribe ") + topic + " " + std::to_string(qos));
+    fakeBroker.client().subscriptions.emplace_back(topic);
+    fakeBroker.client().subscriptionQos = qos;
+    return MOSQ_ERR_SUCCESS;
 }
+
 int mosquittopp::publish(int* /*mid*/, const char* topic, int length, const void* payload, int qos,
                          bool retain) {
-    if (fakeBroker.accepts && fakeBroker.echoes && fakeBroker.subscription == topic) {
-        fakeBroker.echoesDue.emplace_back(topic);
+    if (fakeBroker.accepts && fakeBroker.echoes && isSubscribed(topic)) {
+        fakeBroker.undeliveredEchoes.emplace_back(topic);
     }
-    return note("publish " + std::string(topic) + " [" +
-                std::string(static_cast<const char*>(payload), static_cast<std::size_t>(length)) +
-                "] " + std::to_string(qos) + (retain ? " retained" : ""));
+    const std::string text(static_cast<const char*>(payload), static_cast<std::size_t>(length));
+    fakeBroker.publications.push_back({fakeBroker.elapsedMs(), topic, text});
+    fakeBroker.publications.back().qos = qos;
+    fakeBroker.publications.back().retained = retain;
+    return MOSQ_ERR_SUCCESS;
 }
 
 } // namespace mosqpp

@@ -1,27 +1,60 @@
-// A clock and a broker library as tests need them, linked in place of the real ones. The library
-// notes what it is asked, and plays a broker that answers at once.
+// A clock and a broker library for tests, linked instead of the real ones. The fake library records
+// the clients and their publications, and plays a broker that responds at once.
 #pragma once
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
-// What monotonicMillis() returns; sleepMillis() moves it on and then calls the hook.
+// The value of monotonicMillis(). sleepMillis() advances it and then calls `afterSleep`.
 extern std::uint64_t fakeNowMs;
 extern std::function<void()> afterSleep;
 
-struct FakeBroker {
-    std::vector<std::string> calls; // "MS WHAT", by the fake clock from `startMs` on
-    std::uint64_t startMs = 0;
-    bool accepts = true; // connections
-    bool echoes = true;  // what is published on the topic of the subscription
-    int socket = -1;     // the connection's
-    std::string subscription;
-    std::vector<std::string> echoesDue;
+// Times are in ms since FakeBroker::startMs.
+struct Publication {
+    std::uint64_t atMs;
+    std::string topic;
+    std::string payload;
+    int qos = 1;
+    bool retained = false;
+};
 
-    // As the library's own thread would: not before the worker has released its lock.
+bool operator==(const Publication& left, const Publication& right);
+
+// The calls that one client object of the library received.
+struct ClientRecord {
+    std::uint64_t createdMs = 0;
+    std::string id;
+    bool cleanSession = false;
+    std::string username;
+    std::string password;
+    std::string address;
+    int keepaliveSeconds = 0;
+    std::vector<std::string> subscriptions;
+    int subscriptionQos = 0;
+    int disconnects = 0;
+    bool threadCancelled = false;
+    std::optional<std::uint64_t> destroyedMs;
+};
+
+struct FakeBroker {
+    // How the broker behaves.
+    bool accepts = true; // connections
+    bool echoes = true;  // delivers publications on a subscribed topic
+    int socket = -1;     // of the connection
+
+    std::uint64_t startMs = 0;
+    std::vector<ClientRecord> clients; // in the order of their creation
+    std::vector<Publication> publications;
+    std::vector<std::string> undeliveredEchoes; // their topics
+
+    // Calls the client's callback, like the network thread: only while the worker does not hold its
+    // lock.
     void deliverEchoes();
+    ClientRecord& client() { return clients.back(); }
+    std::uint64_t elapsedMs() const { return fakeNowMs - startMs; }
 };
 
 extern FakeBroker fakeBroker;

@@ -1,6 +1,7 @@
-// Preloaded into the program, plays the machine that FAULT says: "licence", one that is not the
-// maker's; "w1" or "l2", one on which as many calls of pthread_create fail, of the worker's (with
-// attributes) or of the broker library's.
+// Preloaded into the program, simulates the fault that the environment variable FAULT names:
+//   no licence                the licence check fails
+//   no worker thread          the broker worker cannot be started
+//   no first network thread   the first network thread of the broker library cannot be started
 #include <ZEP/Licence.h>
 
 #include <cerrno>
@@ -12,14 +13,24 @@
 static const std::string fault = std::getenv("FAULT");
 
 bool ZEP::Licence::check() {
-    return fault != "licence";
+    return fault != "no licence";
+}
+
+// Only the worker has attributes.
+static bool mustFail(bool hasAttributes) {
+    static bool firstNetworkThread = true;
+    if (hasAttributes) {
+        return fault == "no worker thread";
+    }
+    const bool isFirst = firstNetworkThread;
+    firstNetworkThread = false;
+    return isFirst && fault == "no first network thread";
 }
 
 // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                               void* (*routine)(void*), void* argument) {
-    static long left = std::strtol(fault.c_str() + 1, nullptr, 10);
-    if ((attributes != nullptr) == (fault[0] == 'w') && left-- > 0) {
+    if (mustFail(attributes != nullptr)) {
         return EAGAIN;
     }
     const auto real =

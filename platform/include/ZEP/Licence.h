@@ -1,4 +1,4 @@
-// The maker's licence check. Call it from the main thread at start-up, before anything else.
+// The maker's licence check. Main thread, as the first step of startup.
 #pragma once
 
 namespace ZEP::Licence {

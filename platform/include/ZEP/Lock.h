@@ -1,7 +1,7 @@
-// A plain mutual-exclusion lock, not recursive.
+// A mutual-exclusion lock, not recursive.
 //
-// Any thread may use it. It is ready before the first constructor of the program runs and is never
-// destroyed, so a lock at namespace scope may still be taken by a detached thread while the process
+// Any thread may use it. A lock at namespace scope is ready before the first constructor of the
+// program runs. It has no destructor, so that detached threads can still use it while the process
 // exits.
 #pragma once
 

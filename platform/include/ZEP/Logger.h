@@ -1,17 +1,17 @@
-// The gateway's logger: one record a call, to the console, a file and syslog.
+// The gateway's logger. Each call prints one record to the console, a file or syslog.
 //
-// Any thread and any signal handler may log: a record is composed without taking a lock and, while
-// it fits a short line, without allocating, and goes out with one write to each place, so that a
-// record from a handler neither waits for what it interrupted nor mixes with it. errno is kept.
-// setup and setPrintLevel belong to start-up, before other threads run. The logger owns its
-// descriptors and never closes them at exit, since detached threads log until the very end.
+// Any thread and any signal handler may log. A record is composed without a lock, and without an
+// allocation if it fits in a short line. One write sends it to each destination. Therefore a record
+// from a signal handler cannot deadlock with an interrupted record or mix with it. errno is kept.
+// setup and setPrintLevel must be called before other threads run. The logger owns its descriptors
+// and does not close them at exit, because detached threads log until the end of the process.
 #pragma once
 
 #include <atomic>
 
 namespace ZEP::Logger {
 
-// The levels and the labels that records of each level carry.
+// The levels, and the label in the records of each level.
 struct PrintLevel {
     static constexpr int ERROR_LEVEL = 10;
     static constexpr int WARNING_LEVEL = 20;
@@ -26,8 +26,8 @@ struct PrintLevel {
     static constexpr const char* TRACE_LABEL = "TRACE";
 };
 
-// Where records go. Until setup is called they go to standard error; the console is standard
-// output.
+// The destinations of records. Before setup is called, records go to standard error. The console is
+// standard output.
 enum PrintMode {
     CONSOLE_MODE = 1,
     FILE_MODE = 2,
@@ -36,26 +36,26 @@ enum PrintMode {
     CONSOLE_AND_SYSLOG_MODE = 5,
 };
 
-// Chooses where records go. `file` is used by the modes with a file: it is appended to, created
-// with mode 0640, and may be truncated in place while open. When it cannot be opened, that is said
-// once on standard error and its records go there.
+// Chooses the destinations of records. The modes with a file append to `file`, which is created
+// with mode 0640 and may be truncated in place while it is open. If it cannot be opened, one
+// message on standard error says so, and the records go to standard error instead.
 void setup(PrintMode mode, const char* file = nullptr);
 
-// Records with a level above `level` are not printed; 30 until set, 0 silences everything.
-// `logChange` says whether the change itself is logged, at INFO.
+// Records with a level above `level` are not printed. The default is 30; 0 prints nothing. If
+// `logChange` is true, the change itself is logged at INFO.
 void setPrintLevel(unsigned level, bool logChange);
 
-// What setPrintLevel has set; lock-free, since handlers test it. Read through isPrintable.
+// The level of setPrintLevel; lock-free, because signal handlers read it. Call isPrintable instead.
 extern std::atomic<int> printThreshold;
 
-// True when records of `level` are printed. Costs one comparison and no call, so that callers test
-// first and compose nothing for records that nobody reads.
+// True when records of `level` are printed. Inline, so that the test of a record that is not
+// printed costs one comparison.
 inline bool isPrintable(int level) {
     return level <= printThreshold.load(std::memory_order_relaxed);
 }
 
-// Prints "<UTC time> <label> <message>" and a line feed; syslog gets the message alone. Does not
-// test the level: callers ask isPrintable first.
+// Prints "<UTC time> <label> <message>" and a line feed; syslog receives the message only. Does not
+// check the level: call isPrintable first.
 void printfGeneric(int level, const char* label, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 

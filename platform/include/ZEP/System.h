@@ -5,7 +5,7 @@
 
 namespace ZEP::System {
 
-// The whole file as it stands, bytes unchanged; empty when the file is missing or cannot be read.
+// Returns the content of the file, or an empty string when the file is missing or cannot be read.
 std::string readFile(const std::string& path);
 
 } // namespace ZEP::System

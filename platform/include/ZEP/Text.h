@@ -1,15 +1,15 @@
-// Text helpers. Pure functions, usable from any thread; only ASCII is looked at, whatever the
-// locale, and other bytes are kept.
+// Text helpers. Pure functions, usable from any thread. They ignore the locale and keep bytes that
+// are not ASCII.
 #pragma once
 
 #include <string>
 
 namespace ZEP::Text {
 
-// The text without white space (blank, \t, \n, \v, \f, \r) at either end.
+// The text without white space (space, \t, \n, \v, \f, \r) at both ends.
 std::string trim(const std::string& text);
 
-// The text with A to Z lowered.
+// The text with A to Z in lower case.
 std::string toLowerCase(const std::string& text);
 
 } // namespace ZEP::Text
