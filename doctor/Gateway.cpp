@@ -79,8 +79,8 @@ Look Gateway::look() {
 }
 
 bool Gateway::wasLinked() const {
-    return disturbedLink || std::any_of(links.begin(), links.end(),
-                                        [](std::uint64_t inode) { return inode != 0; });
+    return disturbedLink ||
+           std::any_of(links.begin(), links.end(), [](std::uint64_t inode) { return inode != 0; });
 }
 
 std::uint64_t Gateway::linkInode(const Look& look) const {

@@ -124,7 +124,7 @@ void Report::printFinding(const std::string& check, const Finding& finding) cons
 
 void Report::printEnd(bool offerMore) const {
     for (const auto& [needed, checks] : skippedFor) {
-        printWrapped("Skipped: ", checks + ", which depend on " + needed + ".");
+        printWrapped("Skipped because of " + needed + ": ", checks + ".");
     }
     if (problems > 0) {
         printWrapped("", counted(problems, "problem") + " found. Fix first: " + firstProblem + ".");

@@ -37,7 +37,7 @@ Finding judgeClock(std::time_t now, const HttpAnswer& cloud) {
     }
     return unknown("clock.no-reference", subject,
                    cloud.status == 0
-                       ? "No response came from the cloud to compare the clock with."
+                       ? "There is no response of the cloud to compare the clock with."
                        : "The response of the cloud has no Date header to compare the "
                          "clock with.");
 }

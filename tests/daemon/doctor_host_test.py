@@ -144,10 +144,11 @@ class DoctorOnProcess(DoctorTest):
         for program in (DAEMON, DOCTOR):
             shutil.copy(program, installed)
         daemon = installed / "lora-veyra-server"
-        self.testbed.start_ready_daemon(program=str(daemon))
+        library = {"LD_LIBRARY_PATH": str(BUILD / "platform")}
+        self.testbed.start_ready_daemon(library, program=str(daemon))
         daemon.unlink()
         shutil.copy(DAEMON, daemon)
-        report = self.examine(program=installed / "lora-veyra-doctor")
+        report = self.examine(program=installed / "lora-veyra-doctor", environment=library)
         self.assertEqual(report.bad(), {"service.program-replaced"})
 
     @skipIf(IS_EMULATED, "--pid names one of the two")

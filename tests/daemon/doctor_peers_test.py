@@ -6,11 +6,11 @@ from http.server import BaseHTTPRequestHandler, HTTPServer
 from pathlib import Path
 
 from testbed.cloud import Answer
-from testbed.environment import AUTHORITIES, BROKER_HOST, BROKER_PORT, CLOUD_PORT, run
+from testbed.environment import CA_DIRECTORY, BROKER_HOST, BROKER_PORT, CLOUD_PORT, run
 from testbed.environment import Listener, find_program, silent_listener
 from tests.daemon.doctor_test_case import DoctorTest
 
-CA_FILE = AUTHORITIES / "DigiCert_Global_Root_CA.pem"
+CA_FILE = CA_DIRECTORY / "DigiCert_Global_Root_CA.pem"
 PASSWORDS = "topic readwrite lora/#"
 
 
@@ -30,7 +30,7 @@ class DoctorOnCloud(DoctorTest):
 
     def test_tells_certificate_faults_apart(self) -> None:
         own = CA_FILE.read_text()
-        strangers = (AUTHORITIES / "Stranger.pem").read_text()
+        strangers = (CA_DIRECTORY / "Stranger.pem").read_text()
         cases = [
             ("cloud.other-ca", "stranger", own, 'CN = Unknown authority.*CN = Mock cloud CA'),
             ("cloud.ca-missing", "cloud", strangers + strangers, "CN = Mock cloud CA"),
