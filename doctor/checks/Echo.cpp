@@ -46,7 +46,6 @@ Findings checkEcho(Gateway& gateway) {
     if (gateway.daemon == nullptr) {
         return {unknown("echo.no-daemon", keepaliveTopic, "The daemon does not run.")};
     }
-    const std::uint64_t link = gateway.linkInode(gateway.look());
     MqttProbe& probe = *gateway.broker;
     probe.subscribe(keepaliveTopic);
     probe.subscribe("lora/veyra");
@@ -72,5 +71,6 @@ Findings checkEcho(Gateway& gateway) {
         return {unknown("echo.ended", keepaliveTopic,
                         "The broker ended the doctor's connection before a keepalive came.")};
     }
-    return {judgeSilence(gateway.linkInode(gateway.look()) == link)};
+    const bool wasRebuilt = gateway.history.events.count(LogHistory::Kind::LINK_REBUILT) != 0;
+    return {judgeSilence(gateway.links.size() == 1 && !wasRebuilt)};
 }

@@ -35,9 +35,8 @@ Finding judgeWriteError(const Gateway& gateway, int error) {
     }
     if (error == ENOENT) {
         const std::string directory = std::filesystem::path(path).parent_path();
-        return bad(
-            "log.not-writable", path, "The directory does not exist.",
-            thenRestart("install -d -m 750 -o " + gateway.user.name + " " + directory + "."));
+        return bad("log.not-writable", path, "The directory does not exist.",
+                   thenRestart("install -d -m 750 -o " + gateway.user.name + " " + directory));
     }
     return bad("log.not-writable", path,
                "The user " + gateway.user.name + " cannot write: " + cause,
@@ -70,13 +69,14 @@ std::string otherOpenLog(const Gateway& gateway) {
 Finding judgeFile(const Gateway& gateway) {
     const ActingAs service(gateway.user);
     const std::string view = gateway.asDaemonSees(gateway.logFile);
+    const std::string directory = std::filesystem::path(gateway.logFile).parent_path();
     const std::uint64_t free = freeBytes(view);
     if (const int error = writeError(view); error != 0) {
         return judgeWriteError(gateway, error);
     }
     if (free < leastFreeBytes) {
         return bad("log.disk-full", gateway.logFile, "The disk is full: log records are lost.",
-                   "Free some space there: df " + gateway.logFile);
+                   "Free some space there: df " + directory);
     }
     Json::Value facts;
     facts["freeMiB"] = Json::UInt64{free >> 20U};

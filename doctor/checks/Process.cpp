@@ -225,7 +225,8 @@ void readHistory(Gateway& gateway) {
     }
     std::string text;
     gateway.logError = gateway.readAsService(gateway.logFile, text);
-    gateway.history = readLogHistory(text, std::time(nullptr));
+    const double startedAt = gateway.daemon == nullptr ? 0 : gateway.daemon->startedAt;
+    gateway.history = readLogHistory(text, std::time(nullptr), static_cast<std::time_t>(startedAt));
 }
 
 } // namespace

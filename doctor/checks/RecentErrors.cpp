@@ -91,7 +91,10 @@ Finding judgeEvent(const RecentFacts& facts, Kind kind, const Event& event) {
     case Kind::BROKER_REFUSED:
         return bad("errors.broker-rejected", path,
                    "The broker rejected the daemon: " + summary(event, "time") + ".",
-                   thenRestart("Correct mqtt.username and mqtt.password, or the broker's users."));
+                   facts.brokerIsOk
+                       ? "Allow the client id VEYRA_SERVER in the broker's settings."
+                       : thenRestart("Correct mqtt.username and mqtt.password, or the broker's "
+                                     "users."));
     case Kind::PORT_IN_USE:
         return bad("errors.port-in-use", path, summary(event, "failed attempt") + ".",
                    "See the check \"port\".");
@@ -178,6 +181,7 @@ Findings checkRecentErrors(Gateway& gateway) {
     facts.bootedAt = bootTime();
     facts.openUntil = history.openUntil;
     facts.cloudIsOk = !gateway.hasProblem("cloud");
+    facts.brokerIsOk = !gateway.hasProblem("broker");
     facts.replyWasSeen = gateway.replyWasSeen;
     facts.kernelRecord = kernelRecordOfDaemon();
     return judgeRecentErrors(facts, history);

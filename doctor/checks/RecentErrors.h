@@ -10,6 +10,7 @@ struct RecentFacts {
     std::time_t bootedAt = 0;  // of this machine
     std::time_t openUntil = 0; // of the circuit breaker
     bool cloudIsOk = true;     // it answers an unsigned request now
+    bool brokerIsOk = true;    // it accepts the doctor
     bool replyWasSeen = false; // a request has succeeded during this run
     std::string kernelRecord;  // of a daemon that was killed or crashed
 };

@@ -9,6 +9,7 @@
 #include <pwd.h>
 #include <stdexcept>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 
 namespace fs = std::filesystem;
 
@@ -89,7 +90,12 @@ int writeError(const std::string& path) {
 }
 
 std::uint64_t freeBytes(const std::string& path) {
-    std::error_code error;
-    const fs::space_info space = fs::space(fs::path(path).parent_path(), error);
-    return error ? 0 : space.available;
+    struct statvfs space {};
+    if (statvfs(fs::path(path).parent_path().c_str(), &space) != 0) {
+        return 0;
+    }
+    const bool countsFiles = space.f_files != 0;
+    const bool isMissing = access(path.c_str(), F_OK) != 0;
+    const bool noFileLeft = countsFiles && isMissing && space.f_favail == 0;
+    return noFileLeft ? 0 : std::uint64_t{space.f_bavail} * space.f_frsize;
 }

@@ -63,5 +63,6 @@ std::string linkTarget(const std::string& path);
 // Returns the errno that would keep the current user from writing `path` or from creating it; else 0.
 int writeError(const std::string& path);
 
-// What the current user may still write in the directory of `path`; 0 when that cannot be seen.
+// What the current user may still write in the directory of `path`; 0 when that cannot be seen, or
+// when the file does not exist and no file can be created.
 std::uint64_t freeBytes(const std::string& path);

@@ -34,7 +34,8 @@ constexpr struct {
 };
 
 // Empty when the line continues a record, as the lines of the logged configuration do.
-std::optional<Record> parseRecord(const std::string& line) {
+std::optional<Record> parseRecord(std::string line) {
+    line.erase(0, line.find_first_not_of('\0')); // a power cut can leave zeros in front
     std::tm utc{};
     const char* const end = strptime(line.c_str(), "%Y-%m-%dT%H:%M:%S", &utc);
     if (end == nullptr || *end != '.') {
@@ -123,15 +124,21 @@ void addRecord(LogHistory& history, const Record& record) {
     }
 }
 
+bool isStart(const Record& record, std::time_t runningSince) {
+    constexpr std::time_t toleranceS = 5; // between the start of the process and the record
+    return startsWith(record.text, "Lora VEYRA Server started") &&
+           (runningSince == 0 || record.time <= runningSince + toleranceS);
+}
+
 } // namespace
 
-LogHistory readLogHistory(const std::string& text, std::time_t now) {
+LogHistory readLogHistory(const std::string& text, std::time_t now, std::time_t runningSince) {
     LogHistory history;
     std::time_t previousAt = 0;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
         if (const auto record = parseRecord(line)) {
-            if (startsWith(record->text, "Lora VEYRA Server started")) {
+            if (isStart(*record, runningSince)) {
                 beginRun(history, *record, previousAt, now);
             }
             addRecord(history, *record);

@@ -37,5 +37,7 @@ struct LogHistory {
     bool isStopped = false;         // the last run has ended with a stop record
 };
 
-// `text` is the end of a log file; `now` is the time of this machine.
-LogHistory readLogHistory(const std::string& text, std::time_t now);
+// `text` is the end of a log file; `now` is the time of this machine. A start record that is later
+// than `runningSince`, the start of the running daemon, is not believed: a datagram with a line feed
+// can forge one. 0: no daemon runs.
+LogHistory readLogHistory(const std::string& text, std::time_t now, std::time_t runningSince = 0);
