@@ -61,6 +61,7 @@ lint:
 	/usr/bin/python3 -m flake8 $(PYTHON)
 	/usr/bin/python3 -m mypy $(PYTHON)
 	! grep -nE '$(GLIBC_ONLY)' $(filter-out %/Memory.cpp bench/% fuzz/% tests/%,$(SOURCES))
+	.ci/check-musl.sh
 	cmake --preset debug
 	run-clang-tidy -quiet -p build-debug -j $(JOBS)
 	docs/check.py

@@ -19,7 +19,7 @@ packages_of() {
         test) echo libgtest-dev python3 python3-paho-mqtt iproute2 mosquitto mosquitto-clients openssl util-linux ;;
         cross) echo mmdebstrap qemu-user-static ;;
         package) echo diffoscope-minimal dpkg-dev file iproute2 lintian && cross_compilers 6 package ;;
-        lint) echo clang-format clang-tidy flake8 mypy shellcheck ;;
+        lint) echo clang clang-format clang-tidy flake8 libc++-dev musl-dev mypy shellcheck ;;
         bench) echo nginx valgrind python3-matplotlib ;;
         fuzz) echo clang libclang-rt-dev ;;
         *)

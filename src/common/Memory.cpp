@@ -1,9 +1,11 @@
 #include "common/Memory.h"
 
+#include <features.h>
+
 // The only place that depends on the C library. musl's allocator gives blocks of 128 KiB and more
 // back to the system as soon as they are freed, and has no threshold that moves, so nothing is left to
 // do there. With another allocator, what a large answer took may stay with the process.
-#ifdef __GLIBC__
+#if defined(__GLIBC__) && !defined(__UCLIBC__)
 
 #include <malloc.h>
 
