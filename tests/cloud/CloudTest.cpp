@@ -18,6 +18,7 @@ struct Libraries {
     bool digestsFail = false;
     int headersUntilFailure = 0; // 0: none fails
     CURLoption refusedOption = CURLOPT_LASTENTRY;
+    curl_slist* headers = nullptr; // of the request
     int requestsSent = 0;
 };
 Libraries libraries;
@@ -46,14 +47,17 @@ extern "C" curl_slist* curl_slist_append(curl_slist* list, const char* text) {
 extern "C" CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {
     const auto real =
         reinterpret_cast<decltype(&curl_easy_setopt)>(dlsym(RTLD_NEXT, "curl_easy_setopt"));
-    if (option == libraries.refusedOption) {
-        return CURLE_NOT_BUILT_IN;
-    }
     va_list values;
     va_start(values, option);
     void* const value = va_arg(values, void*); // a pointer or a long, which have the same size
     va_end(values);
-    return real(handle, option, value);
+    if (option == CURLOPT_HTTPHEADER) {
+        libraries.headers = static_cast<curl_slist*>(value);
+    }
+    if (option == libraries.refusedOption && option != CURLOPT_CAPATH) {
+        curl_slist_free_all(libraries.headers); // after an exception the program leaks it
+    }
+    return option == libraries.refusedOption ? CURLE_NOT_BUILT_IN : real(handle, option, value);
 }
 
 extern "C" CURLcode curl_easy_perform(CURL* /*handle*/) {

@@ -107,11 +107,18 @@ class DeviceInformation(DaemonTest):
         self.testbed.send(check_in())
         self.assert_replies(1)
 
+    def test_is_ignored_when_it_is_not_an_object(self) -> None:
+        self.testbed.set_device(f"[{self.DEVICE}]")
+        self.testbed.configuration["network"]["gatewayKey"] = self.SECRET
+        self.testbed.cloud.secret = self.SECRET
+        self.testbed.start_ready_daemon()
+        self.testbed.send(check_in())
+        self.assert_replies(1)
+
     def test_is_required_without_a_gateway_key(self) -> None:
         devices = {
             "no uuid": "{}",
             "invalid JSON": self.DEVICE[:-1] + ",}",
-            "an array": f"[{self.DEVICE}]",
             "nested too deeply": self.DEVICE[:-1] + ',"x":' + "[" * 2000,
         }
         for name, device in devices.items():

@@ -98,7 +98,7 @@ TEST_F(LogFile, HasCompleteRecordsWhenASignalHandlerLogsToo) {
     std::signal(SIGALRM, [](int /*number*/) { VEYRA_LOG(ERROR, "%s", "handler"); });
     const std::string shortText(300, 's'); // on the stack
     const std::string longText(2000, 'l'); // in allocated memory
-    setSignalInterval(200);
+    setSignalInterval(60);
     for (int i = 0; i < 10000; ++i) {
         VEYRA_LOG(ERROR, "%s", shortText.c_str());
         VEYRA_LOG(ERROR, "%s", longText.c_str());
