@@ -103,7 +103,7 @@ testInstallation() {
     relay 1
     sleep 7
     check "it is left alone while it says that it lives" test "$(property NRestarts)" -eq 0
-    check "the doctor finds nothing bad" doctor 9
+    check "the doctor finds nothing bad" doctor 12
 }
 
 testLockHeld() {

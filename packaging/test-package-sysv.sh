@@ -10,6 +10,7 @@ cd "$(dirname "$(realpath "$0")")/.."
 service() { inRoot "/etc/init.d/$name" "$@" >/dev/null; }
 daemonPid() { cat "$root/run/$name.pid"; }
 runsAsUser() { [[ $(inRoot stat -c %U "/proc/$(daemonPid)") == "$user" ]]; }
+isEmulated() { [[ $(readlink "/proc/$(daemonPid)/exe") != *"$name" ]]; }
 usesPrivateLibrary() { grep -q "/usr/lib/$name/libzep-platform" "/proc/$(daemonPid)/maps"; }
 isGone() { [[ ! -e /proc/$1 ]]; }
 hasStarts() { hasRecords "Lora VEYRA Server started" "$1"; }
@@ -64,16 +65,53 @@ testRelay() {
 testDoctor() {
     local outside="$root/run/config/device_info.json"
     echo "Doctor"
-    check "it finds nothing bad" doctor 9
-    check "nor in the process alone" service alive
+    if isEmulated; then # the executable is the emulator, so the process has to be named
+        doctorOptions=(--pid "$(daemonPid)")
+    else
+        check "it finds nothing bad in the process alone" service alive
+    fi
+    check "it finds nothing bad" doctor 12
     chmod 0600 "$outside"
-    check "it sees as the service's user" not doctor 9
+    check "it reads files as the service user" not doctor 12
     check "and says why" hasText "$work/doctor.out" "Permission denied"
     chmod 0644 "$outside"
     chmod 0000 "$root/var/log/$name"
-    check "it sees a closed folder of the log" not doctor 9
-    check "and says so, too" hasText "$work/doctor.out" "bad     log"
+    check "it notices a closed log directory" not doctor 12
+    check "and names the check" hasText "$work/doctor.out" "bad     log"
     chmod 0750 "$root/var/log/$name"
+}
+
+# asNobody COMMAND...: starts it in the background. Its process id is in $nobody.
+asNobody() {
+    "${enter[@]}" /usr/bin/setpriv --reuid nobody --regid nogroup --clear-groups "$@" \
+        </dev/null >>"$work/nobody.out" 2>&1 &
+    nobody=$!
+    sleep 1
+}
+
+# An unprivileged user cannot make root's doctor follow a process of his own.
+testDoctorTrust() {
+    local nobody
+    ! isEmulated || return 0
+    echo "Doctor and processes of others"
+    # With another port and broker, it disturbs the real daemon in nothing.
+    cat >"$root/tmp/evil.conf" <<'END'
+{"udp": {"veyraPort": 1799}, "mqtt": {"enabled": true, "host": "127.0.0.1", "port": 9},
+ "network": {"veyraServer": "https://127.0.0.1:9/evil/", "gatewayKey": "12"}}
+END
+    asNobody bash -c "exec -a /usr/sbin/$name sleep 60 -c /tmp/evil.conf"
+    check "a process with the daemon's name is not the daemon" doctor 12
+    kill "$nobody"
+    cp "$root/usr/sbin/$name" "$root/tmp/$name"
+    asNobody "/tmp/$name" -c /tmp/evil.conf -l /tmp/evil.log
+    check "nor is a copy of the program" doctor 12
+    kill "$nobody"
+    asNobody "/usr/sbin/$name" -c /tmp/evil.conf -l /tmp/evil.log
+    check "the program itself, run by another user, is reported" not doctor 12
+    check "as what it is" hasText "$work/doctor.out" "bad     service"
+    check "and not followed" not hasText "$work/doctor.out" "evil"
+    kill "$nobody"
+    rm "$root"/tmp/*
 }
 
 testRotation() {
@@ -151,6 +189,7 @@ if [[ -e $root/bin/systemd-analyze ]]; then
 fi
 testRelay
 testDoctor
+testDoctorTrust
 testRotation
 testStop
 testUpgrade
