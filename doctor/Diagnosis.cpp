@@ -69,8 +69,10 @@ class Diagnosis {
             return 1;
         }
         // An ordinary user who sees no problem may not have been shown the place where it is.
-        const bool isBlind = outcome == Outcome::UNKNOWN && !gateway.isRoot;
-        return isBlind ? 2 : 0;
+        if (outcome == Outcome::UNKNOWN && !gateway.isRoot) {
+            return 2;
+        }
+        return 0;
     }
 
   private:

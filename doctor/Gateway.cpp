@@ -23,8 +23,10 @@ Gateway::Gateway(const Options& given)
     , configurationFile(VEYRA_DEFAULT_CONFIGURATION_FILE)
     , logFile(VEYRA_DEFAULT_LOG_FILE)
     , runDirectory(CommandLine().runDirectory) {
+    int pid = 0;
     if (!daemons.trusted.empty()) {
         daemon = &daemons.trusted.front();
+        pid = daemon->pid;
         user = daemon->user;
         configurationFile = daemon->commandLine.configurationFile;
         logFile = *daemon->commandLine.logFile;
@@ -36,12 +38,16 @@ Gateway::Gateway(const Options& given)
     configurationFile = options.configurationFile.value_or(configurationFile);
     logFile = std::filesystem::absolute(options.logFile.value_or(logFile));
     runDirectory = options.runDirectory.value_or(runDirectory);
-    firstLook = lookAt(daemon == nullptr ? 0 : daemon->pid);
+    firstLook = lookAt(pid);
 }
 
 long Gateway::limitMs(long wantedMs) const {
     const auto passedMs = static_cast<long>(monotonicMillis() - startedMs);
     return std::clamp(runLimitMs - passedMs, 0L, wantedMs);
+}
+
+std::string Gateway::rightsHint() const {
+    return isRoot ? "" : "Run the doctor as root.";
 }
 
 int Gateway::readAsService(const std::string& path, std::string& text) const {
@@ -54,7 +60,8 @@ std::string Gateway::asDaemonSees(const std::string& path) const {
         return path;
     }
     const std::string root = processPath(daemon->pid, "root");
-    return access((root + "/").c_str(), X_OK) == 0 ? root + path : path;
+    const bool isVisible = access((root + "/").c_str(), X_OK) == 0;
+    return isVisible ? root + path : path;
 }
 
 std::time_t Gateway::changedSinceStart(const std::string& path) const {

@@ -20,6 +20,9 @@ struct Gateway {
     // Milliseconds that a step may take: `wantedMs`, or what is left of the run; 0 when nothing is.
     long limitMs(long wantedMs) const;
 
+    // The fix where rights are missing: to be root. Empty when the caller is root.
+    std::string rightsHint() const;
+
     // Reads a file as the service user. Returns errno, or 0.
     int readAsService(const std::string& path, std::string& text) const;
 

@@ -27,7 +27,10 @@ std::optional<int> parsePid(const char* text) {
     int pid = 0;
     const char* const end = text + std::strlen(text);
     const auto [rest, error] = std::from_chars(text, end, pid);
-    return error == std::errc() && rest == end && pid > 0 ? std::optional(pid) : std::nullopt;
+    if (error != std::errc() || rest != end || pid <= 0) {
+        return std::nullopt;
+    }
+    return pid;
 }
 
 } // namespace
@@ -54,7 +57,9 @@ Options parseOptions(int argc, char** argv) {
             *text->second = optarg;
         } else if (found == 'p') {
             given.pid = parsePid(optarg);
-            given.fault = given.pid ? given.fault : std::string("not a process id: ") + optarg;
+            if (!given.pid) {
+                given.fault = std::string("not a process id: ") + optarg;
+            }
         } else if (found == '?') {
             given.fault = std::string("unknown option, or value missing: ") + argv[optind - 1];
         }

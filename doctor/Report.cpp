@@ -15,16 +15,17 @@ constexpr std::size_t lineWidth = 80;
 struct Style {
     const char* word;
     const char* colour;
+    const char* fixLabel;
 };
 
 Style styleOf(Outcome outcome) {
     switch (outcome) {
     case Outcome::OK:
-        return {"ok", "\033[32m"};
+        return {"ok", "\033[32m", "        try:   "};
     case Outcome::BAD:
-        return {"bad", "\033[31m"};
+        return {"bad", "\033[31m", "        fix:   "};
     default:
-        return {"unknown", "\033[33m"};
+        return {"unknown", "\033[33m", "        fix:   "};
     }
 }
 
@@ -52,7 +53,10 @@ void printLine(const std::string& start, const std::string& text) {
             line = std::string(start.size(), ' ');
             isFirst = true;
         }
-        line += (isFirst ? "" : " ") + word;
+        if (!isFirst) {
+            line += ' ';
+        }
+        line += word;
         isFirst = false;
     }
     std::printf("%s\n", line.c_str());
@@ -101,8 +105,7 @@ void Report::skip(const std::string& check, const std::string& needed) {
     Json::Value& entry = root["skipped"].append(Json::Value());
     entry["check"] = check;
     entry["needs"] = needed;
-    std::string& checks = skippedFor[needed];
-    checks += (checks.empty() ? "" : ", ") + check;
+    addItem(skippedFor[needed], check);
     if (worst == Outcome::OK) {
         worst = Outcome::UNKNOWN;
     }
@@ -110,14 +113,18 @@ void Report::skip(const std::string& check, const std::string& needed) {
 
 void Report::printFinding(const std::string& check, const Finding& finding) const {
     const Style style = styleOf(finding.outcome);
-    std::printf("%s%-7s%s %-13s %s\n", colour ? style.colour : "", style.word,
-                colour ? "\033[0m" : "", check.c_str(), printable(finding.subject).c_str());
+    const std::string subject = printable(finding.subject);
+    if (colour) {
+        std::printf("%s%-7s\033[0m %-13s %s\n", style.colour, style.word, check.c_str(),
+                    subject.c_str());
+    } else {
+        std::printf("%-7s %-13s %s\n", style.word, check.c_str(), subject.c_str());
+    }
     if (!finding.cause.empty()) {
         printWrapped("        cause: ", finding.cause);
     }
     if (!finding.fix.empty()) {
-        const bool isHint = finding.outcome == Outcome::OK;
-        printWrapped(isHint ? "        try:   " : "        fix:   ", finding.fix);
+        printWrapped(style.fixLabel, finding.fix);
     }
     std::fflush(stdout);
 }

@@ -117,8 +117,8 @@ Finding judgeAnswer(Gateway& gateway, const std::string& subject, const BrokerAd
 }
 
 // While the daemon is connected, the doctor's own failure proves nothing about the daemon.
-Finding asObserved(Finding finding) {
-    if (finding.outcome == Outcome::BAD) {
+Finding asObserved(Finding finding, bool isLinked) {
+    if (isLinked && finding.outcome == Outcome::BAD) {
         finding.outcome = Outcome::UNKNOWN;
         finding.cause += " The daemon itself is connected.";
         finding.fix.clear();
@@ -131,9 +131,10 @@ Finding asObserved(Finding finding) {
 Findings checkBroker(Gateway& gateway) {
     const BrokerAddress broker = brokerAddress(gateway.configuration["mqtt"]);
     const auto credentials = brokerCredentials(gateway.configuration["mqtt"]);
-    const std::string subject =
-        broker.host + ":" + std::to_string(broker.port) +
-        (credentials ? " as " + credentials->username : std::string(" without a username"));
+    std::string subject = broker.host + ":" + std::to_string(broker.port);
+    if (credentials) {
+        subject += " as " + credentials->username;
+    }
     if (broker.port < 1 || broker.port > 65535) {
         return {bad("broker.refused", subject, "This is not a port.",
                     thenRestart("Write a number from 1 to 65535 into mqtt.port."))};
@@ -142,13 +143,16 @@ Findings checkBroker(Gateway& gateway) {
     const bool isLinked = gateway.isLinked(gateway.look());
     if (tried.empty() || tried.back().error != 0) {
         const Finding finding = judgeAddresses(subject, broker, tried);
-        return {isLinked ? asObserved(finding) : finding};
+        return {asObserved(finding, isLinked)};
     }
     gateway.brokerHost = tried.back().text;
     const Finding finding = judgeAnswer(gateway, subject, broker);
     if (finding.outcome == Outcome::OK) {
         const Findings silent = judgeSilentAddress(subject, tried);
-        return silent.empty() ? Findings{finding} : silent;
+        if (!silent.empty()) {
+            return silent;
+        }
+        return {finding};
     }
-    return {isLinked ? asObserved(finding) : finding};
+    return {asObserved(finding, isLinked)};
 }

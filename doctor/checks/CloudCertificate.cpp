@@ -2,6 +2,7 @@
 
 #include "checks/Checks.h"
 #include "cloud/CloudRequest.h"
+#include "host/Text.h"
 
 #include <algorithm>
 #include <openssl/x509_vfy.h>
@@ -15,7 +16,7 @@ std::string namesOf(const std::vector<Certificate>& certificates) {
     constexpr std::size_t most = 3;
     std::string names;
     for (std::size_t index = 0; index < std::min(most, certificates.size()); ++index) {
-        names += (index == 0 ? "\"" : ", \"") + certificates[index].subject + "\"";
+        addItem(names, "\"" + certificates[index].subject + "\"");
     }
     if (certificates.size() > most) {
         names += " and " + std::to_string(certificates.size() - most) + " more";

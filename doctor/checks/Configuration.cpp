@@ -38,7 +38,10 @@ std::string parse(const std::string& text, Json::Value& root) {
     Json::Reader reader;
     try {
         if (reader.parse(text, root, false)) {
-            return root.isObject() ? "" : "The file is not a JSON object.";
+            if (root.isObject()) {
+                return {};
+            }
+            return "The file is not a JSON object.";
         }
     } catch (const Json::Exception&) {
         return "The file is nested too deeply.";
@@ -66,7 +69,10 @@ std::string findDuplicate(const std::string& text) {
         return {};
     }
     const auto start = words.find("Duplicate key: ");
-    return start == std::string::npos ? "" : words.substr(start, words.find('\n', start) - start);
+    if (start == std::string::npos) {
+        return {};
+    }
+    return words.substr(start, words.find('\n', start) - start);
 }
 
 Findings parseFindings(Gateway& gateway) {

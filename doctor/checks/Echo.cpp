@@ -58,7 +58,10 @@ Findings checkEcho(Gateway& gateway) {
         gateway.limitMs(listenMs));
     gateway.replyWasSeen = probe.replyWasSeen;
     if (probe.keepaliveWasSeen) {
-        return {isUnstable(gateway) ? judgeUnstable() : ok(keepaliveTopic)};
+        if (isUnstable(gateway)) {
+            return {judgeUnstable()};
+        }
+        return {ok(keepaliveTopic)};
     }
     if (probe.isDenied) {
         return {bad("echo.denied", keepaliveTopic, "The broker denies the subscription.", allow)};

@@ -128,8 +128,7 @@ Findings checkIdentity(Gateway& gateway) {
     }
     gateway.fingerprint = fingerprintOf(gateway.device, network);
     if (found.empty()) {
-        const std::string source = identity.gatewayKey.empty() ? "uuid" : "network.gatewayKey";
-        found.push_back(ok(source + " and deviceId, fingerprint " + gateway.fingerprint));
+        found.push_back(ok("fingerprint " + gateway.fingerprint));
     }
     return found;
 }

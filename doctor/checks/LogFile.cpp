@@ -89,7 +89,10 @@ Findings checkLogFile(Gateway& gateway) {
     if (gateway.configuration["log"]["syslog"].asBool()) {
         return {judgeSyslog()};
     }
-    const std::string other = gateway.daemon == nullptr ? "" : otherOpenLog(gateway);
+    std::string other;
+    if (gateway.daemon != nullptr) {
+        other = otherOpenLog(gateway);
+    }
     if (!other.empty()) {
         return {bad("log.moved", gateway.logFile,
                     "The daemon writes to another file: " + other + ".",

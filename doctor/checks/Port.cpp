@@ -16,7 +16,7 @@ Finding judgeOwner(const Gateway& gateway, const std::string& subject, const Soc
     const int owner = ownerOf(taken.inode);
     if (owner == 0) {
         return unknown("port.owner-hidden", subject, "The owner of the port cannot be seen.",
-                       gateway.isRoot ? "" : runAsRoot);
+                       gateway.rightsHint());
     }
     return bad(
         "port.in-use", subject, "The port is in use by " + describeProcess(owner) + ".",
@@ -46,7 +46,10 @@ Finding judgeMissing(const Gateway& gateway, const std::string& subject, const L
 // Below this port the service user may not listen.
 int firstFreePort() {
     const std::string text = textOf("/proc/sys/net/ipv4/ip_unprivileged_port_start");
-    return text.empty() ? 1024 : std::stoi(text);
+    if (text.empty()) {
+        return 1024;
+    }
+    return std::stoi(text);
 }
 
 // The daemon does not run, and no other program has the port.

@@ -82,17 +82,21 @@ Finding judgeLink(const std::string& subject, const LifeFacts& facts) {
                    "username: it probably rejects the client id VEYRA_SERVER.",
                    "Allow this client id in the broker's settings (clientid_prefixes, ACL).");
     }
-    const std::string although =
-        facts.brokerIsOk ? ", although the broker accepts the doctor with the same username." : ".";
-    return bad("alive.not-linked", subject, "The daemon has no connection to the broker" + although,
+    std::string cause = "The daemon has no connection to the broker.";
+    if (facts.brokerIsOk) {
+        cause += " The broker accepts the doctor with the same username.";
+    }
+    return bad("alive.not-linked", subject, cause,
                "Wait 20 s and run the doctor again. If this stays: " + serviceCommand("restart"));
 }
 
 std::string lastErrorOf(const Gateway& gateway) {
     constexpr std::size_t longest = 200;
     const std::string& error = gateway.history.lastError;
-    return error.empty() ? ""
-                         : " The last error in its log: " + masked(error.substr(0, longest)) + ".";
+    if (error.empty()) {
+        return {};
+    }
+    return " The last error in its log: " + masked(error.substr(0, longest)) + ".";
 }
 
 // Empty when the service is not restarted again and again.
@@ -161,7 +165,9 @@ Finding judgeAbsence(const Gateway& gateway) {
 std::uint64_t waitingBytesOf(const Look& look) {
     std::uint64_t bytes = 0;
     for (const Socket& socket : look.sockets) {
-        bytes += socket.isOwn && !socket.isTcp ? socket.waitingBytes : 0;
+        if (socket.isOwn && !socket.isTcp) {
+            bytes += socket.waitingBytes;
+        }
     }
     return bytes;
 }
@@ -225,7 +231,10 @@ void readHistory(Gateway& gateway) {
     }
     std::string text;
     gateway.logError = gateway.readAsService(gateway.logFile, text);
-    const double startedAt = gateway.daemon == nullptr ? 0 : gateway.daemon->startedAt;
+    double startedAt = 0;
+    if (gateway.daemon != nullptr) {
+        startedAt = gateway.daemon->startedAt;
+    }
     gateway.history = readLogHistory(text, std::time(nullptr), static_cast<std::time_t>(startedAt));
 }
 
@@ -259,7 +268,10 @@ Finding judgeLife(const LifeFacts& facts) {
     }
     if (look.atMs - facts.active.atMs >= standstillMs) {
         const bool isStill = look.status.voluntarySwitches == facts.active.status.voluntarySwitches;
-        return isStill ? judgeStandstill(subject, facts) : judgeSlowness(subject, facts);
+        if (isStill) {
+            return judgeStandstill(subject, facts);
+        }
+        return judgeSlowness(subject, facts);
     }
     if (!look.socketsAreSeen) {
         return unknown("alive.hidden", subject,

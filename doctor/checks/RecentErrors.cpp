@@ -17,7 +17,10 @@ constexpr std::time_t recentSeconds = 600;
 // The text of a record, cut, without what may be a secret in a URL.
 std::string quoted(const std::string& record) {
     constexpr std::size_t longest = 160;
-    return "\"" + masked(record.substr(0, longest)) + (record.size() > longest ? "..." : "") + "\"";
+    if (record.size() > longest) {
+        return "\"" + masked(record.substr(0, longest)) + "...\"";
+    }
+    return "\"" + masked(record) + "\"";
 }
 
 std::string summary(const Event& event, const std::string& noun) {
@@ -27,7 +30,10 @@ std::string summary(const Event& event, const std::string& noun) {
 
 long statusIn(const std::string& record) {
     const auto place = record.find("CODE:");
-    return place == std::string::npos ? 0 : std::strtol(record.c_str() + place + 5, nullptr, 10);
+    if (place == std::string::npos) {
+        return 0;
+    }
+    return std::strtol(record.c_str() + place + 5, nullptr, 10);
 }
 
 std::string fixForStatus(long status) {
@@ -50,16 +56,24 @@ std::string fixForStatus(long status) {
 }
 
 Finding judgeRequest(const RecentFacts& facts, const Event& event, bool isRefused) {
-    const std::string cause = summary(event, "failed request") +
-                              (facts.cloudIsOk ? ". An unsigned HEAD request succeeds now." : ".");
+    const std::string cause = summary(event, "failed request") + ".";
     if (!facts.cloudIsOk) {
         return bad("errors.request-failed", facts.path, cause, "Fix the check \"cloud\" first.");
     }
+    const std::string succeeds = " An unsigned HEAD request succeeds now.";
     if (isRefused) {
-        return bad("errors.request-refused", facts.path, cause, fixForStatus(statusIn(event.text)));
+        return bad("errors.request-refused", facts.path, cause + succeeds,
+                   fixForStatus(statusIn(event.text)));
     }
-    return bad("errors.request-failed", facts.path, cause,
+    return bad("errors.request-failed", facts.path, cause + succeeds,
                "The cause may be over: watch the log. Otherwise check the network.");
+}
+
+std::string fixForRejection(const RecentFacts& facts) {
+    if (facts.brokerIsOk) {
+        return "Allow the client id VEYRA_SERVER in the broker's settings.";
+    }
+    return thenRestart("Correct mqtt.username and mqtt.password, or the broker's users.");
 }
 
 Finding judgeEvent(const RecentFacts& facts, Kind kind, const Event& event) {
@@ -91,10 +105,7 @@ Finding judgeEvent(const RecentFacts& facts, Kind kind, const Event& event) {
     case Kind::BROKER_REFUSED:
         return bad("errors.broker-rejected", path,
                    "The broker rejected the daemon: " + summary(event, "time") + ".",
-                   facts.brokerIsOk
-                       ? "Allow the client id VEYRA_SERVER in the broker's settings."
-                       : thenRestart("Correct mqtt.username and mqtt.password, or the broker's "
-                                     "users."));
+                   fixForRejection(facts));
     case Kind::PORT_IN_USE:
         return bad("errors.port-in-use", path, summary(event, "failed attempt") + ".",
                    "See the check \"port\".");
@@ -169,7 +180,7 @@ Findings checkRecentErrors(Gateway& gateway) {
         return {
             unknown("errors.no-log", gateway.logFile,
                     std::string("The log cannot be read: ") + std::strerror(gateway.logError) + ".",
-                    gateway.isRoot ? "" : runAsRoot)};
+                    gateway.rightsHint())};
     }
     LogHistory history = gateway.history;
     if (gateway.disturbedLink) {

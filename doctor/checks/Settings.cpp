@@ -23,7 +23,10 @@ constexpr const char* noBreaker = "Remove the key: any integer takes effect as 1
 
 // False, 0 or an empty text.
 bool isNothing(const Value& effect) {
-    return effect.isString() ? effect.asString().empty() : effect.asInt64() == 0;
+    if (effect.isString()) {
+        return effect.asString().empty();
+    }
+    return effect.asInt64() == 0;
 }
 
 bool isNoPort(const Value& effect) {
@@ -70,7 +73,10 @@ std::string jsonOf(const Value& value) {
 // How a value is shown: secrets are not.
 std::string shown(const std::string& name, const Value& value) {
     const bool isSecret = name == "mqtt.password" || name == "network.gatewayKey";
-    return isSecret && !value.isNull() ? "***" : masked(jsonOf(value));
+    if (isSecret && !value.isNull()) {
+        return "***";
+    }
+    return masked(jsonOf(value));
 }
 
 // What takes effect, in the configuration's own shape.
@@ -81,15 +87,21 @@ Value effectOf(const Value& root) {
     const auto credentials = brokerCredentials(mqtt);
     const CircuitBreaker breaker = effectiveBreaker(root);
     constexpr unsigned defaultLevel = 30;
-    const bool hasLevel = root["log"].isMember("level");
-    effect["log"]["level"] = hasLevel ? root["log"]["level"].asUInt() : defaultLevel;
+    effect["log"]["level"] = defaultLevel;
+    if (root["log"].isMember("level")) {
+        effect["log"]["level"] = root["log"]["level"].asUInt();
+    }
     effect["udp"]["veyraPort"] = effectivePort(root);
     effect["network"]["veyraServer"] = root["network"]["veyraServer"].asString();
     effect["mqtt"]["enabled"] = brokerIsEnabled(mqtt);
     effect["mqtt"]["host"] = broker.host;
     effect["mqtt"]["port"] = broker.port;
-    effect["mqtt"]["username"] = credentials ? Value(credentials->username) : Value();
-    effect["mqtt"]["password"] = credentials ? Value(credentials->password) : Value();
+    effect["mqtt"]["username"] = Value();
+    effect["mqtt"]["password"] = Value();
+    if (credentials) {
+        effect["mqtt"]["username"] = credentials->username;
+        effect["mqtt"]["password"] = credentials->password;
+    }
     effect["veyra"]["breakerThreshold"] = breaker.threshold;
     effect["veyra"]["breakerTime"] = Json::UInt64{breaker.backoffMs};
     effect["veyra"]["breakerTimeMax"] = Json::UInt64{breaker.backoffMaxMs};
@@ -102,7 +114,7 @@ std::size_t editDistance(const std::string& left, const std::string& right) {
     for (const char letter : left) {
         std::size_t diagonal = row[0]++;
         for (std::size_t j = 0; j < right.size(); ++j) {
-            const std::size_t changed = diagonal + (letter == right[j] ? 0 : 1);
+            const std::size_t changed = diagonal + static_cast<std::size_t>(letter != right[j]);
             diagonal = row[j + 1];
             row[j + 1] = std::min({changed, diagonal + 1, row[j] + 1});
         }
@@ -266,8 +278,7 @@ Findings judgeSettings(const Value& root, std::vector<std::string>& ignored) {
     const Value effect = effectOf(root);
     for (const Setting& setting : settings) {
         const Value configured = valueAt(root, setting.name);
-        if (findInvalidUtf8(configured.isString() ? configured.asString() : "") !=
-            std::string::npos) {
+        if (configured.isString() && findInvalidUtf8(configured.asString()) != std::string::npos) {
             found.push_back(bad("settings.not-utf8", setting.name, "The value is not valid UTF-8.",
                                 thenRestart("Save the file as UTF-8.")));
         }
@@ -286,10 +297,14 @@ Findings checkSettings(Gateway& gateway) {
     Findings found = judgeSettings(gateway.configuration, ignored);
     if (found.empty()) {
         std::string subject = "all values take effect";
+        std::string names;
         Json::Value facts;
         for (const std::string& key : ignored) {
-            subject += (facts.isNull() ? "; ignored: " : ", ") + key;
+            addItem(names, key);
             facts["ignored"].append(printable(key));
+        }
+        if (!names.empty()) {
+            subject += "; ignored: " + names;
         }
         found.push_back(ok(subject, facts));
     }

@@ -17,11 +17,13 @@ Findings checkSignature(Gateway& gateway) {
                       "knows another key or another deviceId.",
                       "Compare the fingerprint " + gateway.fingerprint +
                           " with the operator of the cloud.");
+    } else if (status == 0) {
+        finding = unknown("signature.no-response", "GET " + path,
+                          "No response came within the doctor's limit.");
     } else if (status / 100 != 2) {
         finding = unknown("signature.no-verdict", "GET " + path,
-                          status == 0 ? "No response came within the doctor's limit."
-                                      : "Status " + std::to_string(status) +
-                                            " does not tell whether the signature is valid.");
+                          "Status " + std::to_string(status) +
+                              " does not tell whether the signature is valid.");
     }
     finding.facts["httpStatus"] = Json::Int64{status};
     return {finding};

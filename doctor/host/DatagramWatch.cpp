@@ -56,7 +56,10 @@ const DatagramCounts& DatagramWatch::count(int port) {
             ++counts.elsewhere[to];
         }
     });
-    drain(ipv6.get(), false,
-          [&](int to, std::string_view /*payload*/) { counts.atPortByIpv6 += to == port ? 1 : 0; });
+    drain(ipv6.get(), false, [&](int to, std::string_view /*payload*/) {
+        if (to == port) {
+            ++counts.atPortByIpv6;
+        }
+    });
     return counts;
 }

@@ -15,12 +15,18 @@ namespace fs = std::filesystem;
 
 ServiceUser userWithId(uid_t uid, gid_t gid) {
     const passwd* const entry = getpwuid(uid);
-    return {uid, gid, entry == nullptr ? "user " + std::to_string(uid) : entry->pw_name};
+    if (entry == nullptr) {
+        return {uid, gid, "user " + std::to_string(uid)};
+    }
+    return {uid, gid, entry->pw_name};
 }
 
 ServiceUser packagedUser() {
     const passwd* const entry = getpwnam("lora-veyra");
-    return entry == nullptr ? userWithId(0, 0) : userWithId(entry->pw_uid, entry->pw_gid);
+    if (entry == nullptr) {
+        return userWithId(0, 0);
+    }
+    return userWithId(entry->pw_uid, entry->pw_gid);
 }
 
 // The real ids are changed as well, since access(2) asks for them. The groups stay the service
@@ -86,7 +92,10 @@ int writeError(const std::string& path) {
     const std::string directory = fs::path(path).parent_path();
     const int result =
         isMissing ? access(directory.c_str(), W_OK | X_OK) : access(path.c_str(), W_OK);
-    return result == 0 ? 0 : errno;
+    if (result != 0) {
+        return errno;
+    }
+    return 0;
 }
 
 std::uint64_t freeBytes(const std::string& path) {
@@ -97,5 +106,8 @@ std::uint64_t freeBytes(const std::string& path) {
     const bool countsFiles = space.f_files != 0;
     const bool isMissing = access(path.c_str(), F_OK) != 0;
     const bool noFileLeft = countsFiles && isMissing && space.f_favail == 0;
-    return noFileLeft ? 0 : std::uint64_t{space.f_bavail} * space.f_frsize;
+    if (noFileLeft) {
+        return 0;
+    }
+    return std::uint64_t{space.f_bavail} * space.f_frsize;
 }

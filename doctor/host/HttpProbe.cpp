@@ -3,6 +3,7 @@
 #include "cloud/CloudRequest.h"
 #include "cloud/CloudTimestamp.h"
 #include "cloud/RequestToken.h"
+#include "host/Text.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -29,7 +30,10 @@ Value infoOf(const Handle& handle, CURLINFO info) {
 std::string valueOf(const std::string& line) {
     const auto start = line.find_first_not_of(" \t", line.find(':') + 1);
     const auto end = line.find_last_not_of("\r\n \t");
-    return start == std::string::npos || end < start ? "" : line.substr(start, end + 1 - start);
+    if (start == std::string::npos || end < start) {
+        return {};
+    }
+    return line.substr(start, end + 1 - start);
 }
 
 // Parsed here and not by libcurl, whose time may have 32 bits where this program's has 64.
@@ -69,7 +73,7 @@ curl_socket_t openSocket(HttpAnswer* answer, curlsocktype /*purpose*/, curl_sock
             ? static_cast<const void*>(&reinterpret_cast<sockaddr_in*>(&address->addr)->sin_addr)
             : &reinterpret_cast<sockaddr_in6*>(&address->addr)->sin6_addr;
     inet_ntop(address->family, place, text.data(), text.size());
-    answer->addresses += (answer->addresses.empty() ? "" : ", ") + std::string(text.data());
+    addItem(answer->addresses, text.data());
     return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
@@ -153,7 +157,9 @@ std::vector<Certificate> lookAtCertificates(const std::string& url, long limitMs
     for (int index = 0; chain != nullptr && index < chain->num_of_certs; ++index) {
         for (const curl_slist* item = chain->certinfo[index]; item != nullptr; item = item->next) {
             const std::string line = item->data;
-            pem += line.rfind("Cert:", 0) == 0 ? line.substr(5) + "\n" : "";
+            if (line.rfind("Cert:", 0) == 0) {
+                pem += line.substr(5) + "\n";
+            }
         }
     }
     return certificatesIn(pem);
@@ -163,9 +169,11 @@ int resolverError(const std::string& url) {
     const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parts(curl_url(), curl_url_cleanup);
     curl_url_set(parts.get(), CURLUPART_URL, url.c_str(), CURLU_DEFAULT_SCHEME);
     char* host = nullptr;
-    curl_url_get(parts.get(), CURLUPART_HOST, &host, 0);
+    if (curl_url_get(parts.get(), CURLUPART_HOST, &host, 0) != CURLUE_OK) {
+        return EAI_NONAME;
+    }
     addrinfo* list = nullptr;
-    const int error = getaddrinfo(host == nullptr ? "" : host, nullptr, nullptr, &list);
+    const int error = getaddrinfo(host, nullptr, nullptr, &list);
     if (error == 0) {
         freeaddrinfo(list);
     }

@@ -52,9 +52,10 @@ std::optional<Record> parseRecord(std::string line) {
 
 unsigned long long numberAfter(const std::string& text, const std::string& name) {
     const auto place = text.rfind(name);
-    return place == std::string::npos
-               ? 0
-               : std::strtoull(text.c_str() + place + name.size(), nullptr, 10);
+    if (place == std::string::npos) {
+        return 0;
+    }
+    return std::strtoull(text.c_str() + place + name.size(), nullptr, 10);
 }
 
 bool startsWith(const std::string& text, const std::string& start) {
@@ -84,18 +85,23 @@ std::optional<Kind> kindOf(const LogHistory& history, const Record& record) {
         }
     }
     const bool isError = record.level == "ERROR" && !startsWith(record.text, "Curl call failed");
-    return isError ? std::optional(Kind::OTHER) : std::nullopt;
+    if (!isError) {
+        return std::nullopt;
+    }
+    return Kind::OTHER;
 }
 
 // Forgets the previous run, except for how it ended.
 void beginRun(LogHistory& history, const Record& record, std::time_t previousAt, std::time_t now) {
     const bool isUnasked = previousAt != 0 && !history.isStopped;
     const bool isRecent = now >= record.time && now - record.time < loopSeconds;
-    const int starts = history.recentStarts + (isRecent && !history.isStopped ? 1 : 0);
+    const int starts = history.recentStarts + static_cast<int>(isRecent && !history.isStopped);
     history = LogHistory();
     history.startedAt = record.time;
     history.recentStarts = starts;
-    history.endedUnaskedAt = isUnasked ? previousAt : 0;
+    if (isUnasked) {
+        history.endedUnaskedAt = previousAt;
+    }
 }
 
 void addRecord(LogHistory& history, const Record& record) {

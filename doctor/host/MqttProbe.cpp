@@ -40,7 +40,10 @@ AddressList resolveWithin(const std::string& host, int port, long limitMs) {
     }).detach();
     const bool isThere =
         result.wait_for(std::chrono::milliseconds(limitMs)) == std::future_status::ready;
-    return isThere ? result.get() : AddressList(nullptr, freeaddrinfo);
+    if (!isThere) {
+        return {nullptr, freeaddrinfo};
+    }
+    return result.get();
 }
 
 std::string numericText(const addrinfo& address) {
@@ -93,8 +96,10 @@ std::vector<HostAddress> tryAddresses(const BrokerAddress& broker, long limitMs)
     const addrinfo* address = list.get();
     while (address != nullptr && monotonicMillis() < endMs) {
         tried.push_back({numericText(*address), tryConnect(*address, addressMs)});
-        const bool isGood = tried.back().error == 0;
-        address = isGood ? nullptr : address->ai_next;
+        address = address->ai_next;
+        if (tried.back().error == 0) {
+            break;
+        }
     }
     return tried;
 }

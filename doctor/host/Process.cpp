@@ -38,7 +38,10 @@ std::uint64_t numberIn(const std::string& text) {
 // The second number of a text such as "1000\t1001\t1000\t1000".
 std::uint64_t secondNumberIn(const std::string& text) {
     const auto tab = text.find('\t');
-    return tab == std::string::npos ? 0 : numberIn(text.substr(tab));
+    if (tab == std::string::npos) {
+        return 0;
+    }
+    return numberIn(text.substr(tab));
 }
 
 double secondsOf(clockid_t clock) {
@@ -62,7 +65,10 @@ Socket parseSocket(std::string line, bool isTcp) {
 
 std::uint64_t socketInode(const std::string& link) {
     constexpr const char* prefix = "socket:[";
-    return link.rfind(prefix, 0) == 0 ? numberIn(link.substr(std::strlen(prefix))) : 0;
+    if (link.rfind(prefix, 0) != 0) {
+        return 0;
+    }
+    return numberIn(link.substr(std::strlen(prefix)));
 }
 
 // All sockets of the network of the process; 0: of this process.
@@ -116,7 +122,7 @@ ProcessStatus readProcessStatus(int pid) {
     if (fields.empty()) {
         return status;
     }
-    status.state = fields["State"].empty() ? '\0' : fields["State"].front();
+    status.state = *fields["State"].c_str();
     status.tracerPid = static_cast<int>(numberIn(fields["TracerPid"]));
     status.uid = static_cast<uid_t>(secondNumberIn(fields["Uid"]));
     status.gid = static_cast<gid_t>(secondNumberIn(fields["Gid"]));

@@ -79,7 +79,8 @@ std::string configurationOf(const std::string& command) {
     std::string word;
     while (words >> word && word != "-c") {
     }
-    return words >> word ? word : "";
+    words >> word;
+    return words.fail() ? "" : word;
 }
 
 } // namespace

@@ -17,8 +17,11 @@ std::size_t sequenceLength(const std::string& text, std::size_t place, std::uint
         return 0;
     }
     std::size_t length = 2;
-    length += first >= 0xE0 ? 1 : 0;
-    length += first >= 0xF0 ? 1 : 0;
+    if (first >= 0xF0) {
+        length = 4;
+    } else if (first >= 0xE0) {
+        length = 3;
+    }
     if (place + length > text.size()) {
         return 0;
     }
@@ -32,7 +35,10 @@ std::size_t sequenceLength(const std::string& text, std::size_t place, std::uint
     const bool isSurrogate = character >= 0xD800 && character <= 0xDFFF;
     const bool isTooLong =
         (length == 3 && character < 0x800) || (length == 4 && character < 0x10000);
-    return isSurrogate || isTooLong || character > 0x10FFFF ? 0 : length;
+    if (isSurrogate || isTooLong || character > 0x10FFFF) {
+        return 0;
+    }
+    return length;
 }
 
 bool isHarmless(std::uint32_t character) {
@@ -64,8 +70,10 @@ std::string printable(const std::string& text) {
         const std::size_t length = sequenceLength(text, place, character);
         if (length != 0 && isHarmless(character)) {
             result.append(text, place, length);
+        } else if (length == 1 && character == '\n') {
+            result += ' ';
         } else {
-            result += character == '\n' && length == 1 ? ' ' : '?';
+            result += '?';
         }
         place += std::max<std::size_t>(length, 1);
     }
@@ -78,8 +86,10 @@ std::string masked(const std::string& text) {
         return text;
     }
     const auto scheme = text.find("//");
-    const std::string start = scheme < at ? text.substr(0, scheme + 2) : "";
-    return start + "***" + text.substr(at);
+    if (scheme > at) {
+        return "***" + text.substr(at);
+    }
+    return text.substr(0, scheme + 2) + "***" + text.substr(at);
 }
 
 std::string utcText(std::time_t time) {
@@ -89,6 +99,14 @@ std::string utcText(std::time_t time) {
     return std::string(text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%SZ", &utc));
 }
 
+void addItem(std::string& list, const std::string& item) {
+    if (!list.empty()) {
+        list += ", ";
+    }
+    list += item;
+}
+
 std::string counted(long long count, const std::string& noun) {
-    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+    const std::string text = std::to_string(count) + " " + noun;
+    return count == 1 ? text : text + "s";
 }

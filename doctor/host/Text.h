@@ -19,5 +19,8 @@ std::string masked(const std::string& text);
 // Such as 2026-11-21 10:00:04Z.
 std::string utcText(std::time_t time);
 
+// Adds an item to a list such as "a, b".
+void addItem(std::string& list, const std::string& item);
+
 // "1 datagram", "2 datagrams".
 std::string counted(long long count, const std::string& noun);
