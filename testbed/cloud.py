@@ -101,7 +101,7 @@ class Cloud:
         self.answer = Answer()  # used when `answers` is empty
         self.answers: deque[Answer] = deque()  # for the next requests, in order
         self.head = Answer(404)  # for unsigned HEAD requests, which are not recorded
-        self.clock_ahead_s = 0.0
+        self.clock_ahead_s = 0
         self._lock = threading.Lock()
         self.tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         self.tls.load_cert_chain(certificate, key)
@@ -166,8 +166,9 @@ class Handler(BaseHTTPRequestHandler):
     def do_HEAD(self) -> None:
         self.reply(replace(self.cloud.head, body=b""))
 
-    def date_time_string(self, timestamp: float | None = None) -> str:
-        return super().date_time_string((timestamp or time.time()) + self.cloud.clock_ahead_s)
+    def date_time_string(self, timestamp: int | None = None) -> str:
+        now = timestamp or int(time.time())
+        return super().date_time_string(now + self.cloud.clock_ahead_s)
 
     def reply(self, answer: Answer) -> None:
         time.sleep(answer.stall_s)

@@ -187,7 +187,7 @@ Findings checkCloud(Gateway& gateway) {
     }
     std::string caText;
     const int caError = gateway.readAsService(cloudCaFile, caText);
-    if (const Findings faults = judgeCaFile(url, caError, caText); !faults.empty()) {
+    if (Findings faults = judgeCaFile(url, caError, caText); !faults.empty()) {
         return faults;
     }
     const ActingAs service(gateway.user); // a firewall may look at the user

@@ -92,17 +92,33 @@ void append(Findings& found, const Findings& more) {
     found.insert(found.end(), more.begin(), more.end());
 }
 
+// As the daemon reads the file: what is not one JSON object counts as missing. Returns errno, or 0.
+int readDevice(Gateway& gateway, const std::string& path) {
+    std::string text;
+    const int error = gateway.readAsService(path, text);
+    if (error != 0 || !parseFile(text, gateway.device) || !gateway.device.isObject()) {
+        gateway.device = Json::Value();
+    }
+    return error;
+}
+
+// The first part of the secret: the key, or without one the uuid.
+void judgeFirstPart(const Gateway& gateway, const GatewayIdentity& identity, Findings& found) {
+    if (!identity.gatewayKey.empty()) {
+        append(found, judgeKey(identity.gatewayKey));
+    } else if (gateway.device.isObject()) {
+        append(found, judgeUuid(identity.uuid));
+    } else {
+        found.front().cause += " network.gatewayKey is not set: the daemon aborts at startup.";
+    }
+}
+
 } // namespace
 
 Findings checkIdentity(Gateway& gateway) {
     const std::string path = gateway.runDirectory + "/config/device_info.json";
     const Json::Value& network = gateway.configuration["network"];
-    std::string text;
-    const int error = gateway.readAsService(path, text);
-    if (error == 0 && (!parseFile(text, gateway.device) || !gateway.device.isObject())) {
-        gateway.device = Json::Value(); // as the daemon does with a file that is not one object
-    }
-    Findings found = judgeDeviceFile(gateway, path, error);
+    Findings found = judgeDeviceFile(gateway, path, readDevice(gateway, path));
     if (!found.empty() && found.front().outcome == Outcome::UNKNOWN) {
         return found;
     }
@@ -113,13 +129,7 @@ Findings checkIdentity(Gateway& gateway) {
                             thenRestart("Write the key in quotes.")));
     }
     const GatewayIdentity identity = readIdentity(gateway.device, network);
-    if (!identity.gatewayKey.empty()) {
-        append(found, judgeKey(identity.gatewayKey));
-    } else if (gateway.device.isObject()) {
-        append(found, judgeUuid(identity.uuid));
-    } else {
-        found.front().cause += " network.gatewayKey is not set: the daemon aborts at startup.";
-    }
+    judgeFirstPart(gateway, identity, found);
     if (gateway.device.isObject() && identity.deviceId.empty()) {
         found.push_back(bad("identity.device-id-missing", "deviceId of the device",
                             "It is missing or not a text: the secret made without it is not the "

@@ -169,7 +169,9 @@ void judgeSection(const Value& root, const std::string& sectionName, Findings& f
                   std::vector<std::string>& ignored) {
     const Value& section = root[sectionName];
     for (const std::string& key : section.getMemberNames()) {
-        const std::string name = sectionName + "." + key;
+        std::string name = sectionName;
+        name += '.';
+        name += key;
         if (isKnown(name)) {
             continue;
         }

@@ -70,25 +70,32 @@ bool isFirstConnection(const LogHistory& history, const Record& record) {
            numberAfter(record.text, "Keepalive: ") < startMs;
 }
 
+// Whether the text of a record begins with the text of a sign; that of some follows a method or an
+// error's place.
+bool hasSign(const std::string& text, const char* sign, Kind kind) {
+    const bool isInside =
+        kind == Kind::STATUS_REFUSED || kind == Kind::PORT_IN_USE || kind == Kind::BROKER_REFUSED;
+    const auto place = text.find(sign);
+    return place == 0 || (isInside && place != std::string::npos);
+}
+
 std::optional<Kind> kindOf(const LogHistory& history, const Record& record) {
     if (record.level == "TRACE" || record.level == "INFO") {
         return std::nullopt; // these quote datagrams and responses, which may hold any text
     }
-    for (const auto& sign : signs) {
-        const bool isInside = sign.kind == Kind::STATUS_REFUSED || sign.kind == Kind::PORT_IN_USE ||
-                              sign.kind == Kind::BROKER_REFUSED;
-        const auto place = record.text.find(sign.text);
-        if (place == 0 || (isInside && place != std::string::npos)) {
-            const bool isNormal =
-                sign.kind == Kind::LINK_REBUILT && isFirstConnection(history, record);
-            return isNormal ? std::nullopt : std::optional(sign.kind);
+    for (const auto& [text, kind] : signs) {
+        if (!hasSign(record.text, text, kind)) {
+            continue;
         }
+        if (kind == Kind::LINK_REBUILT && isFirstConnection(history, record)) {
+            return std::nullopt;
+        }
+        return kind;
     }
-    const bool isError = record.level == "ERROR" && !startsWith(record.text, "Curl call failed");
-    if (!isError) {
-        return std::nullopt;
+    if (record.level == "ERROR" && !startsWith(record.text, "Curl call failed")) {
+        return Kind::OTHER;
     }
-    return Kind::OTHER;
+    return std::nullopt;
 }
 
 // Forgets the previous run, except for how it ended.

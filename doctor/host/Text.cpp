@@ -5,40 +5,48 @@
 
 namespace {
 
-// The bytes of the UTF-8 sequence at `place`, 0 when it is not valid; `character` becomes its value.
-std::size_t sequenceLength(const std::string& text, std::size_t place, std::uint32_t& character) {
-    const auto byteAt = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
-    const unsigned first = byteAt(place);
+// What the first byte of a UTF-8 sequence says of its length; 0 when it cannot be a first byte.
+std::size_t lengthBy(unsigned first) {
     if (first < 0x80) {
-        character = first;
         return 1;
     }
     if (first < 0xC2 || first > 0xF4) {
         return 0;
     }
-    std::size_t length = 2;
-    if (first >= 0xF0) {
-        length = 4;
-    } else if (first >= 0xE0) {
-        length = 3;
+    if (first < 0xE0) {
+        return 2;
+    }
+    return first < 0xF0 ? 3 : 4;
+}
+
+// Whether a character of this value may be written in so many bytes.
+bool isAllowed(std::uint32_t character, std::size_t length) {
+    const bool isSurrogate = character >= 0xD800 && character <= 0xDFFF;
+    const bool isTooLong =
+        (length == 3 && character < 0x800) || (length == 4 && character < 0x10000);
+    return !isSurrogate && !isTooLong && character <= 0x10FFFF;
+}
+
+// The bytes of the UTF-8 sequence at `place`, 0 when it is not valid; `character` becomes its value.
+std::size_t sequenceLength(const std::string& text, std::size_t place, std::uint32_t& character) {
+    const unsigned first = static_cast<unsigned char>(text[place]);
+    const std::size_t length = lengthBy(first);
+    character = first;
+    if (length < 2) {
+        return length;
     }
     if (place + length > text.size()) {
         return 0;
     }
     character = first & (0xFFU >> (length + 1));
     for (std::size_t index = place + 1; index < place + length; ++index) {
-        if ((byteAt(index) & 0xC0U) != 0x80) {
+        const unsigned byte = static_cast<unsigned char>(text[index]);
+        if ((byte & 0xC0U) != 0x80) {
             return 0;
         }
-        character = (character << 6U) | (byteAt(index) & 0x3FU);
+        character = (character << 6U) | (byte & 0x3FU);
     }
-    const bool isSurrogate = character >= 0xD800 && character <= 0xDFFF;
-    const bool isTooLong =
-        (length == 3 && character < 0x800) || (length == 4 && character < 0x10000);
-    if (isSurrogate || isTooLong || character > 0x10FFFF) {
-        return 0;
-    }
-    return length;
+    return isAllowed(character, length) ? length : 0;
 }
 
 bool isHarmless(std::uint32_t character) {

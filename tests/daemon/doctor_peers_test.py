@@ -75,7 +75,8 @@ class DoctorOnCloud(DoctorTest):
             with self.subTest(finding=finding):
                 self.testbed.cloud.head = answer
                 self.expect(finding, says=says)
-        for answer in (Answer(404, headers=html), Answer(401), Answer(301, headers={"Location": "/x"})):
+        elsewhere = Answer(301, headers={"Location": "/x"})
+        for answer in (Answer(404, headers=html), Answer(401), elsewhere):
             with self.subTest(answer=answer):
                 self.testbed.cloud.head = answer
                 self.assertEqual(self.examine().finding("cloud.ok")["httpStatus"], answer.status)
@@ -103,7 +104,8 @@ class DoctorOnBroker(DoctorTest):
         self.testbed.configuration["mqtt"]["password"] = "wrong"
         self.stop_daemon()
         self.assertIn("broker.credentials", self.examine().bad())
-        del self.testbed.configuration["mqtt"]["password"], self.testbed.configuration["mqtt"]["username"]
+        for key in ("username", "password"):
+            del self.testbed.configuration["mqtt"][key]
         self.stop_daemon()
         self.assertIn("broker.anonymous", self.examine().bad())
 
@@ -113,8 +115,8 @@ class DoctorOnBroker(DoctorTest):
         with socket.create_server((BROKER_HOST, BROKER_PORT)):
             self.assertIn("broker.no-connack", self.examine().bad())
         certificates = self.testbed.folder / "certificates"
-        self.testbed.start_broker("allow_anonymous true\n"
-                                  f"certfile {certificates}/cloud.pem\nkeyfile {certificates}/cloud.key")
+        self.testbed.start_broker(f"allow_anonymous true\ncertfile {certificates}/cloud.pem\n"
+                                  f"keyfile {certificates}/cloud.key")
         self.assertIn("broker.tls", self.examine().bad())
 
     def test_blames_no_broker_that_the_daemon_is_connected_to(self) -> None:
@@ -140,7 +142,8 @@ class DoctorOnBroker(DoctorTest):
     def test_recognises_client_ids_that_are_user_names(self) -> None:
         self.testbed.start_broker_with_passwords()
         settings = Path(self.testbed.folder / "broker.conf").read_text()
-        self.testbed.start_broker(settings.split("log_type all\n")[1] + "use_username_as_clientid true")
+        own = settings.split("log_type all\n")[1]
+        self.testbed.start_broker(own + "use_username_as_clientid true")
         self.testbed.start_ready_daemon()
         self.assertTrue(self.testbed.logged("MQTT - subscribed"))
         report = self.examine()

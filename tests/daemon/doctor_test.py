@@ -86,7 +86,8 @@ class Doctor(DoctorTest):
                 done = subprocess.run([DOCTOR, *arguments], capture_output=True, text=True)
                 self.assertEqual((done.returncode, done.stdout), (2, ""))
                 self.assertIn("Usage:", done.stderr)
-                done = subprocess.run([DOCTOR, "--json", *arguments], capture_output=True, text=True)
+                command = [DOCTOR, "--json", *arguments]
+                done = subprocess.run(command, capture_output=True, text=True)
                 failure = json.loads(done.stdout)
                 self.assertEqual((done.returncode, failure["outcome"]), (2, "error"))
                 self.assertIn(arguments[-1], failure["error"])

@@ -28,7 +28,8 @@ class Report:
         return {id for id, outcome in self.outcomes().items() if outcome == "bad"}
 
     def finding(self, finding_id: str) -> dict[str, Any]:
-        found = [check for check in self.data["checks"] if check["id"] == finding_id]
+        checks: list[dict[str, Any]] = self.data["checks"]
+        found = [check for check in checks if check["id"] == finding_id]
         assert found, f"{finding_id} is not among {self.outcomes()}"
         return found[0]
 
