@@ -78,7 +78,7 @@ struct Request : testing::Test {
     ~Request() override { curl_easy_cleanup(handle); }
 
     // All six headers; the transfer itself always fails.
-    void send() {
+    void send() const {
         Json::Value body;
         body["token"] = "t";
         body["timestamp"] = "now";
