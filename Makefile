@@ -65,6 +65,7 @@ lint:
 	cmake --preset debug
 	run-clang-tidy -quiet -p build-debug -j $(JOBS)
 	docs/check.py
+	docs/check-findings.sh
 
 format:
 	@$(DEPENDENCIES) lint
