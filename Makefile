@@ -14,24 +14,25 @@ TEST_JOBS ?= 24
 .PHONY: help deps build test demo run lint format loc clean asan tsan
 
 help:
-	@echo 'make demo      the whole road of a datagram, with a real broker and a real TLS server'
+	@echo 'make demo      one datagram, hop by hop, with a real broker and a real TLS server'
 	@echo 'make test      all tests'
 	@echo 'make doctor    lora-veyra-doctor on a healthy gateway, and with three faults'
 	@echo 'make run       the daemon in the foreground, with lora-veyra-server.conf'
-	@echo 'make build     the program, at build/lora-veyra-server'
+	@echo 'make build     the programs, in build/'
 	@echo 'make asan      all tests under AddressSanitizer and UndefinedBehaviorSanitizer'
 	@echo 'make tsan      all tests under ThreadSanitizer'
-	@echo 'make cross ARCH=armhf        the programs for a Debian architecture of cmake/targets.list'
-	@echo 'make test-cross ARCH=armhf   the tests on its instruction set, emulated'
+	@echo 'make cross ARCH=armhf        the programs for an architecture of cmake/targets.list'
+	@echo 'make test-cross ARCH=armhf   the tests for it, in an emulator'
 	@echo 'make package   Debian packages and their SHA-256 sums'
 	@echo 'make test-package      builds the packages again and compares; tests them in a clean root'
 	@echo 'make test-integration  runs the commands of docs/integration.md in a clean root'
-	@echo 'make fuzz      fuzzes what comes from outside, FUZZ_SECONDS each'
-	@echo 'make soak      SOAK_MINUTES of steady load and faults, every datagram accounted for'
-	@echo 'make bench     the daemon beside the least that its libraries allow'
-	@echo 'make lint      formatting, static analysis, documents; make format mends the formatting'
-	@echo 'make loc       lines of code by room, and what they may be'
-	@echo 'make clean     removes every build folder'
+	@echo 'make fuzz      fuzzes the parsers of external input, FUZZ_SECONDS for each'
+	@echo 'make soak      SOAK_MINUTES of load with failing peers; accounts for every datagram'
+	@echo 'make bench     the daemon compared with a minimal baseline'
+	@echo 'make lint      checks formatting, sources, scripts and documents'
+	@echo 'make format    formats the sources'
+	@echo 'make loc       lines of code by component, and the ratio of tests'
+	@echo 'make clean     removes all build directories'
 
 deps:
 	@$(DEPENDENCIES) build test

@@ -1,6 +1,6 @@
-"""Shows lora-veyra-doctor on a gateway of its own: healthy, then with three faults.
+"""Runs lora-veyra-doctor in the test environment: on a healthy gateway, then with three faults.
 
-To be run below testbed/run.sh.
+Must be run by testbed/run.sh.
 """
 
 import subprocess
@@ -19,23 +19,24 @@ def main() -> int:
         testbed.start_ready_daemon()
         testbed.send(check_in())
         testbed.replies(1)
-        examine("A healthy gateway: the daemon has just relayed a datagram.")
+        examine("A healthy gateway. The daemon has just relayed a datagram.")
 
         testbed.cloud.close()
         testbed.cloud = testbed.make_cloud("stranger")
+        testbed.start_ready_daemon()  # without its connection to the cloud before
         testbed.send(check_in())
-        examine("The cloud's certificate comes from another authority.")
+        examine("The cloud's certificate is from an unknown CA.")
 
         testbed.cloud.close()
         testbed.cloud = testbed.make_cloud("cloud")
         testbed.start_broker_with_passwords("topic readwrite lora/veyra_keepalive")
         testbed.start_ready_daemon()
-        examine("The broker's access list denies the replies.", "--publish")
+        examine("The broker's ACL denies publishing replies.", "--publish")
 
-        del testbed.configuration["mqtt"]["port"]
-        testbed.configuration["network"]["gatewaykey"] = "12"
+        mqtt = testbed.configuration["mqtt"]
+        mqtt["Port"] = mqtt.pop("port")
         testbed.start_ready_daemon()
-        examine("A setting without its partner, and one misspelt.")
+        examine("A key of the configuration is misspelt, so the daemon uses another broker.")
     return 0
 
 
