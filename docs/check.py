@@ -5,6 +5,7 @@
   must be the one of the example.
 - operations.md: every log record in src/ must have a table row with its level and its text, and
   every such row must have its record in src/.
+- CHANGELOG.md: the newest version must be the one of CMakeLists.txt.
 
 Prints the differences. Exit status 1 if there are any.
 """
@@ -17,6 +18,8 @@ from pathlib import Path
 DOCS = Path(__file__).parent
 PROTOCOL = (DOCS / "protocol.md").read_text()
 OPERATIONS = (DOCS / "operations.md").read_text()
+CHANGELOG = (DOCS.parent / "CHANGELOG.md").read_text()
+BUILD = (DOCS.parent / "CMakeLists.txt").read_text()
 SOURCES = "\n".join(file.read_text() for file in sorted(DOCS.parent.glob("src/**/*.cpp")))
 
 LITERAL = r'"(?:[^"\\]|\\.)*"'
@@ -83,8 +86,17 @@ def check_records() -> list[str]:
     return faults
 
 
+def check_version() -> list[str]:
+    """Whether the changelog lacks the version of the program."""
+    built = re.findall(r"^project\(\S+ VERSION (\S+)", BUILD, re.MULTILINE)
+    described = re.findall(r"^## (\S+)$", CHANGELOG, re.MULTILINE)
+    if built[:1] == described[:1]:
+        return []
+    return [f"CHANGELOG.md begins with {described[:1]}, but the version is {built[:1]}"]
+
+
 def main() -> int:
-    faults = check_example() + check_records()
+    faults = check_example() + check_records() + check_version()
     for fault in faults:
         print(f"docs/check.py: {fault}", file=sys.stderr)
     return 1 if faults else 0
