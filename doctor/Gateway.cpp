@@ -50,6 +50,15 @@ std::string Gateway::rightsHint() const {
     return isRoot ? "" : "Run the doctor as root.";
 }
 
+bool Gateway::isOwnPath(const std::string& path) const {
+    constexpr const char* plain =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-";
+    const bool isPlain = path.find_first_not_of(plain) == std::string::npos;
+    const bool isPackaged =
+        path == VEYRA_DEFAULT_CONFIGURATION_FILE || path == VEYRA_DEFAULT_LOG_FILE;
+    return isPlain && (isPackaged || path == options.configurationFile || path == options.logFile);
+}
+
 int Gateway::readAsService(const std::string& path, std::string& text) const {
     const ActingAs actor(user);
     return readText(path, text);
@@ -60,7 +69,7 @@ std::string Gateway::asDaemonSees(const std::string& path) const {
         return path;
     }
     const std::string root = processPath(daemon->pid, "root");
-    const bool isVisible = access((root + "/").c_str(), X_OK) == 0;
+    const bool isVisible = accessError(root + "/", X_OK) == 0;
     return isVisible ? root + path : path;
 }
 

@@ -23,6 +23,10 @@ struct Gateway {
     // The fix where rights are missing: to be root. Empty when the caller is root.
     std::string rightsHint() const;
 
+    // Whether root may be told to run a command on this path: it is the package's or the caller's, and
+    // not one that the process of the service user chose.
+    bool isOwnPath(const std::string& path) const;
+
     // Reads a file as the service user. Returns errno, or 0.
     int readAsService(const std::string& path, std::string& text) const;
 

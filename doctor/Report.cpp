@@ -4,6 +4,7 @@
 #include "host/Text.h"
 
 #include <cstdio>
+#include <cstring>
 #include <sstream>
 #include <unistd.h>
 
@@ -41,32 +42,41 @@ Json::Value makeRoot() {
     return root;
 }
 
-// Breaks the line at spaces and indents what follows. A word that is too long, such as a path, stays
-// whole.
-void printLine(const std::string& start, const std::string& text) {
-    std::string line = start;
+// The text as lines of at most 80 characters, the first of which begins with `start`; the others are
+// indented as far. A word that is too long is broken: a terminal must not continue it at the left edge,
+// where it could look like a line of its own.
+std::vector<std::string> wrapped(const std::string& start, const std::string& text) {
+    std::vector<std::string> lines{start};
     std::istringstream words(printable(text));
-    bool isFirst = true;
     for (std::string word; words >> word;) {
-        if (!isFirst && line.size() + 1 + word.size() > lineWidth) {
-            std::printf("%s\n", line.c_str());
-            line = std::string(start.size(), ' ');
-            isFirst = true;
+        const bool isFirst = lines.back().size() == start.size();
+        if (!isFirst && lines.back().size() + 1 + word.size() > lineWidth) {
+            lines.emplace_back(start.size(), ' ');
+        } else if (!isFirst) {
+            lines.back() += ' ';
         }
-        if (!isFirst) {
-            line += ' ';
+        while (lines.back().size() + word.size() > lineWidth) {
+            const std::size_t room = lineWidth - lines.back().size();
+            lines.back() += word.substr(0, room);
+            word.erase(0, room);
+            lines.emplace_back(start.size(), ' ');
         }
-        line += word;
-        isFirst = false;
+        lines.back() += word;
     }
-    std::printf("%s\n", line.c_str());
+    return lines;
 }
 
-// Each line of the text on a line of its own.
-void printWrapped(std::string start, const std::string& text) {
+void printText(const std::string& start, const std::string& text) {
+    for (const std::string& line : wrapped(start, text)) {
+        std::printf("%s\n", line.c_str());
+    }
+}
+
+// Each line of a fix, such as a command, on a line of its own.
+void printLines(std::string start, const std::string& text) {
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
-        printLine(start, line);
+        printText(start, line);
         start.assign(start.size(), ' ');
     }
 }
@@ -113,39 +123,42 @@ void Report::skip(const std::string& check, const std::string& needed) {
 
 void Report::printFinding(const std::string& check, const Finding& finding) const {
     const Style style = styleOf(finding.outcome);
-    const std::string subject = printable(finding.subject);
+    char head[40];
+    std::snprintf(head, sizeof head, "%-7s %-13s ", style.word, check.c_str());
+    std::vector<std::string> lines = wrapped(head, finding.subject);
     if (colour) {
-        std::printf("%s%-7s\033[0m %-13s %s\n", style.colour, style.word, check.c_str(),
-                    subject.c_str());
-    } else {
-        std::printf("%-7s %-13s %s\n", style.word, check.c_str(), subject.c_str());
+        lines.front().insert(std::strlen(style.word), "\033[0m");
+        lines.front().insert(0, style.colour);
+    }
+    for (const std::string& line : lines) {
+        std::printf("%s\n", line.c_str());
     }
     if (!finding.cause.empty()) {
-        printWrapped("        cause: ", finding.cause);
+        printText("        cause: ", finding.cause);
     }
     if (!finding.fix.empty()) {
-        printWrapped(style.fixLabel, finding.fix);
+        printLines(style.fixLabel, finding.fix);
     }
     std::fflush(stdout);
 }
 
 void Report::printEnd(bool offerMore) const {
     for (const auto& [needed, checks] : skippedFor) {
-        printWrapped("Skipped because of " + needed + ": ", checks + ".");
+        printText("Skipped because of " + needed + ": ", checks + ".");
     }
     if (problems > 0) {
-        printWrapped("", counted(problems, "problem") + " found. Fix first: " + firstProblem + ".");
+        printText("", counted(problems, "problem") + " found. Fix first: " + firstProblem + ".");
         return;
     }
     if (worst == Outcome::UNKNOWN) {
-        printWrapped("", "No problem found, but not everything could be examined.");
+        printText("", "No problem found, but not everything could be examined.");
     } else {
-        printWrapped("", "No problem found.");
+        printText("", "No problem found.");
     }
     if (offerMore) {
-        printWrapped("", "No reply was seen during this run. If replies are missing, run: "
-                         "lora-veyra-doctor --publish --sign m1/gateways/SERIAL/check_in");
-        printWrapped("", "lora-veyra-doctor(8) lists the faults that the doctor cannot see.");
+        printText("", "No reply was seen during this run. If replies are missing, run: "
+                      "lora-veyra-doctor --publish --sign m1/gateways/SERIAL/check_in");
+        printText("", "lora-veyra-doctor(8) lists the faults that the doctor cannot see.");
     }
 }
 

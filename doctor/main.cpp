@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <curl/curl.h>
 #include <mosquitto.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -27,6 +28,16 @@ void limitRun() {
         _exit(couldNotWork);
     });
     alarm(longestRunS);
+}
+
+// A peer that sends without end, or a compressed response that grows without end, must not take the
+// memory of the gateway. Sanitizers reserve more than any limit.
+void limitMemory() {
+#ifndef VEYRA_SANITIZED
+    constexpr rlim_t mostBytes = 512 << 20;
+    const rlimit limit{mostBytes, mostBytes};
+    setrlimit(RLIMIT_AS, &limit);
+#endif
 }
 
 int run(const Options& options) {
@@ -60,6 +71,7 @@ int main(int argc, char* argv[]) {
         return 0;
     }
     limitRun();
+    limitMemory();
     std::signal(SIGPIPE, SIG_IGN);
     ZEP::Logger::setPrintLevel(0, false); // the daemon's functions must not log here
     curl_global_init(CURL_GLOBAL_DEFAULT);

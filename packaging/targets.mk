@@ -26,4 +26,4 @@ test-package: package
 
 test-integration:
 	@$(DEPENDENCIES) cross
-	@tests/integration/run.sh
+	@packaging/integration/run.sh

@@ -148,7 +148,7 @@ Findings checkBroker(Gateway& gateway) {
     gateway.brokerHost = tried.back().text;
     const Finding finding = judgeAnswer(gateway, subject, broker);
     if (finding.outcome == Outcome::OK) {
-        const Findings silent = judgeSilentAddress(subject, tried);
+        Findings silent = judgeSilentAddress(subject, tried);
         if (!silent.empty()) {
             return silent;
         }

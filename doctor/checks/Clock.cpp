@@ -12,10 +12,15 @@ Finding judgeClock(std::time_t now, const HttpAnswer& cloud) {
     constexpr std::time_t saneTo = 4102444800;   // 2100
     constexpr std::time_t toleranceS = 60;
     const std::string subject = utcText(now);
-    const char* const fix = "Set the clock with NTP, or: date -u -s 'YYYY-MM-DD hh:mm:ss'";
+    const char* const fix = "Set the clock with NTP, or by hand: date -u -s 'YYYY-MM-DD hh:mm:ss'";
     if (now < saneFrom || now > saneTo) {
         return bad("clock.not-set", subject,
                    "The clock was never set: certificates and signatures are rejected.", fix);
+    }
+    if (cloud.date != 0 && cloud.isUnverified) {
+        return unknown("clock.unverified", subject,
+                       "The server says " + utcText(cloud.date) +
+                           ", but its certificate was refused: do not set the clock by it.");
     }
     if (cloud.date != 0) {
         const std::time_t aheadS = cloud.dateTaken - cloud.date;

@@ -2,12 +2,12 @@
 #include "checks/Checks.h"
 #include "checks/CloudCertificate.h"
 #include "cloud/CloudRequest.h"
+#include "host/Resolver.h"
 #include "host/Text.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <netdb.h>
 
 namespace {
 
@@ -63,9 +63,11 @@ bool hasLocalNameServer() {
            text.find("nameserver ::1") != std::string::npos;
 }
 
-Finding judgeUnresolved(const std::string& url, const std::string& fullUrl,
-                        const HttpAnswer& answer) {
-    if (resolverError(fullUrl) == EAI_NONAME) {
+Finding judgeUnresolved(const Gateway& gateway, const std::string& url,
+                        const std::string& fullUrl) {
+    constexpr long resolverMs = 3000;
+    const HttpAnswer& answer = gateway.cloud;
+    if (resolveWithin(hostOf(fullUrl), 443, gateway.limitMs(resolverMs)).error == EAI_NONAME) {
         return bad("cloud.unresolved", url, "The host name does not exist: " + errorOf(answer),
                    thenRestart("Correct the host in network.veyraServer."));
     }
@@ -114,7 +116,7 @@ Finding judgeStatus(const std::string& url, const HttpAnswer& answer) {
                    "Correct the proxy of the service.");
     }
     const bool isRedirect = answer.status / 100 == 3 && !answer.location.empty();
-    if (isRedirect && answer.location.find("://") != std::string::npos) {
+    if (isRedirect && answer.location.find("//") != std::string::npos) {
         return bad("cloud.redirect", url,
                    "The server redirects to " + masked(answer.location) + " (status " + status +
                        "): a redirected POST request arrives as a GET request.",
@@ -170,7 +172,7 @@ Finding judgeAnswer(Gateway& gateway, const std::string& url, const std::string&
     case CURLE_OPERATION_TIMEDOUT:
         return judgeTimeout(url, answer);
     case CURLE_COULDNT_RESOLVE_HOST:
-        return judgeUnresolved(url, fullUrl, answer);
+        return judgeUnresolved(gateway, url, fullUrl);
     default:
         return judgeConnection(url, answer);
     }

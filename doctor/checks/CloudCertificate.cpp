@@ -69,7 +69,11 @@ Finding judgeIssuer(const Refusal& refusal) {
                        ", which issued the server's certificate, is "
                        "missing from the CA file." +
                        file + ".",
-                   thenRestart(install));
+                   thenRestart(
+                       std::string(
+                           "Ask the operator of the cloud which CA is right: a proxy may also have "
+                           "made the certificate. ") +
+                       install));
     }
     if (refusal.chain.size() == 1 && top.subject != top.issuer && !isIssuerKnown(top)) {
         return bad("cloud.incomplete-chain", refusal.url,
@@ -113,8 +117,10 @@ Finding judgeCertificate(const Refusal& refusal) {
                    "Set the clock: date -u -s 'YYYY-MM-DD hh:mm:ss'");
     case X509_V_OK: // libcurl itself compares the host when OpenSSL has no objection
     case X509_V_ERR_UNSPECIFIED:
-        return bad("cloud.host-mismatch", refusal.url, refusal.answer.error + ".",
-                   thenRestart("Write the host name of the certificate into network.veyraServer."));
+        return bad(
+            "cloud.host-mismatch", refusal.url, refusal.answer.error + ".",
+            "Compare network.veyraServer with the operator of the cloud. If it is right, somebody "
+            "may intercept the connection.");
     default:
         return judgeIssuer(refusal);
     }

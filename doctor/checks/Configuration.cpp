@@ -13,13 +13,19 @@ constexpr const char* byteOrderMark = "\xEF\xBB\xBF";
 Finding unreadable(const Gateway& gateway, int error) {
     const std::string& path = gateway.configurationFile;
     const std::string reason = std::strerror(error);
+    const bool isOwn = gateway.isOwnPath(path);
     if (error == EACCES && !gateway.isRoot) {
         return unknown("configuration.hidden", path, reason + ".", runAsRoot);
+    }
+    if (error == EACCES && isOwn) {
+        return bad("configuration.unreadable", path,
+                   "The user " + gateway.user.name + " may not read the file: " + reason + ".",
+                   thenRestart("chgrp lora-veyra " + path + " && chmod 640 " + path));
     }
     if (error == EACCES) {
         return bad("configuration.unreadable", path,
                    "The user " + gateway.user.name + " may not read the file: " + reason + ".",
-                   thenRestart("chgrp lora-veyra " + path + " && chmod 640 " + path));
+                   thenRestart("Correct -c in the start command, or the rights of the file."));
     }
     if (error == ELOOP) {
         return bad("configuration.unreadable", path, "The path is a loop of symbolic links.",
@@ -81,7 +87,7 @@ Findings parseFindings(Gateway& gateway) {
     if (text.rfind(byteOrderMark, 0) == 0) {
         return {bad("configuration.byte-order-mark", path,
                     "The file begins with a byte order mark, which is not JSON.",
-                    thenRestart("sed -i '1s/^\\xef\\xbb\\xbf//' " + path))};
+                    thenRestart("Save the file without a byte order mark."))};
     }
     Json::Value root;
     if (const std::string words = parse(text, root); !words.empty()) {

@@ -1,5 +1,6 @@
 // Whether the daemon can write its log, and writes it where the next reader looks.
 #include "checks/Checks.h"
+#include "host/Text.h"
 
 #include <cerrno>
 #include <cstring>
@@ -33,7 +34,7 @@ Finding judgeWriteError(const Gateway& gateway, int error) {
     if (error == EACCES && !gateway.isRoot) {
         return unknown("log.hidden", path, cause, runAsRoot);
     }
-    if (error == ENOENT) {
+    if (error == ENOENT && gateway.isOwnPath(path)) {
         const std::string directory = std::filesystem::path(path).parent_path();
         return bad("log.not-writable", path, "The directory does not exist.",
                    thenRestart("install -d -m 750 -o " + gateway.user.name + " " + directory));
@@ -69,14 +70,13 @@ std::string otherOpenLog(const Gateway& gateway) {
 Finding judgeFile(const Gateway& gateway) {
     const ActingAs service(gateway.user);
     const std::string view = gateway.asDaemonSees(gateway.logFile);
-    const std::string directory = std::filesystem::path(gateway.logFile).parent_path();
     const std::uint64_t free = freeBytes(view);
     if (const int error = writeError(view); error != 0) {
         return judgeWriteError(gateway, error);
     }
     if (free < leastFreeBytes) {
         return bad("log.disk-full", gateway.logFile, "The disk is full: log records are lost.",
-                   "Free some space there: df " + directory);
+                   "Free some space in the directory of the log.");
     }
     Json::Value facts;
     facts["freeMiB"] = Json::UInt64{free >> 20U};
@@ -95,7 +95,7 @@ Findings checkLogFile(Gateway& gateway) {
     }
     if (!other.empty()) {
         return {bad("log.moved", gateway.logFile,
-                    "The daemon writes to another file: " + other + ".",
+                    "The daemon writes to another file: " + printable(other) + ".",
                     thenRestart("The file was moved or deleted while the daemon had it open."))};
     }
     return {judgeFile(gateway)};

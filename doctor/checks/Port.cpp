@@ -24,7 +24,7 @@ Finding judgeOwner(const Gateway& gateway, const std::string& subject, const Soc
 }
 
 // The daemon runs and its sockets can be seen, but it does not have the port.
-Finding judgeMissing(const Gateway& gateway, const std::string& subject, const Look& look) {
+Finding judgeMissing(const std::string& subject, const Look& look) {
     if (isStarting(look)) {
         return unknown("port.starting", subject,
                        "The daemon opens the port after it has connected to the broker.");
@@ -40,7 +40,7 @@ Finding judgeMissing(const Gateway& gateway, const std::string& subject, const L
         }
     }
     return bad("port.missing", subject, "The daemon does not listen on the port.",
-               "See its log: tail " + gateway.logFile);
+               "See the daemon's log.");
 }
 
 // Below this port the service user may not listen.
@@ -63,30 +63,40 @@ Finding judgeFree(const Gateway& gateway, const std::string& subject, int port) 
     return ok(subject + ", free");
 }
 
+// The socket at the port, the daemon's own if there are several; null: the port is free.
+const Socket* findAtPort(const Look& look, int port) {
+    const Socket* found = nullptr;
+    for (const Socket& socket : look.sockets) {
+        if (isAtPort(socket, port) && (found == nullptr || socket.isOwn)) {
+            found = &socket;
+        }
+    }
+    return found;
+}
+
+Finding describe(const std::string& subject, const Socket& own) {
+    Finding finding = ok(subject);
+    if (own.drops > 0) {
+        finding.subject +=
+            ", " + counted(static_cast<long long>(own.drops), "datagram") + " dropped";
+    }
+    finding.facts["droppedDatagrams"] = Json::UInt64{own.drops};
+    finding.facts["waitingBytes"] = Json::UInt64{own.waitingBytes};
+    return finding;
+}
+
 } // namespace
 
 Findings checkPort(Gateway& gateway) {
     const int port = effectivePort(gateway.configuration);
     const std::string subject = "127.0.0.1:" + std::to_string(port) + " (UDP)";
-    const Look look = gateway.look();
     if (port == 0) {
         return {ok("any free port")};
     }
-    const Socket* taken = nullptr;
-    for (const Socket& socket : look.sockets) {
-        if (isAtPort(socket, port) && (taken == nullptr || socket.isOwn)) {
-            taken = &socket;
-        }
-    }
+    const Look look = gateway.look();
+    const Socket* const taken = findAtPort(look, port);
     if (taken != nullptr && taken->isOwn) {
-        Finding finding = ok(subject);
-        if (taken->drops > 0) {
-            finding.subject +=
-                ", " + counted(static_cast<long long>(taken->drops), "datagram") + " dropped";
-        }
-        finding.facts["droppedDatagrams"] = Json::UInt64{taken->drops};
-        finding.facts["waitingBytes"] = Json::UInt64{taken->waitingBytes};
-        return {finding};
+        return {describe(subject, *taken)};
     }
     if (gateway.daemon != nullptr && !look.socketsAreSeen) {
         return {unknown("port.hidden", subject, "The daemon's sockets cannot be seen.", runAsRoot)};
@@ -95,7 +105,7 @@ Findings checkPort(Gateway& gateway) {
         return {judgeOwner(gateway, subject, *taken)};
     }
     if (gateway.daemon != nullptr) {
-        return {judgeMissing(gateway, subject, look)};
+        return {judgeMissing(subject, look)};
     }
     return {judgeFree(gateway, subject, port)};
 }

@@ -47,7 +47,9 @@ Finding judgeStandstill(const std::string& subject, const LifeFacts& facts) {
                    "The daemon waits in the kernel, for example for a disk that does not answer.",
                    "See the kernel's messages: dmesg | tail");
     }
-    if (facts.hasLockRecord || look.waitsIn.find("futex") != std::string::npos) {
+    const bool isHidden = look.waitsIn.size() < 2; // the kernel may show "0"
+    const bool isInLock = look.waitsIn.find("futex") != std::string::npos;
+    if (isInLock || (isHidden && facts.hasLockRecord)) {
         return judgeDeadlock(subject, look.pid);
     }
     return unknown("alive.no-progress", subject,
@@ -57,9 +59,6 @@ Finding judgeStandstill(const std::string& subject, const LifeFacts& facts) {
 // The main thread runs about once a second: that is libcurl at work.
 Finding judgeSlowness(const std::string& subject, const LifeFacts& facts) {
     const std::string kill = "kill -KILL " + std::to_string(facts.now.pid);
-    if (facts.hasLockRecord) {
-        return judgeDeadlock(subject, facts.now.pid);
-    }
     if (!facts.datagramsAreSeen) {
         return unknown("alive.no-progress", subject,
                        "The main thread hardly runs: a request to the cloud may be in progress.",
@@ -96,7 +95,7 @@ std::string lastErrorOf(const Gateway& gateway) {
     if (error.empty()) {
         return {};
     }
-    return " The last error in its log: " + masked(error.substr(0, longest)) + ".";
+    return " The last error in its log: " + printable(masked(error)).substr(0, longest) + ".";
 }
 
 // Empty when the service is not restarted again and again.
@@ -128,7 +127,9 @@ Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
     }
     if (const std::string kernel = kernelRecordOfDaemon(); !kernel.empty()) {
         return bad("alive.killed", subject,
-                   "The daemon does not run. The kernel says: " + kernel + "." + error, start);
+                   "The daemon does not run. The kernel says of a process of this name: " + kernel +
+                       "." + error,
+                   start);
     }
     if (gateway.history.startedAt != 0 && error.empty()) {
         return bad("alive.killed", subject,
@@ -215,7 +216,7 @@ Finding lookAgain(Gateway& gateway) {
         }
         arrived = arrivedNow;
         before = now;
-        const Finding finding = judgeLife(gatherFacts(gateway, active, now));
+        Finding finding = judgeLife(gatherFacts(gateway, active, now));
         const std::uint64_t passedMs = now.atMs - gateway.firstLook.atMs;
         if (isFinal(finding, passedMs, now.atMs - active.atMs) || gateway.limitMs(1) == 0) {
             return finding;

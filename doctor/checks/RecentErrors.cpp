@@ -17,10 +17,11 @@ constexpr std::time_t recentSeconds = 600;
 // The text of a record, cut, without what may be a secret in a URL.
 std::string quoted(const std::string& record) {
     constexpr std::size_t longest = 160;
-    if (record.size() > longest) {
-        return "\"" + masked(record.substr(0, longest)) + "...\"";
+    const std::string text = printable(masked(record));
+    if (text.size() > longest) {
+        return "\"" + printable(text.substr(0, longest)) + "...\"";
     }
-    return "\"" + masked(record) + "\"";
+    return "\"" + text + "\"";
 }
 
 std::string summary(const Event& event, const std::string& noun) {
@@ -123,7 +124,8 @@ bool isRecent(std::time_t time, std::time_t now) {
 bool isOver(const RecentFacts& facts, const LogHistory& history, Kind kind, const Event& event) {
     const bool isRequest =
         kind == Kind::TRANSFER_FAILED || kind == Kind::STATUS_REFUSED || kind == Kind::DROPPED;
-    return isRequest && (facts.replyWasSeen || history.lastSuccessAt > event.last);
+    const bool replied = facts.replyWasSeen && kind != Kind::STATUS_REFUSED;
+    return isRequest && (replied || history.lastSuccessAt > event.last);
 }
 
 Findings judgeEnd(const RecentFacts& facts, const LogHistory& history) {
@@ -140,7 +142,8 @@ Findings judgeEnd(const RecentFacts& facts, const LogHistory& history) {
         return {unknown("errors.ended-without-stop", facts.path, cause, fix)};
     }
     return {bad("errors.killed", facts.path,
-                cause + " The kernel says: " + facts.kernelRecord + ".", fix)};
+                cause + " The kernel says of a process of this name: " + facts.kernelRecord + ".",
+                fix)};
 }
 
 } // namespace

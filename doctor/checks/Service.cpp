@@ -16,11 +16,14 @@ void judgeProgram(const Gateway& gateway, Findings& found) {
         found.push_back(bad("service.program-replaced", installedProgram(),
                             "The program was replaced since the daemon was started.", restart));
     }
-    for (const int pid : gateway.daemons.untrusted) {
-        found.push_back(bad("service.other-process", describeProcess(pid),
-                            "This process runs the daemon's program as another user: it is not the "
-                            "daemon of the service.",
-                            "Find out who started it, and stop it: kill " + std::to_string(pid)));
+    const auto& others = gateway.daemons.untrusted;
+    if (!others.empty()) {
+        found.push_back(
+            bad("service.other-process", describeProcess(others.front()),
+                "The daemon's program also runs as another user than the service's, in " +
+                    counted(static_cast<long long>(others.size()), "process") +
+                    ". This is not the daemon of the service.",
+                "Find out who started it, and stop it: kill " + std::to_string(others.front())));
     }
 }
 

@@ -1,9 +1,11 @@
 #include "host/Daemon.h"
 
 #include "host/Process.h"
+#include "host/Text.h"
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -63,6 +65,9 @@ CommandLine absoluteCommandLine(int pid) {
     }
     CommandLine line = parseCommandLine(static_cast<int>(arguments.size()), arguments.data());
     const fs::path directory = linkTarget(processPath(pid, "cwd"));
+    if (directory.empty()) { // never relative to the directory of the doctor
+        throw std::logic_error("the working directory cannot be read");
+    }
     const auto absolute = [&](const std::string& path) {
         return (directory / path).lexically_normal().string();
     };
@@ -84,28 +89,72 @@ std::vector<std::string> proxiesOf(int pid) {
     return proxies;
 }
 
-// Empty when the process does not count; adds it to `untrusted` when only its user speaks against
-// it.
-std::optional<Daemon> examine(int pid, const ServiceState& service, bool isNamed,
-                              std::vector<int>& untrusted) {
+// Who a process is. A process can replace its program and its user between two looks, but not without
+// a change in this.
+struct Identity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    double startedAt = 0;
+    ProcessStatus status;
+    bool isInstalled = false;
+    bool isReplaced = false;
+
+    bool operator==(const Identity& other) const {
+        constexpr double clockToleranceS = 0.05;
+        return device == other.device && inode == other.inode && status.uid == other.status.uid &&
+               status.hasOneUser && other.status.hasOneUser &&
+               std::abs(startedAt - other.startedAt) < clockToleranceS;
+    }
+};
+
+Identity identify(int pid) {
+    Identity identity;
     struct stat installed {};
     struct stat executable {};
-    const bool isSeen = stat(processPath(pid, "exe").c_str(), &executable) == 0;
-    const bool isInstalled = isSeen && stat(installedProgram().c_str(), &installed) == 0 &&
-                             executable.st_dev == installed.st_dev &&
-                             executable.st_ino == installed.st_ino;
-    const bool isReplaced = isSeen && !isInstalled && isDeletedDaemon(pid, executable);
-    if (!isNamed && ((!isInstalled && !isReplaced) || isInOtherNetwork(pid))) {
+    identity.status = readProcessStatus(pid);
+    identity.startedAt = startTimeOf(pid);
+    if (stat(processPath(pid, "exe").c_str(), &executable) != 0) {
+        return identity;
+    }
+    identity.device = executable.st_dev;
+    identity.inode = executable.st_ino;
+    identity.isInstalled = stat(installedProgram().c_str(), &installed) == 0 &&
+                           executable.st_dev == installed.st_dev &&
+                           executable.st_ino == installed.st_ino;
+    identity.isReplaced = !identity.isInstalled && isDeletedDaemon(pid, executable);
+    return identity;
+}
+
+bool hasControlCharacters(const CommandLine& line) {
+    const std::string paths = line.configurationFile + *line.logFile + line.runDirectory;
+    return printable(paths) != paths;
+}
+
+// Null when the process does not count; adds it to `untrusted` when only its user speaks against it.
+std::optional<Daemon> examine(int pid, const ServiceState& service, bool isNamed,
+                              std::vector<int>& untrusted) {
+    const Identity before = identify(pid);
+    const bool isProgram = before.isInstalled || before.isReplaced;
+    const bool isGone = before.status.state == 0 || before.status.state == 'Z';
+    if (isGone || (!isNamed && (!isProgram || isInOtherNetwork(pid)))) {
         return std::nullopt;
     }
-    const ProcessStatus status = readProcessStatus(pid);
-    if (!isNamed && !mayRunDaemon(status.uid, service)) {
+    if (!isNamed && !mayRunDaemon(before.status.uid, service)) {
         untrusted.push_back(pid);
         return std::nullopt;
     }
     try {
-        return Daemon{pid,        userWithId(status.uid, status.gid), startTimeOf(pid),
-                      isReplaced, absoluteCommandLine(pid),           proxiesOf(pid)};
+        Daemon daemon{pid,
+                      userWithId(before.status.uid, before.status.gid),
+                      before.startedAt,
+                      before.isReplaced,
+                      absoluteCommandLine(pid),
+                      proxiesOf(pid)};
+        // What was read in between belongs to the same program and the same user.
+        if (!(before == identify(pid)) || hasControlCharacters(daemon.commandLine)) {
+            return std::nullopt;
+        }
+        return daemon;
     } catch (const std::logic_error&) { // an option without its value: the process is about to end
         return std::nullopt;
     }

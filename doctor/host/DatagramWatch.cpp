@@ -1,5 +1,7 @@
 #include "host/DatagramWatch.h"
 
+#include "common/Clock.h"
+
 #include <array>
 #include <netinet/in.h>
 #include <string_view>
@@ -27,9 +29,12 @@ template <typename Take>
 void drain(int descriptor, bool isIpv4, const Take& take) {
     constexpr std::size_t udpHeaderBytes = 8;
     constexpr char loopbackNetwork = 127;
+    constexpr std::uint64_t longestMs = 50;
     std::array<char, 2048> buffer{};
     ssize_t count = 0;
-    while ((count = recv(descriptor, buffer.data(), buffer.size(), 0)) > 0) {
+    const std::uint64_t endMs = monotonicMillis() + longestMs; // senders may be faster
+    while (monotonicMillis() < endMs &&
+           (count = recv(descriptor, buffer.data(), buffer.size(), 0)) > 0) {
         const std::string_view packet(buffer.data(), static_cast<std::size_t>(count));
         const std::size_t ipBytes =
             isIpv4 ? (static_cast<unsigned char>(packet[0]) & 0xFU) * 4U : 0;

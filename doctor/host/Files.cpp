@@ -1,5 +1,6 @@
 #include "host/Files.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -12,6 +13,12 @@
 #include <sys/statvfs.h>
 
 namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t kernelFileBytes = 16 << 20; // of a list of sockets
+
+} // namespace
 
 ServiceUser userWithId(uid_t uid, gid_t gid) {
     const passwd* const entry = getpwuid(uid);
@@ -29,8 +36,8 @@ ServiceUser packagedUser() {
     return userWithId(entry->pw_uid, entry->pw_gid);
 }
 
-// The real ids are changed as well, since access(2) asks for them. The groups stay the service
-// user's afterwards: root does not need any.
+// Only the effective ids: with the real id of the service user, that user could stop or kill the
+// doctor. The groups stay the service user's afterwards: root does not need any.
 ActingAs::ActingAs(const ServiceUser& user)
     : changed(getuid() == 0 && user.uid != 0) {
     if (!changed) {
@@ -38,14 +45,13 @@ ActingAs::ActingAs(const ServiceUser& user)
     }
     const bool hasName = getpwnam(user.name.c_str()) != nullptr;
     const int groups = hasName ? initgroups(user.name.c_str(), user.gid) : setgroups(0, nullptr);
-    if (groups != 0 || setresgid(user.gid, user.gid, 0) != 0 ||
-        setresuid(user.uid, user.uid, 0) != 0) {
+    if (groups != 0 || setegid(user.gid) != 0 || seteuid(user.uid) != 0) {
         throw std::runtime_error("cannot act as the service user " + user.name);
     }
 }
 
 ActingAs::~ActingAs() {
-    if (changed && (setresuid(0, 0, 0) != 0 || setresgid(0, 0, 0) != 0)) {
+    if (changed && (seteuid(0) != 0 || setegid(0) != 0)) {
         std::abort(); // the program must not go on with half of another user's rights
     }
 }
@@ -66,7 +72,8 @@ int readText(const std::string& path, std::string& text, std::size_t limitBytes)
     text.clear();
     std::array<char, 16384> part{};
     ssize_t count = 0;
-    while ((count = read(file.get(), part.data(), part.size())) > 0) {
+    const std::size_t most = std::max<std::size_t>(limitBytes, kernelFileBytes);
+    while (text.size() < most && (count = read(file.get(), part.data(), part.size())) > 0) {
         text.append(part.data(), static_cast<std::size_t>(count));
     }
     return count < 0 ? errno : 0;
@@ -83,19 +90,21 @@ std::string linkTarget(const std::string& path) {
     return fs::read_symlink(path, error);
 }
 
+int accessError(const std::string& path, int mode) {
+    return faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0 ? 0 : errno;
+}
+
 int writeError(const std::string& path) {
     std::error_code unseen; // a directory above may not be searched: access() tells
     if (fs::is_directory(path, unseen)) {
         return EISDIR;
     }
-    const bool isMissing = access(path.c_str(), F_OK) != 0 && errno == ENOENT;
+    const bool isMissing = accessError(path, F_OK) == ENOENT;
     const std::string directory = fs::path(path).parent_path();
-    const int result =
-        isMissing ? access(directory.c_str(), W_OK | X_OK) : access(path.c_str(), W_OK);
-    if (result != 0) {
-        return errno;
+    if (isMissing) {
+        return accessError(directory, W_OK | X_OK);
     }
-    return 0;
+    return accessError(path, W_OK);
 }
 
 std::uint64_t freeBytes(const std::string& path) {
@@ -104,7 +113,7 @@ std::uint64_t freeBytes(const std::string& path) {
         return 0;
     }
     const bool countsFiles = space.f_files != 0;
-    const bool isMissing = access(path.c_str(), F_OK) != 0;
+    const bool isMissing = accessError(path, F_OK) != 0;
     const bool noFileLeft = countsFiles && isMissing && space.f_favail == 0;
     if (noFileLeft) {
         return 0;

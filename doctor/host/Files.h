@@ -60,7 +60,10 @@ std::string textOf(const std::string& path);
 // Where a symbolic link leads; empty when it cannot be read.
 std::string linkTarget(const std::string& path);
 
-// Returns the errno that would keep the current user from writing `path` or from creating it; else 0.
+// Returns the errno that would keep the acting user from using `path` as faccessat(2) has it; else 0.
+int accessError(const std::string& path, int mode);
+
+// Returns the errno that would keep the acting user from writing `path` or from creating it; else 0.
 int writeError(const std::string& path);
 
 // What the current user may still write in the directory of `path`; 0 when that cannot be seen, or

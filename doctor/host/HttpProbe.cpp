@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <netdb.h>
 #include <strings.h>
 #include <sys/socket.h>
 
@@ -133,6 +132,7 @@ long askSigned(const std::string& url, const std::string& path, const std::strin
     ErrorText error{};
     HttpAnswer answer;
     const Handle handle = makeHandle(error, limitMs, answer);
+    curl_easy_setopt(handle.get(), CURLOPT_MAXREDIRS, 0L); // the signature is for this host alone
     CloudTimestamp now{};
     captureUtcTimestamp(now);
     Json::Value body;
@@ -148,6 +148,7 @@ std::vector<Certificate> lookAtCertificates(const std::string& url, long limitMs
                                             HttpAnswer& answer) {
     ErrorText error{};
     const Handle handle = makeHead(url, error, limitMs, answer);
+    answer.isUnverified = true;
     curl_easy_setopt(handle.get(), CURLOPT_CERTINFO, 1L);
     curl_easy_setopt(handle.get(), CURLOPT_SSL_VERIFYPEER, 0L);
     curl_easy_setopt(handle.get(), CURLOPT_SSL_VERIFYHOST, 0L);
@@ -165,20 +166,16 @@ std::vector<Certificate> lookAtCertificates(const std::string& url, long limitMs
     return certificatesIn(pem);
 }
 
-int resolverError(const std::string& url) {
+std::string hostOf(const std::string& url) {
     const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parts(curl_url(), curl_url_cleanup);
     curl_url_set(parts.get(), CURLUPART_URL, url.c_str(), CURLU_DEFAULT_SCHEME);
-    char* host = nullptr;
-    if (curl_url_get(parts.get(), CURLUPART_HOST, &host, 0) != CURLUE_OK) {
-        return EAI_NONAME;
+    char* text = nullptr;
+    if (curl_url_get(parts.get(), CURLUPART_HOST, &text, 0) != CURLUE_OK) {
+        return {};
     }
-    addrinfo* list = nullptr;
-    const int error = getaddrinfo(host, nullptr, nullptr, &list);
-    if (error == 0) {
-        freeaddrinfo(list);
-    }
-    curl_free(host);
-    return error;
+    std::string host = text;
+    curl_free(text);
+    return host;
 }
 
 bool speaksTls(const std::string& host, int port, long limitMs) {

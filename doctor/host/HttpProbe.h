@@ -21,6 +21,7 @@ struct HttpAnswer {
     bool isEncrypted = false;
     long status = 0;
     std::string contentType, location;
+    bool isUnverified = false; // the response is of a server whose certificate was refused
     std::time_t date = 0;      // the response's; 0 when it has none
     std::time_t dateTaken = 0; // when it came, by this machine's clock
 };
@@ -37,8 +38,8 @@ long askSigned(const std::string& url, const std::string& path, const std::strin
 std::vector<Certificate> lookAtCertificates(const std::string& url, long limitMs,
                                             HttpAnswer& answer);
 
-// What the resolver says of the host in the URL: 0 when it has an address, else EAI_NONAME and so on.
-int resolverError(const std::string& url);
+// The host name in a URL; empty when there is none.
+std::string hostOf(const std::string& url);
 
 // Whether the host and port answer a TLS handshake.
 bool speaksTls(const std::string& host, int port, long limitMs);

@@ -112,10 +112,10 @@ void beginRun(LogHistory& history, const Record& record, std::time_t previousAt,
 }
 
 void addRecord(LogHistory& history, const Record& record) {
-    if (startsWith(record.text, "Shutdown signal received")) {
+    if (record.level == "INFO" && startsWith(record.text, "Shutdown signal received")) {
         history.isStopped = true;
     }
-    if (startsWith(record.text, "Curl Response")) {
+    if (record.level == "TRACE" && startsWith(record.text, "Curl Response")) {
         history.lastSuccessAt = record.time;
     }
     const auto kind = kindOf(history, record);
@@ -139,7 +139,7 @@ void addRecord(LogHistory& history, const Record& record) {
 
 bool isStart(const Record& record, std::time_t runningSince) {
     constexpr std::time_t toleranceS = 5; // between the start of the process and the record
-    return startsWith(record.text, "Lora VEYRA Server started") &&
+    return record.level == "INFO" && startsWith(record.text, "Lora VEYRA Server started") &&
            (runningSince == 0 || record.time <= runningSince + toleranceS);
 }
 
@@ -150,7 +150,8 @@ LogHistory readLogHistory(const std::string& text, std::time_t now, std::time_t 
     std::time_t previousAt = 0;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
-        if (const auto record = parseRecord(line)) {
+        const auto record = parseRecord(line);
+        if (record && record->time <= now) {
             if (isStart(*record, runningSince)) {
                 beginRun(history, *record, previousAt, now);
             }

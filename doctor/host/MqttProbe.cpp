@@ -2,49 +2,20 @@
 
 #include "common/Clock.h"
 #include "host/Files.h"
+#include "host/Resolver.h"
 #include "mqtt/Mosquitto.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <future>
 #include <mqtt_protocol.h>
 #include <netdb.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
-
-using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
-
-// As the broker library asks. Null when the name is unknown.
-AddressList resolve(const std::string& host, int port) {
-    addrinfo hints{};
-    hints.ai_family = AF_UNSPEC;
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo* list = nullptr;
-    getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &list);
-    return {list, freeaddrinfo};
-}
-
-// The resolver may wait for silent name servers longer than the doctor does. It then goes on in a
-// thread that nothing waits for.
-AddressList resolveWithin(const std::string& host, int port, long limitMs) {
-    std::promise<AddressList> promise;
-    std::future<AddressList> result = promise.get_future();
-    std::thread([host, port, waiting = std::move(promise)]() mutable {
-        waiting.set_value(resolve(host, port));
-    }).detach();
-    const bool isThere =
-        result.wait_for(std::chrono::milliseconds(limitMs)) == std::future_status::ready;
-    if (!isThere) {
-        return {nullptr, freeaddrinfo};
-    }
-    return result.get();
-}
 
 std::string numericText(const addrinfo& address) {
     std::array<char, 128> text{};
@@ -92,8 +63,8 @@ std::vector<HostAddress> tryAddresses(const BrokerAddress& broker, long limitMs)
     constexpr long addressMs = 2000;
     const std::uint64_t endMs = monotonicMillis() + static_cast<std::uint64_t>(limitMs);
     std::vector<HostAddress> tried;
-    const AddressList list = resolveWithin(broker.host, broker.port, limitMs - addressMs);
-    const addrinfo* address = list.get();
+    const Resolution resolution = resolveWithin(broker.host, broker.port, limitMs - addressMs);
+    const addrinfo* address = resolution.list.get();
     while (address != nullptr && monotonicMillis() < endMs) {
         tried.push_back({numericText(*address), tryConnect(*address, addressMs)});
         address = address->ai_next;

@@ -2,6 +2,7 @@
 
 #include "common/Clock.h"
 #include "host/Files.h"
+#include "host/Text.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -125,6 +126,8 @@ ProcessStatus readProcessStatus(int pid) {
     status.state = *fields["State"].c_str();
     status.tracerPid = static_cast<int>(numberIn(fields["TracerPid"]));
     status.uid = static_cast<uid_t>(secondNumberIn(fields["Uid"]));
+    const std::string user = std::to_string(status.uid);
+    status.hasOneUser = fields["Uid"] == user + "\t" + user + "\t" + user + "\t" + user;
     status.gid = static_cast<gid_t>(secondNumberIn(fields["Gid"]));
     status.threads = numberIn(fields["Threads"]);
     status.voluntarySwitches = numberIn(fields["voluntary_ctxt_switches"]);
@@ -150,7 +153,8 @@ std::time_t bootTime() {
 }
 
 std::string describeProcess(int pid) {
-    return "process " + std::to_string(pid) + " (" + textOf(processPath(pid, "comm")) + ")";
+    return "process " + std::to_string(pid) + " (" + printable(textOf(processPath(pid, "comm"))) +
+           ")";
 }
 
 std::string kernelRecordOfDaemon() {
@@ -165,7 +169,7 @@ std::string kernelRecordOfDaemon() {
             const bool isEnd = line.find("Killed process") != std::string::npos ||
                                line.find("segfault") != std::string::npos;
             if (isEnd && line.find(name) != std::string::npos) {
-                found = line.substr(line.find(';') + 1);
+                found = printable(line.substr(line.find(';') + 1));
             }
         }
     }

@@ -17,7 +17,8 @@ std::vector<int> numbersIn(const std::string& directory);
 
 // All 0 when the process does not exist.
 struct ProcessStatus {
-    char state = 0; // as in proc(5): S sleeping, T stopped, t traced, D in the kernel
+    bool hasOneUser = false; // its real, effective, saved and file system user are the same
+    char state = 0;          // as in proc(5): S sleeping, T stopped, t traced, D in the kernel
     int tracerPid = 0;
     uid_t uid = 0; // effective
     gid_t gid = 0;

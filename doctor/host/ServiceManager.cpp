@@ -67,7 +67,8 @@ std::string unitText() {
     for (const std::string& directory : directories) {
         unit = unit.empty() ? textOf(directory + unitName) : unit;
         std::error_code error;
-        for (const auto& file : fs::directory_iterator(directory + unitName + ".d", error)) {
+        const std::string dropInDirectory = directory + std::string(unitName) + ".d";
+        for (const auto& file : fs::directory_iterator(dropInDirectory, error)) {
             dropIns += '\n';
             dropIns += textOf(file.path());
         }

@@ -51,10 +51,13 @@ std::size_t sequenceLength(const std::string& text, std::size_t place, std::uint
 
 bool isHarmless(std::uint32_t character) {
     const bool isControl = character < 0x20 || (character >= 0x7F && character <= 0x9F);
-    const bool isDirection = (character >= 0x200E && character <= 0x200F) ||
-                             (character >= 0x2028 && character <= 0x202E) ||
-                             (character >= 0x2066 && character <= 0x2069) || character == 0x61C;
-    return !isControl && !isDirection;
+    const bool isDirection = (character >= 0x2000 && character <= 0x200F) ||
+                             (character >= 0x2028 && character <= 0x202F) ||
+                             (character >= 0x205F && character <= 0x206F) || character == 0x61C;
+    const bool isSpace = character == 0xA0 || character == 0xAD || character == 0x1680 ||
+                         character == 0x2800 || character == 0x3000 || character == 0x3164 ||
+                         character == 0xFEFF;
+    return !isControl && !isDirection && !isSpace;
 }
 
 } // namespace
@@ -116,5 +119,8 @@ void addItem(std::string& list, const std::string& item) {
 
 std::string counted(long long count, const std::string& noun) {
     const std::string text = std::to_string(count) + " " + noun;
-    return count == 1 ? text : text + "s";
+    if (count == 1) {
+        return text;
+    }
+    return text + (noun.back() == 's' ? "es" : "s");
 }

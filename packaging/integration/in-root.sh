@@ -19,7 +19,7 @@ enterRoot() {
     umount -l mnt
     exec env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C \
         CMAKE_GENERATOR=Ninja SOURCE="/source tree" STAGE="/root/stage" TOOLCHAIN=/root/toolchain.cmake \
-        PLATFORM=/root/platform "/source tree/tests/integration/in-root.sh" --entered
+        PLATFORM=/root/platform "/source tree/packaging/integration/in-root.sh" --entered
 }
 
 # What the guide takes as given.
@@ -91,4 +91,4 @@ installImage
 startByInittab
 checkProcd
 bash -euxo pipefail "$SOURCE/gateway-commands"
-"$SOURCE/tests/integration/build-options.sh"
+"$SOURCE/packaging/integration/build-options.sh"

@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/../.."
 
 if [[ $(id -u) -ne 0 ]]; then
-    exec sudo "$PWD/tests/integration/run.sh"
+    exec sudo "$PWD/packaging/integration/run.sh"
 fi
 work=$(mktemp --directory --tmpdir lora-veyra-integration.XXXXXXXXXX)
 trap 'rm -rf --one-file-system "$work"' EXIT
@@ -33,4 +33,4 @@ packaging/debian-root.sh --quiet --variant=minbase --skip=cleanup/apt \
         sh -e "/source tree/install-commands" >/dev/null' \
     "$work/root"
 unshare --mount --net --pid --uts --ipc --fork --kill-child --propagation private \
-    tests/integration/in-root.sh "$work/root"
+    packaging/integration/in-root.sh "$work/root"

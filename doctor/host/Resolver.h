@@ -1,0 +1,14 @@
+// Asks the resolver with a time limit. One thread.
+#pragma once
+
+#include <memory>
+#include <netdb.h>
+#include <string>
+
+struct Resolution {
+    int error = EAI_AGAIN; // 0, EAI_NONAME and so on; EAI_AGAIN when the limit was reached
+    std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> list{nullptr, freeaddrinfo};
+};
+
+// The addresses of a host in the order in which the broker library tries them.
+Resolution resolveWithin(const std::string& host, int port, long limitMs);
