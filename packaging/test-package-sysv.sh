@@ -63,7 +63,7 @@ testRelay() {
 }
 
 testDoctor() {
-    local outside="$root/run/config/device_info.json"
+    local outside="$root/run/config/device_info.json" file mode
     echo "Doctor"
     if isEmulated; then # the executable is the emulator, so the process has to be named
         doctorOptions=(--pid "$(daemonPid)")
@@ -71,10 +71,13 @@ testDoctor() {
         check "it finds nothing bad in the process alone" service alive
     fi
     check "it finds nothing bad" doctor 12
-    chmod 0600 "$outside"
-    check "it reads files as the service user" not doctor 12
-    check "and says why" hasText "$work/doctor.out" "Permission denied"
-    chmod 0644 "$outside"
+    for file in "$outside" "$root$conf" "$root/etc/ssl/certs/DigiCert_Global_Root_CA.pem"; do
+        mode=$(stat -c %a "$file")
+        chmod 0600 "$file"
+        check "it reads ${file#"$root"} as the service user" not doctor 12
+        check "and says why" hasText "$work/doctor.out" "Permission denied"
+        chmod "$mode" "$file"
+    done
     chmod 0000 "$root/var/log/$name"
     check "it notices a closed log directory" not doctor 12
     check "and names the check" hasText "$work/doctor.out" "bad     log"

@@ -2,16 +2,44 @@
 
 import socket
 import threading
+from collections.abc import Iterator
+from contextlib import contextmanager, suppress
 from http.server import BaseHTTPRequestHandler, HTTPServer
 from pathlib import Path
+from socketserver import BaseRequestHandler, ThreadingTCPServer
 
 from testbed.cloud import Answer
-from testbed.environment import CA_DIRECTORY, BROKER_HOST, BROKER_PORT, CLOUD_PORT, run
+from testbed.environment import CA_DIRECTORY, BROKER_HOST, BROKER_PORT, CLOUD_PORT
+from testbed.environment import GATEWAY_SECRET, run
 from testbed.environment import Listener, find_program, silent_listener
 from tests.daemon.doctor_test_case import DoctorTest
 
 CA_FILE = CA_DIRECTORY / "DigiCert_Global_Root_CA.pem"
 PASSWORDS = "topic readwrite lora/#"
+
+
+@contextmanager
+def scripted_broker(connack: bytes, suback: bytes) -> Iterator[None]:
+    """Answers every CONNECT and the first SUBSCRIBE of every connection with these bytes."""
+
+    class Connection(BaseRequestHandler):
+        def handle(self) -> None:
+            with suppress(ConnectionError):
+                while packet := self.request.recv(4096):
+                    if packet[0] == 0x10:
+                        self.request.sendall(connack)
+                    elif packet[0] == 0x82:
+                        self.request.sendall(suback)
+
+    class Broker(ThreadingTCPServer):
+        allow_reuse_address = daemon_threads = True
+
+    with Broker((BROKER_HOST, BROKER_PORT), Connection) as broker:
+        threading.Thread(target=broker.serve_forever, daemon=True).start()
+        try:
+            yield
+        finally:
+            broker.shutdown()
 
 
 class DoctorOnCloud(DoctorTest):
@@ -76,10 +104,23 @@ class DoctorOnCloud(DoctorTest):
                 self.testbed.cloud.head = answer
                 self.expect(finding, says=says)
         elsewhere = Answer(301, headers={"Location": "/x"})
-        for answer in (Answer(404, headers=html), Answer(401), elsewhere):
+        lower = Answer(500, headers={"date": "Sun, 22 Nov 2020 00:00:00 GMT"})
+        self.testbed.cloud.head = lower
+        self.expect("clock.wrong")
+        for answer in (Answer(404, headers=html), Answer(401), Answer(500), elsewhere):
             with self.subTest(answer=answer):
                 self.testbed.cloud.head = answer
                 self.assertEqual(self.examine().finding("cloud.ok")["httpStatus"], answer.status)
+
+    def test_believes_no_date_of_an_unverified_server(self) -> None:
+        self.serve("stranger")
+        self.testbed.cloud.clock_ahead_s = 9999
+        self.expect("cloud.other-ca")
+        self.assertEqual(self.examine().outcomes()["clock.unverified"], "unknown")
+
+    def test_uses_no_proxy_of_its_own(self) -> None:
+        report = self.examine(environment={"https_proxy": "http://127.0.0.1:9"})
+        self.assertIn("cloud.ok", report.outcomes())
 
     def test_compares_the_clock_with_the_clouds(self) -> None:
         for ahead_s, says in ((7200, "7200 seconds behind"), (-90, "90 seconds ahead of")):
@@ -92,10 +133,13 @@ class DoctorOnCloud(DoctorTest):
     def test_judges_a_signed_request(self) -> None:
         self.testbed.cloud.secret = "another"
         self.expect("signature.rejected", "--sign", "m1/x")
-        self.testbed.cloud.answer = Answer(404)
-        self.testbed.cloud.secret = "00112233-4455-6677-8899-aabbccddeeffDEVICE"
+        self.testbed.cloud.answer = Answer(403)
+        self.testbed.cloud.secret = GATEWAY_SECRET
+        self.expect("signature.rejected", "--sign", "m1/x")
+        self.testbed.cloud.answer = Answer(302, headers={"Location": "/api/moved/x"})
         report = self.examine("--sign", "m1/x")
         self.assertEqual(report.outcomes()["signature.no-verdict"], "unknown")
+        self.assertNotIn("/api/moved/x", [request.path for request in self.testbed.cloud.requests])
 
 
 class DoctorOnBroker(DoctorTest):
@@ -126,6 +170,20 @@ class DoctorOnBroker(DoctorTest):
         self.assertTrue(self.testbed.logged("MQTT - subscribed"))
         report = self.examine()
         self.assertEqual((report.bad(), report.outcomes()["broker.closed"]), (set(), "unknown"))
+
+    def test_judges_the_answers_of_the_broker(self) -> None:
+        self.testbed.kill_broker()
+        self.testbed.configuration["mqtt"].update(username="lora", password="secret")
+        cases = [
+            ("broker.credentials", b"\x20\x02\x00\x04", b""),
+            ("broker.rejected", b"\x20\x02\x00\x02", b""),
+            ("echo.denied", b"\x20\x02\x00\x00", b"\x90\x03\x00\x01\x80"),
+        ]
+        for finding, connack, suback in cases:
+            with self.subTest(finding=finding), scripted_broker(connack, suback):
+                self.testbed.start_ready_daemon()
+                self.assertIn(finding, self.examine().outcomes())
+                self.testbed.kill_daemon()
 
     def test_names_an_address_that_delays_the_start(self) -> None:
         hosts = self.testbed.folder / "hosts"

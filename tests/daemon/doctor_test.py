@@ -70,6 +70,7 @@ class Doctor(DoctorTest):
         report = self.examine("--publish")
         self.assertEqual(report.bad(), {"broker.refused", "alive.not-running"})
         self.assertIn("127.0.0.2: Connection refused", report.finding("broker.refused")["cause"])
+        self.assertEqual((report.data["problems"], report.data["fixFirst"]), (2, "broker.refused"))
         skipped = {entry["check"]: entry["needs"] for entry in report.data["skipped"]}
         self.assertEqual(skipped, {"echo": "broker", "replies": "broker"})
 
@@ -77,6 +78,7 @@ class Doctor(DoctorTest):
         self.testbed.start_ready_daemon()
         report = self.examine("--alive")
         self.assertEqual((report.status, report.outcomes()), (0, {"alive.ok": "ok"}))
+        self.assertEqual(set(self.examine("--alive", "-c", "/nowhere").outcomes()), {"alive.ok"})
         self.testbed.kill_daemon()
         self.assertEqual(self.examine("--alive").bad(), {"alive.killed"})
 
@@ -91,6 +93,18 @@ class Doctor(DoctorTest):
                 failure = json.loads(done.stdout)
                 self.assertEqual((done.returncode, failure["outcome"]), (2, "error"))
                 self.assertIn(arguments[-1], failure["error"])
+
+    def test_prints_its_help_and_version(self) -> None:
+        for option, text in (("--help", "Usage: "), ("--version", "lora-veyra-doctor 2.")):
+            done = subprocess.run([DOCTOR, option], capture_output=True, text=True)
+            self.assertEqual((done.returncode, done.stderr), (0, ""))
+            self.assertTrue(done.stdout.startswith(text))
+
+    def test_runs_twice_at_the_same_time(self) -> None:
+        self.testbed.start_ready_daemon()
+        first = subprocess.Popen([*self.command(), "--json"], stdout=subprocess.PIPE)
+        self.assertEqual(self.examine().bad(), set())
+        self.assertEqual(json.loads(first.communicate()[0])["outcome"], "ok")
 
     def test_prints_no_control_characters_of_others(self) -> None:
         self.testbed.cloud.head = Answer(302, headers={"Location": "http://x/\x1b[2J\x9b\xff"})

@@ -51,7 +51,7 @@ class DoctorTest(DaemonTest):
     ) -> Report:
         command = [*self.command(*options, program=program), "--json"]
         done = subprocess.run(command, capture_output=True, text=True, timeout=RUN_LIMIT_S,
-                              env={**os.environ, **(environment or {})})
+                              env={**os.environ, "TZ": "Asia/Tokyo", **(environment or {})})
         self.assertEqual(done.stderr, "")
         return Report(done.returncode, json.loads(done.stdout), done.stdout)
 

@@ -122,6 +122,7 @@ TEST(Text, ShowsOnlyHarmlessCharacters) {
         {"a\x1b[2J\x7f\r\nb", "a?[2J?? b"},
         {"\xC2\x9B\xC2\xA0\xEF\xBB\xBF", "???"}, // C1 control, spaces that do not look like one
         {"\xFF\xC0\xAF\xED\xA0\x80\xE2\x82", "????????"},
+        {"\xE0\x82\x80\xD8\x9C", "????"}, // too long, direction of writing
     };
     for (const auto& [text, shown] : cases) {
         EXPECT_EQ(printable(text), shown);

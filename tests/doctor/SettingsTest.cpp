@@ -50,6 +50,8 @@ TEST(Settings, NamesEachValueThatTakesEffectAsAnother) {
         {"network.veyraServer", "\"https://cloud/api\"", "settings.no-slash", "end in \"/\""},
         {"network.gatewaykey", "\"12\"", "settings.misspelt", "network.gatewayKey is missing"},
         {"mqtt.user_name", "\"lora\"", "settings.misspelt", "mqtt.username is missing"},
+        {"mqtt.usernaem", "\"x\"", "settings.misspelt", "mqtt.username is missing"},
+        {"network.veyraServer", "\"https://cloud/\\tapi/\"", "settings.space", "space"},
         {"mqtt.pasword", "\"x\"", "settings.misspelt", "mqtt.password is missing"},
         {"UDP.veyraPort", "1790", "settings.misspelt", "udp is missing"},
         {"mqtt.username", "\"\xFF\"", "settings.not-utf8", "not valid UTF-8"},
