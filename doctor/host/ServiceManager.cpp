@@ -67,7 +67,9 @@ std::string unitText() {
     for (const std::string& directory : directories) {
         unit = unit.empty() ? textOf(directory + unitName) : unit;
         std::error_code error;
-        const std::string dropInDirectory = directory + std::string(unitName) + ".d";
+        std::string dropInDirectory = directory;
+        dropInDirectory += unitName;
+        dropInDirectory += ".d";
         for (const auto& file : fs::directory_iterator(dropInDirectory, error)) {
             dropIns += '\n';
             dropIns += textOf(file.path());

@@ -118,7 +118,7 @@ void addItem(std::string& list, const std::string& item) {
 }
 
 std::string counted(long long count, const std::string& noun) {
-    const std::string text = std::to_string(count) + " " + noun;
+    std::string text = std::to_string(count) + " " + noun;
     if (count == 1) {
         return text;
     }
