@@ -65,7 +65,9 @@ std::string unitText() {
     std::string unit;
     std::string dropIns;
     for (const std::string& directory : directories) {
-        unit = unit.empty() ? textOf(directory + unitName) : unit;
+        if (unit.empty()) {
+            unit = textOf(directory + unitName);
+        }
         std::error_code error;
         std::string dropInDirectory = directory;
         dropInDirectory += unitName;
