@@ -111,9 +111,9 @@ void MqttProbe::connect(const std::string& host, int port,
     waitUntil([this] { return connack.has_value(); }, limitMs);
 }
 
-void MqttProbe::subscribe(const char* topic) {
+void MqttProbe::subscribe(const char* topic, int qos) {
     int messageId = 0;
-    mosquitto_subscribe(client.get(), &messageId, topic, 2);
+    mosquitto_subscribe(client.get(), &messageId, topic, qos);
     if (std::strcmp(topic, keepaliveTopic) == 0) {
         keepaliveMessageId = messageId;
     }

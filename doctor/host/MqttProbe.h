@@ -35,7 +35,7 @@ class MqttProbe {
     // Sends CONNECT to a numeric host and waits for the answer.
     void connect(const std::string& host, int port,
                  const std::optional<BrokerCredentials>& credentials, long limitMs);
-    void subscribe(const char* topic);
+    void subscribe(const char* topic, int qos);
     // Returns the library's result.
     int publish(const char* topic, const std::string& payload);
 

@@ -6,7 +6,7 @@ import subprocess
 import time
 
 from testbed.cloud import Answer
-from testbed.environment import UPSTREAM_PORT, check_in
+from testbed.environment import SANITIZED, UPSTREAM_PORT, check_in
 from tests.daemon.doctor_test_case import DOCTOR, IS_EMULATED, RUN_LIMIT_S, DoctorTest
 
 CHECKS = ["configuration", "settings", "identity", "log", "cloud", "clock", "signature", "port",
@@ -25,7 +25,8 @@ class Doctor(DoctorTest):
         sent = 0
         while doctor.poll() is None:
             self.testbed.send(check_in(number=sent))
-            self.testbed.replies(sent := sent + 1)
+            sent += 1
+            time.sleep(0.1 if SANITIZED or IS_EMULATED else 0.02)
         self.assertLess(time.monotonic() - start, RUN_LIMIT_S if IS_EMULATED else 10)
         report = json.loads(doctor.communicate()[0])
         self.assertEqual([(c["check"], c["outcome"]) for c in report["checks"]],
