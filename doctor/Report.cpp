@@ -42,10 +42,19 @@ Json::Value makeRoot() {
     return root;
 }
 
+// At most `room` bytes of the word, without a part of a UTF-8 sequence.
+std::size_t wholeCharacters(const std::string& word, std::size_t room) {
+    while (room > 0 && (static_cast<unsigned char>(word[room]) & 0xC0U) == 0x80) {
+        --room;
+    }
+    return room;
+}
+
 // The text as lines of at most 80 characters, the first of which begins with `start`; the others are
-// indented as far. A word that is too long is broken: a terminal must not continue it at the left edge,
+// indented as far. A word that is too long is broken, unless it belongs to a command: a terminal must not continue it at the left edge,
 // where it could look like a line of its own.
-std::vector<std::string> wrapped(const std::string& start, const std::string& text) {
+std::vector<std::string> wrapped(const std::string& start, const std::string& text,
+                                 bool breaksWords = true) {
     std::vector<std::string> lines{start};
     std::istringstream words(printable(text));
     for (std::string word; words >> word;) {
@@ -55,8 +64,8 @@ std::vector<std::string> wrapped(const std::string& start, const std::string& te
         } else if (!isFirst) {
             lines.back() += ' ';
         }
-        while (lines.back().size() + word.size() > lineWidth) {
-            const std::size_t room = lineWidth - lines.back().size();
+        while (breaksWords && lines.back().size() + word.size() > lineWidth) {
+            const std::size_t room = wholeCharacters(word, lineWidth - lines.back().size());
             lines.back() += word.substr(0, room);
             word.erase(0, room);
             lines.emplace_back(start.size(), ' ');
@@ -76,7 +85,9 @@ void printText(const std::string& start, const std::string& text) {
 void printLines(std::string start, const std::string& text) {
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
-        printText(start, line);
+        for (const std::string& part : wrapped(start, line, false)) {
+            std::printf("%s\n", part.c_str());
+        }
         start.assign(start.size(), ' ');
     }
 }

@@ -74,7 +74,12 @@ class Listener:
     """Receives what is published on the broker, in a thread of its own."""
 
     def __init__(
-        self, topic: str, user: str = "", password: str = "", client_id: str = "listener"
+        self,
+        topic: str,
+        user: str = "",
+        password: str = "",
+        client_id: str = "listener",
+        reconnect_s: float = 0.05,
     ) -> None:
         self.messages: list[MQTTMessage] = []
         self._subscribed = False
@@ -84,7 +89,7 @@ class Listener:
         self._client.on_connect = lambda client, *_: client.subscribe(topic, 2)
         self._client.on_subscribe = lambda *_: setattr(self, "_subscribed", True)
         self._client.on_message = lambda _client, _data, message: self.messages.append(message)
-        self._client.reconnect_delay_set(0.05, 0.05)
+        self._client.reconnect_delay_set(reconnect_s, reconnect_s)
         self._client.connect(BROKER_HOST, BROKER_PORT)
         self._client.loop_start()
         expect(eventually(lambda: self._subscribed), "the listener is not subscribed")

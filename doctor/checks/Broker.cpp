@@ -73,7 +73,8 @@ Finding judgeSilence(const Gateway& gateway, const std::string& subject, int por
         return bad("broker.closed", subject,
                    "The connection was closed before CONNACK: the broker may be at its limit of "
                    "connections, or another program listens there.",
-                   "See the broker's log; compare max_connections with its clients.");
+                   "See the broker's log, compare max_connections with its clients, or correct "
+                   "mqtt.port.");
     }
     return bad("broker.no-connack", subject,
                "The connection is accepted, but CONNECT is not answered in time.",
@@ -120,7 +121,7 @@ Finding judgeAnswer(Gateway& gateway, const std::string& subject, const BrokerAd
 Finding asObserved(Finding finding, bool isLinked) {
     if (isLinked && finding.outcome == Outcome::BAD) {
         finding.outcome = Outcome::UNKNOWN;
-        finding.cause += " The daemon itself is connected.";
+        finding.cause += " The daemon has an open connection to it.";
         finding.fix.clear();
     }
     return finding;

@@ -18,9 +18,10 @@ Finding judgeClock(std::time_t now, const HttpAnswer& cloud) {
                    "The clock was never set: certificates and signatures are rejected.", fix);
     }
     if (cloud.date != 0 && cloud.isUnverified) {
-        return unknown("clock.unverified", subject,
-                       "The server says " + utcText(cloud.date) +
-                           ", but its certificate was refused: do not set the clock by it.");
+        return unknown(
+            "clock.unverified", subject,
+            "The server says " + utcText(cloud.date) +
+                ", but nothing proves that it is the cloud: do not set the clock by it.");
     }
     if (cloud.date != 0) {
         const std::time_t aheadS = cloud.dateTaken - cloud.date;

@@ -95,7 +95,8 @@ Finding judgeConnection(const std::string& url, const HttpAnswer& answer) {
                    "The server does not speak TLS at this port: " + errorOf(answer), fixAddress);
     }
     if (answer.error.find("protocol version") != std::string::npos ||
-        answer.error.find("unsupported protocol") != std::string::npos) {
+        answer.error.find("unsupported protocol") != std::string::npos ||
+        answer.error.find("legacy sigalg") != std::string::npos) {
         return bad("cloud.tls-version", url,
                    "The server offers no TLS version that this gateway accepts: " + errorOf(answer),
                    "The server needs TLS 1.2 or newer: ask the operator of the cloud.");

@@ -118,7 +118,8 @@ Finding judgeCertificate(const Refusal& refusal) {
     case X509_V_OK: // libcurl itself compares the host when OpenSSL has no objection
     case X509_V_ERR_UNSPECIFIED:
         return bad(
-            "cloud.host-mismatch", refusal.url, refusal.answer.error + ".",
+            "cloud.host-mismatch", refusal.url,
+            refusal.answer.error + ". It is for: " + refusal.chain.front().hosts + ".",
             "Compare network.veyraServer with the operator of the cloud. If it is right, somebody "
             "may intercept the connection.");
     default:

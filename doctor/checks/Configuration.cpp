@@ -89,6 +89,10 @@ Findings parseFindings(Gateway& gateway) {
                     "The file begins with a byte order mark, which is not JSON.",
                     thenRestart("Save the file without a byte order mark."))};
     }
+    if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
+        return {bad("configuration.invalid-json", path, "The file is empty.",
+                    thenRestart("Restore the file."))};
+    }
     Json::Value root;
     if (const std::string words = parse(text, root); !words.empty()) {
         return {

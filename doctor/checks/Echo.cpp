@@ -7,7 +7,7 @@
 namespace {
 
 constexpr long listenMs = 6500; // the daemon publishes every 5 s
-constexpr std::uint64_t pauseMs = 250;
+constexpr std::uint64_t pauseMs = 100;
 constexpr const char* allow =
     "Allow both to the daemon's user in the broker's ACL: topic readwrite lora/veyra_keepalive";
 
@@ -30,8 +30,8 @@ Finding judgeUnstable() {
 Finding judgeSilence(bool isSameLink) {
     if (isSameLink) {
         return bad("echo.silent", keepaliveTopic,
-                   "No keepalive arrived within 6 s, although the daemon is connected: the broker "
-                   "does not let its user publish or read this topic.",
+                   "No keepalive arrived within 6 s, although the daemon is connected: "
+                   "probably the broker does not let its user publish or read this topic.",
                    allow);
     }
     return bad("echo.silent", keepaliveTopic,

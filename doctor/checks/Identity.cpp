@@ -42,7 +42,8 @@ Findings judgeDeviceFile(const Gateway& gateway, const std::string& path, int er
     }
     if (!gateway.device.isObject()) {
         return {bad("identity.device-invalid", path,
-                    "The file is not one whole JSON object: the daemon treats it as missing.",
+                    "The file is not one whole JSON object without a byte order mark: the daemon "
+                    "treats it as missing.",
                     thenRestart("Correct it: {\"uuid\": \"...\", \"deviceId\": \"...\"}."))};
     }
     return {};

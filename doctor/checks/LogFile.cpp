@@ -39,6 +39,11 @@ Finding judgeWriteError(const Gateway& gateway, int error) {
         return bad("log.not-writable", path, "The directory does not exist.",
                    thenRestart("install -d -m 750 -o " + gateway.user.name + " " + directory));
     }
+    if (error == EROFS) {
+        return bad(
+            "log.not-writable", path, cause,
+            thenRestart("Make the file system writable, or correct -l in the start command."));
+    }
     return bad("log.not-writable", path,
                "The user " + gateway.user.name + " cannot write: " + cause,
                thenRestart("Let this user write there, or correct -l in the start command."));
@@ -75,7 +80,8 @@ Finding judgeFile(const Gateway& gateway) {
         return judgeWriteError(gateway, error);
     }
     if (free < leastFreeBytes) {
-        return bad("log.disk-full", gateway.logFile, "The disk is full: log records are lost.",
+        return bad("log.disk-full", gateway.logFile,
+                   "The disk has no space or no inode left: log records are lost.",
                    "Free some space in the directory of the log.");
     }
     Json::Value facts;

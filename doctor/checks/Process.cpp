@@ -10,9 +10,15 @@
 
 namespace {
 
+constexpr const char* findOthers =
+    "Find out who starts it, and stop it: ps -o pid,user,args -C lora-veyra-server";
 constexpr const char* findCause = "See the daemon's last records: journalctl -u lora-veyra-server";
 
 Finding judgeTracing(const std::string& subject, const Look& look) {
+    if (look.status.tracerPid == 0) { // in another container, or just gone
+        return bad("alive.traced", subject, "The daemon is held by a debugger.",
+                   "End the debugger.");
+    }
     return bad("alive.traced", subject,
                "The daemon is held by a debugger: " + describeProcess(look.status.tracerPid) + ".",
                "End the debugger: kill " + std::to_string(look.status.tracerPid));
@@ -95,7 +101,7 @@ std::string lastErrorOf(const Gateway& gateway) {
     if (error.empty()) {
         return {};
     }
-    return " The last error in its log: " + printable(masked(error)).substr(0, longest) + ".";
+    return " The last error in its log: \"" + printable(masked(error)).substr(0, longest) + "\".";
 }
 
 // Empty when the service is not restarted again and again.
@@ -137,7 +143,11 @@ Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
                    "aborted.",
                    start + "\nSee why: journalctl -u lora-veyra-server");
     }
-    return bad("alive.not-running", subject, "The daemon does not run." + error, start);
+    if (!error.empty()) {
+        return bad("alive.not-running", subject, "The daemon does not run." + error,
+                   "Fix the cause of this error.\n" + start);
+    }
+    return bad("alive.not-running", subject, "The daemon does not run.", start);
 }
 
 Finding judgeAbsence(const Gateway& gateway) {
@@ -152,7 +162,7 @@ Finding judgeAbsence(const Gateway& gateway) {
         return bad("alive.other-user", subject,
                    "The program runs as another user than " + gateway.user.name + ": " +
                        describeProcess(pid) + ". It is not the daemon of the service.",
-                   "kill " + std::to_string(pid) + "\n" + serviceCommand("start"));
+                   std::string(findOthers) + "\n" + serviceCommand("start"));
     }
     const ActingAs service(gateway.user);
     if (!ZEP::Licence::check()) {

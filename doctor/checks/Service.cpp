@@ -23,7 +23,7 @@ void judgeProgram(const Gateway& gateway, Findings& found) {
                 "The daemon's program also runs as another user than the service's, in " +
                     counted(static_cast<long long>(others.size()), "process") +
                     ". This is not the daemon of the service.",
-                "Find out who started it, and stop it: kill " + std::to_string(others.front())));
+                "Find out who starts it, and stop it: ps -o pid,user,args -C lora-veyra-server"));
     }
 }
 

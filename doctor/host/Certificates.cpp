@@ -1,6 +1,7 @@
 #include "host/Certificates.h"
 
 #include "host/Files.h"
+#include "host/Text.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -8,6 +9,7 @@
 #include <openssl/bio.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
+#include <openssl/x509v3.h>
 
 namespace {
 
@@ -23,6 +25,22 @@ std::string nameText(const X509_NAME* name) {
     return std::string(text, static_cast<std::size_t>(length));
 }
 
+std::string hostsOf(const X509* x509) {
+    const std::unique_ptr<GENERAL_NAMES, decltype(&GENERAL_NAMES_free)> names(
+        static_cast<GENERAL_NAMES*>(X509_get_ext_d2i(x509, NID_subject_alt_name, nullptr, nullptr)),
+        GENERAL_NAMES_free);
+    std::string hosts;
+    for (int index = 0; index < sk_GENERAL_NAME_num(names.get()); ++index) {
+        const GENERAL_NAME* const name = sk_GENERAL_NAME_value(names.get(), index);
+        if (name->type == GEN_DNS) {
+            const auto* const text = ASN1_STRING_get0_data(name->d.dNSName);
+            const auto length = static_cast<std::size_t>(ASN1_STRING_length(name->d.dNSName));
+            addItem(hosts, std::string(text, text + length));
+        }
+    }
+    return hosts;
+}
+
 } // namespace
 
 std::vector<Certificate> certificatesIn(const std::string& pem) {
@@ -35,7 +53,7 @@ std::vector<Certificate> certificatesIn(const std::string& pem) {
             return certificates;
         }
         certificates.push_back({nameText(X509_get_subject_name(x509.get())),
-                                nameText(X509_get_issuer_name(x509.get())),
+                                nameText(X509_get_issuer_name(x509.get())), hostsOf(x509.get()),
                                 X509_cmp_current_time(X509_get0_notAfter(x509.get())) < 0,
                                 X509_issuer_name_hash(x509.get())});
     }

@@ -7,6 +7,7 @@
 // Names are such as "O = Example, CN = Example CA" and come from the maker of the certificate.
 struct Certificate {
     std::string subject, issuer;
+    std::string hosts; // for which it is valid, such as "a.example, b.example"
     bool isExpired;
     unsigned long issuerHash; // under which a directory of CA certificates files the issuer
 };

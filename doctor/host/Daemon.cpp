@@ -1,7 +1,6 @@
 #include "host/Daemon.h"
 
 #include "host/Process.h"
-#include "host/Text.h"
 
 #include <algorithm>
 #include <array>
@@ -100,7 +99,7 @@ struct Identity {
     bool isReplaced = false;
 
     bool operator==(const Identity& other) const {
-        constexpr double clockToleranceS = 0.05;
+        constexpr double clockToleranceS = 0.5; // the clock may be set meanwhile
         return device == other.device && inode == other.inode && status.uid == other.status.uid &&
                status.hasOneUser && other.status.hasOneUser &&
                std::abs(startedAt - other.startedAt) < clockToleranceS;
@@ -127,7 +126,10 @@ Identity identify(int pid) {
 
 bool hasControlCharacters(const CommandLine& line) {
     const std::string paths = line.configurationFile + *line.logFile + line.runDirectory;
-    return printable(paths) != paths;
+    return std::any_of(paths.begin(), paths.end(), [](char character) {
+        const auto byte = static_cast<unsigned char>(character);
+        return byte < 0x20 || byte == 0x7F;
+    });
 }
 
 // Null when the process does not count; adds it to `untrusted` when only its user speaks against it.
@@ -151,7 +153,11 @@ std::optional<Daemon> examine(int pid, const ServiceState& service, bool isNamed
                       absoluteCommandLine(pid),
                       proxiesOf(pid)};
         // What was read in between belongs to the same program and the same user.
-        if (!(before == identify(pid)) || hasControlCharacters(daemon.commandLine)) {
+        if (!(before == identify(pid))) {
+            return std::nullopt;
+        }
+        if (hasControlCharacters(daemon.commandLine)) { // no start command has them
+            untrusted.push_back(pid);
             return std::nullopt;
         }
         return daemon;

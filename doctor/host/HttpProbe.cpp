@@ -82,6 +82,7 @@ Handle makeHandle(ErrorText& error, long limitMs, HttpAnswer& answer) {
     curl_easy_setopt(handle.get(), CURLOPT_QUICK_EXIT, 1L); // does not wait for a silent resolver
     curl_easy_setopt(handle.get(), CURLOPT_ERRORBUFFER, error.data());
     curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, std::max(limitMs, 1L));
+    curl_easy_setopt(handle.get(), CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L); // a proxy's own
     curl_easy_setopt(handle.get(), CURLOPT_HEADERFUNCTION, takeHeader);
     curl_easy_setopt(handle.get(), CURLOPT_HEADERDATA, &answer);
     curl_easy_setopt(handle.get(), CURLOPT_OPENSOCKETFUNCTION, openSocket);
@@ -115,6 +116,7 @@ HttpAnswer askCloud(const std::string& url, long limitMs) {
     HttpAnswer answer;
     ErrorText error{};
     const Handle handle = makeHead(url, error, limitMs, answer);
+    answer.isUnverified = !isVerified(url);
     answer.code = curl_easy_perform(handle.get());
     if (answer.code != CURLE_OK) {
         answer.error = error[0] == 0 ? curl_easy_strerror(answer.code) : error.data();

@@ -21,7 +21,7 @@ struct HttpAnswer {
     bool isEncrypted = false;
     long status = 0;
     std::string contentType, location;
-    bool isUnverified = false; // the response is of a server whose certificate was refused
+    bool isUnverified = false; // nothing proves that the response is of the cloud
     std::time_t date = 0;      // the response's; 0 when it has none
     std::time_t dateTaken = 0; // when it came, by this machine's clock
 };

@@ -138,7 +138,7 @@ void addRecord(LogHistory& history, const Record& record) {
 }
 
 bool isStart(const Record& record, std::time_t runningSince) {
-    constexpr std::time_t toleranceS = 5; // between the start of the process and the record
+    constexpr std::time_t toleranceS = 1; // between the start of the process and the record
     return record.level == "INFO" && startsWith(record.text, "Lora VEYRA Server started") &&
            (runningSince == 0 || record.time <= runningSince + toleranceS);
 }
@@ -152,7 +152,9 @@ LogHistory readLogHistory(const std::string& text, std::time_t now, std::time_t 
     for (std::string line; std::getline(lines, line);) {
         const auto record = parseRecord(line);
         if (record && record->time <= now) {
-            if (isStart(*record, runningSince)) {
+            // Once the start of the running daemon was seen, another one can only be forged.
+            const bool isCurrent = runningSince != 0 && history.startedAt >= runningSince - 1;
+            if (!isCurrent && isStart(*record, runningSince)) {
                 beginRun(history, *record, previousAt, now);
             }
             addRecord(history, *record);

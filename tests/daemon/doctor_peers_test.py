@@ -63,7 +63,7 @@ class DoctorOnCloud(DoctorTest):
             ("cloud.other-ca", "stranger", own, 'CN = Unknown authority.*CN = Mock cloud CA'),
             ("cloud.ca-missing", "cloud", strangers + strangers, "CN = Mock cloud CA"),
             ("cloud.incomplete-chain", "partial", own, "CN = Intermediate authority"),
-            ("cloud.host-mismatch", "elsewhere", own, "does not match|no alternative"),
+            ("cloud.host-mismatch", "elsewhere", own, "elsewhere.example"),
             ("cloud.certificate-expired", "expired", own, "expired"),
             ("cloud.ca-file", "cloud", "no certificate", "has no certificate"),
         ]
@@ -240,7 +240,7 @@ class DoctorOnBroker(DoctorTest):
 
     def test_sees_a_second_client_with_the_same_id(self) -> None:
         self.testbed.start_ready_daemon()
-        second = Listener("lora/none", client_id="VEYRA_SERVER")
+        second = Listener("lora/none", client_id="VEYRA_SERVER", reconnect_s=1)
         self.assertTrue({"echo.link-unstable", "echo.silent"} & self.examine().bad())
         second.close()
 
