@@ -19,17 +19,17 @@ Finding unreadable(const Gateway& gateway, int error) {
     }
     if (error == EACCES && isOwn) {
         return bad("configuration.unreadable", path,
-                   "The user " + gateway.user.name + " may not read the file: " + reason + ".",
+                   "The user " + gateway.user.name + " cannot read the file: " + reason + ".",
                    thenRestart("chgrp lora-veyra " + path + " && chmod 640 " + path));
     }
     if (error == EACCES) {
         return bad("configuration.unreadable", path,
-                   "The user " + gateway.user.name + " may not read the file: " + reason + ".",
-                   thenRestart("Correct -c in the start command, or the rights of the file."));
+                   "The user " + gateway.user.name + " cannot read the file: " + reason + ".",
+                   thenRestart("Correct -c in the start command, or the permissions of the file."));
     }
     if (error == ELOOP) {
         return bad("configuration.unreadable", path, "The path is a loop of symbolic links.",
-                   thenRestart("Replace the link by the file."));
+                   thenRestart("Replace the link with the file."));
     }
     if (error == EINVAL) {
         return bad("configuration.unreadable", path, "This is not a regular file.",
@@ -91,15 +91,14 @@ Findings parseFindings(Gateway& gateway) {
     }
     Json::Value root;
     if (const std::string words = parse(text, root); !words.empty()) {
-        return {
-            bad("configuration.invalid-json", path, words,
-                thenRestart("Correct the file at that place or just before: look for a comma, a "
-                            "quote or a brace that is missing or superfluous."))};
+        return {bad("configuration.invalid-json", path, words,
+                    thenRestart("Look at this place and just before it for a missing or extra "
+                                "comma, quote or brace."))};
     }
     if (const std::string words = findDuplicate(text); !words.empty()) {
         return {bad("configuration.duplicate-key", path,
                     words + ". The daemon uses the last one only.",
-                    thenRestart("Merge the two into one."))};
+                    thenRestart("Merge the two keys into one."))};
     }
     Findings found = judgeTypes(root);
     if (found.empty()) {

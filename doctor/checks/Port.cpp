@@ -33,7 +33,7 @@ Finding judgeMissing(const std::string& subject, const Look& look) {
         if (socket.isOwn && !socket.isTcp && socket.remotePort == 0 && socket.localPort != 0) {
             Finding finding = bad("port.other", subject,
                                   "The daemon listens on port " + std::to_string(socket.localPort) +
-                                      ": the configuration was changed since its start.",
+                                      ". The configuration was changed after the daemon started.",
                                   "Restart: " + serviceCommand("restart"));
             finding.facts["listensOn"] = socket.localPort;
             return finding;
@@ -56,7 +56,8 @@ int firstFreePort() {
 Finding judgeFree(const Gateway& gateway, const std::string& subject, int port) {
     if (port < firstFreePort() && gateway.user.uid != 0) {
         return bad("port.privileged", subject,
-                   "The user " + gateway.user.name + " may not listen on ports below " +
+                   "The user " + gateway.user.name +
+                       " has no permission to listen on ports below " +
                        std::to_string(firstFreePort()) + ".",
                    thenRestart("Write a number from 1024 to 65535 into udp.veyraPort."));
     }

@@ -265,10 +265,10 @@ Findings judgeTypes(const Value& root) {
         }
         found.push_back(
             bad("configuration.wrong-type", setting.name + " " + shown(setting.name, value),
-                setting.name == cloudName ? "The type is wrong: each datagram ends in an exception."
+                setting.name == cloudName ? "The type is wrong: each datagram causes an exception."
                                           : "The type is wrong: the daemon aborts at startup.",
-                thenRestart("Write sections in braces, texts in quotes, and numbers, "
-                            "true and false without quotes.")));
+                thenRestart("Write sections in braces and texts in quotes. Write numbers, true and "
+                            "false without quotes.")));
     }
     return found;
 }

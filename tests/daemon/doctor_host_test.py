@@ -198,7 +198,7 @@ class DoctorOnProcess(DoctorTest):
         (units / f"{name}.d/x.conf").write_text(drop_in)
         report = self.examine()
         self.assertEqual(report.bad(), {"service.other-configuration"})
-        self.assertIn("has /y.", report.finding("service.other-configuration")["cause"])
+        self.assertIn("uses /y.", report.finding("service.other-configuration")["cause"])
 
     def test_finds_files_relative_to_the_daemons_directory(self) -> None:
         self.testbed.write_configuration()
