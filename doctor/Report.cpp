@@ -42,9 +42,9 @@ Json::Value makeRoot() {
     return root;
 }
 
-// The text as lines of at most 80 characters, the first of which begins with `start`; the others are
-// indented as far. A word that is too long is broken: a terminal must not continue it at the left edge,
-// where it could look like a line of its own.
+// Splits the text into lines of at most 80 characters. The first line begins with `start`; the other
+// lines are indented by its length. A word that is too long is broken: a terminal must not continue it
+// at the left edge, where it could look like a line of its own.
 std::vector<std::string> wrapped(const std::string& start, const std::string& text) {
     std::vector<std::string> lines{start};
     std::istringstream words(printable(text));

@@ -82,7 +82,7 @@ Finding judgeSilence(const Gateway& gateway, const std::string& subject, int por
 }
 
 // Whether the doctor and the daemon have the same client id: each new connection then ends the other
-// one. A daemon that reconnects for another reason leaves the doctor's connection alone.
+// one. If the daemon reconnects for another reason, the doctor's connection stays open.
 bool disturbsDaemon(Gateway& gateway, MqttProbe& probe, std::uint64_t linkBefore) {
     constexpr long reconnectMs = 2500;
     const bool isReplaced = linkBefore != 0 && gateway.linkInode(gateway.look()) != linkBefore;

@@ -1,4 +1,4 @@
-// Whether the cloud answers as the daemon needs it to. An unsigned HEAD request on the API prefix.
+// Whether the cloud responds as the daemon requires. An unsigned HEAD request on the API prefix.
 #include "checks/Checks.h"
 #include "checks/CloudCertificate.h"
 #include "cloud/CloudRequest.h"
@@ -14,7 +14,7 @@ namespace {
 constexpr const char* fixAddress =
     "Correct scheme, host and port in network.veyraServer, or the proxy setting of the service.";
 
-// libcurl's words with the addresses that it tried.
+// The error message of libcurl with the addresses that it tried.
 std::string errorOf(const HttpAnswer& answer) {
     std::string text = answer.error;
     if (answer.systemError != 0 && answer.code != CURLE_OPERATION_TIMEDOUT) {
@@ -57,7 +57,7 @@ Finding judgeTimeout(const std::string& url, const HttpAnswer& answer) {
         "Ask the operator of the cloud. The daemon waits without a time limit.");
 }
 
-// Whether the name server runs on this machine: then a route says nothing about it.
+// Whether the name server runs on this machine. If so, the name server does not need a route.
 bool hasLocalNameServer() {
     const std::string text = textOf("/etc/resolv.conf");
     return text.find("nameserver 127.") != std::string::npos ||
@@ -148,7 +148,7 @@ Findings judgeCaFile(const std::string& url, int error, const std::string& text)
     return {};
 }
 
-// A second look, without verification, tells why a certificate was refused.
+// A second request, without verification, shows why the certificate was rejected.
 Finding judgeRefusal(Gateway& gateway, const std::string& url, const std::string& fullUrl,
                      const std::string& caText) {
     constexpr long lookMs = 2000;

@@ -11,7 +11,7 @@ namespace {
 
 constexpr const char* expectedRoot = "DigiCert Global Root CA";
 
-// The names of the CA certificates in the file, a few of them.
+// The names of the first few CA certificates in the file.
 std::string namesOf(const std::vector<Certificate>& certificates) {
     constexpr std::size_t most = 3;
     std::string names;
@@ -24,7 +24,8 @@ std::string namesOf(const std::vector<Certificate>& certificates) {
     return names;
 }
 
-// The last certificate of those that the server sends, by way of the issuers from its own.
+// The top of the chain that the server sends: follows the issuers, starting at the server's own
+// certificate.
 const Certificate& topOf(const std::vector<Certificate>& chain) {
     const Certificate* top = &chain.front();
     for (const Certificate& next : chain) {

@@ -39,7 +39,7 @@ Finding unreadable(const Gateway& gateway, int error) {
                thenRestart("Put the file there, or correct -c in the start command."));
 }
 
-// Parses as the daemon does. Returns the parser's words for the first fault, with its place.
+// Parses as the daemon does. Returns the parser's message for the first fault, with line and column.
 std::string parse(const std::string& text, Json::Value& root) {
     Json::Reader reader;
     try {
@@ -56,14 +56,15 @@ std::string parse(const std::string& text, Json::Value& root) {
     std::string words = reader.getFormattedErrorMessages();
     words = words.substr(2, words.find('\n', words.find('\n') + 1) - 2);
     std::replace(words.begin(), words.end(), '\n', ':');
-    const auto quoted = words.find("' is not a number"); // it quotes what may be a secret
+    const auto quoted = words.find("' is not a number"); // the quoted text may be a secret
     if (quoted != std::string::npos) {
         words.replace(words.find('\''), quoted + 1 - words.find('\''), "this");
     }
     return words.substr(0, words.find_last_not_of('.') + 1) + ".";
 }
 
-// A second parse, since the daemon accepts a key that stands twice. Empty when none does.
+// Finds duplicate keys with a second, strict parse, because the daemon accepts them. Empty when there
+// are none.
 std::string findDuplicate(const std::string& text) {
     Json::CharReaderBuilder builder;
     builder["rejectDupKeys"] = true;

@@ -1,4 +1,4 @@
-// Whether the secret that signs requests is made of what the cloud knows.
+// Whether the secret that signs requests is made of the parts that the cloud knows.
 #include "Crypto/Sha256.h"
 #include "VeyraServer/GatewaySecret.h"
 #include "checks/Checks.h"
@@ -95,7 +95,8 @@ void append(Findings& found, const Findings& more) {
     found.insert(found.end(), more.begin(), more.end());
 }
 
-// As the daemon reads the file: what is not one JSON object counts as missing. Returns errno, or 0.
+// Reads the file as the daemon does: anything other than one JSON object counts as missing. Returns
+// errno, or 0.
 int readDevice(Gateway& gateway, const std::string& path) {
     std::string text;
     const int error = gateway.readAsService(path, text);

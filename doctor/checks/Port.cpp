@@ -7,7 +7,7 @@
 
 namespace {
 
-// Whether the socket receives, or takes away, what is sent to the port on 127.0.0.1.
+// Whether the socket receives datagrams to the port on 127.0.0.1, or takes them from the daemon.
 bool isAtPort(const Socket& socket, int port) {
     return !socket.isTcp && socket.localPort == port && coversLoopback(socket.localAddress);
 }
@@ -43,7 +43,7 @@ Finding judgeMissing(const std::string& subject, const Look& look) {
                "See the daemon's log.");
 }
 
-// Below this port the service user may not listen.
+// The lowest port on which the service user has permission to listen.
 int firstFreePort() {
     const std::string text = textOf("/proc/sys/net/ipv4/ip_unprivileged_port_start");
     if (text.empty()) {

@@ -58,7 +58,7 @@ Finding judgeStandstill(const std::string& subject, const LifeFacts& facts) {
                    "The main thread of the daemon has not run during this examination.", findCause);
 }
 
-// The main thread runs about once a second: that is libcurl at work.
+// The main thread runs about once a second, because libcurl waits for a response.
 Finding judgeSlowness(const std::string& subject, const LifeFacts& facts) {
     const std::string kill = "kill -KILL " + std::to_string(facts.now.pid);
     if (!facts.datagramsAreSeen) {
@@ -117,7 +117,7 @@ Findings judgeRestarts(const Gateway& gateway) {
                 gateway.problems.empty() ? findCause : "Fix the problems above first.")};
 }
 
-// How the last run ended, as far as the service manager, the kernel and the log know.
+// How the last run ended, according to the service manager, the kernel and the log.
 Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
     const std::string start = "Start it: " + serviceCommand("start");
     const std::string error = lastErrorOf(gateway);
@@ -195,7 +195,7 @@ LifeFacts gatherFacts(const Gateway& gateway, const Look& active, const Look& no
     return facts;
 }
 
-// What looks stuck is looked at for longer.
+// A daemon that looks stuck is observed for longer.
 bool isFinal(const Finding& finding, std::uint64_t passedMs, std::uint64_t quietMs) {
     constexpr std::uint64_t shortMs = 2000;
     constexpr std::uint64_t activeMs = 500;

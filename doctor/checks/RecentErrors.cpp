@@ -1,4 +1,4 @@
-// What the log says of faults since the last start: the check "errors".
+// The check "errors": faults in the log since the last start.
 #include "checks/RecentErrors.h"
 
 #include "checks/Checks.h"
@@ -14,7 +14,7 @@ using Event = LogHistory::Event;
 
 constexpr std::time_t recentSeconds = 600;
 
-// The text of a record, cut, without what may be a secret in a URL.
+// The text of a record, shortened, without possible secrets in a URL.
 std::string quoted(const std::string& record) {
     constexpr std::size_t longest = 160;
     const std::string text = printable(masked(record));
@@ -189,7 +189,7 @@ Findings checkRecentErrors(Gateway& gateway) {
     }
     LogHistory history = gateway.history;
     if (gateway.disturbedLink) {
-        history.events.erase(Kind::LINK_REBUILT); // it may be the doctor's own doing
+        history.events.erase(Kind::LINK_REBUILT); // the doctor itself may have caused it
     }
     RecentFacts facts;
     facts.path = gateway.logFile;

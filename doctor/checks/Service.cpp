@@ -1,4 +1,5 @@
-// Whether the running daemon is the one that the service would start now, and has what it needs.
+// Whether the running daemon matches the daemon that the service would start now, and has enough
+// resources.
 #include "checks/Checks.h"
 #include "cloud/CloudRequest.h"
 #include "host/Text.h"
@@ -7,7 +8,7 @@
 
 namespace {
 
-// A process near a limit fails soon. In percent.
+// In percent: a process above this share of a limit will soon fail.
 constexpr std::uint64_t nearLimit = 90;
 
 void judgeProgram(const Gateway& gateway, Findings& found) {
