@@ -266,7 +266,7 @@ class Breaker(DaemonTest):
     REFUSED = "WARNING Circuit is broken, too many failed requests, backoff "
 
     def send_refused(self, *answers: Answer) -> int:
-        """Sends one datagram for each answer, and one that is dropped. Returns the logged backoff."""
+        """Sends a datagram for each answer, and one that is dropped. Returns the logged backoff."""
         self.testbed.cloud.answers.extend(answers)
         self.testbed.start_ready_daemon()
         for _ in answers:

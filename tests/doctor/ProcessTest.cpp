@@ -114,7 +114,7 @@ TEST(Process, NamesTheBrokerThatItConnectsTo) {
     EXPECT_NE(looks.judged().cause.find("127.0.0.2"), std::string::npos);
 }
 
-TEST(Sockets, AreAtLoopbackWhateverTheFamily) {
+TEST(Sockets, AreAtLoopbackInBothFamilies) {
     EXPECT_TRUE(coversLoopback("0100007F"));
     EXPECT_TRUE(coversLoopback("00000000"));
     EXPECT_TRUE(coversLoopback("0000000000000000FFFF00000100007F"));
