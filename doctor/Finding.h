@@ -1,4 +1,4 @@
-// What a check of the doctor found. Plain data, usable from any thread.
+// The result of a check. Plain data, usable from any thread.
 #pragma once
 
 #include "common/Json.h"

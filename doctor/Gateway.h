@@ -71,7 +71,7 @@ struct Gateway {
     int logError = 0; // errno of reading the log
     HttpAnswer cloud;
     std::string brokerHost;            // numeric, the address that accepts connections
-    std::unique_ptr<MqttProbe> broker; // connected; null when that failed
+    std::unique_ptr<MqttProbe> broker; // null if the connection failed
     std::vector<std::uint64_t> links;  // each different state of the daemon's connection
     bool disturbedLink = false;        // the doctor's connection ended the daemon's
     bool replyWasSeen = false;

@@ -28,7 +28,7 @@ Finding judgeAddresses(const std::string& subject, const BrokerAddress& broker,
     return bad("broker.refused", subject, "No broker listens at " + reason, fixAddress);
 }
 
-// Empty when no address before the good one is silent.
+// Empty when each address before the working one responds.
 Findings judgeSilentAddress(const std::string& subject, const std::vector<HostAddress>& tried) {
     for (const HostAddress& address : tried) {
         if (address.error == ETIMEDOUT) {

@@ -19,7 +19,7 @@ struct LifeFacts {
     bool hasLockRecord = false;   // the log has the record after which the daemon relays no more
 };
 
-// Its id tells what is wrong; the outcome is OK when the daemon works.
+// The id of the result names the problem; the outcome is OK when the daemon works.
 Finding judgeLife(const LifeFacts& facts);
 
 // Whether the main thread was at work between two looks a quarter of a second apart. An idle daemon

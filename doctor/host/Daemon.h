@@ -21,7 +21,7 @@ struct Daemon {
 };
 
 struct Daemons {
-    std::vector<Daemon> trusted; // the one that the service manager knows first, else the oldest
+    std::vector<Daemon> trusted; // the daemon of the service manager first, then by age
     std::vector<int> untrusted;  // processes that run the installed program as another user
 };
 

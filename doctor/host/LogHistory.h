@@ -33,7 +33,7 @@ struct LogHistory {
     std::time_t openUntil = 0;      // of the circuit breaker; 0: it was not open
     std::time_t endedUnaskedAt = 0; // the last record of a previous run without a stop record
     int rebuilds = 0;               // of the connection to the broker, the normal one included
-    int recentStarts = 0;           // within 3 minutes, that did not follow a stop
+    int recentStarts = 0;           // starts within 3 minutes that did not follow a stop
     bool isStopped = false;         // the last run has ended with a stop record
 };
 
