@@ -57,7 +57,7 @@ int readText(const std::string& path, std::string& text, std::size_t limitBytes 
 // The text of a file without a line feed at its end; empty when it cannot be read.
 std::string textOf(const std::string& path);
 
-// Where a symbolic link leads; empty when it cannot be read.
+// The target of a symbolic link; empty when it cannot be read.
 std::string linkTarget(const std::string& path);
 
 // Returns the errno that faccessat(2) would give the acting user for `path`; 0 if access is permitted.
