@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # check-musl.sh: compiles the sources of the programs, without linking them, against the headers of musl
-# in place of glibc's. Debian has no C++ standard library that is built for musl, so nothing is run.
+# instead of those of glibc. Debian has no C++ standard library for musl, so the programs cannot be
+# linked and run.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 
 libraries=$(mktemp --directory)
 trap 'rm -r "$libraries"' EXIT
 triplet=$(gcc -print-multiarch)
-# The headers of the other libraries, without glibc's that are next to them.
+# The headers of the other libraries, without the headers of glibc in the same directory.
 mkdir "$libraries/openssl"
 ln -s /usr/include/{jsoncpp/json,mosquitto*.h,mqtt_protocol.h,"$triplet/curl"} "$libraries"
 ln -s /usr/include{,"/$triplet"}/openssl/* "$libraries/openssl"

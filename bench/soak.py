@@ -80,7 +80,7 @@ class Soak:
         only = "topic readwrite lora/veyra\ntopic write lora/veyra_keepalive\n"
         self.acl.write_text(only if blocked else "topic readwrite lora/#\n")
         if self.testbed.broker:
-            self.testbed.broker.end(signal.SIGHUP, 0)  # makes it read the file again
+            self.testbed.broker.end(signal.SIGHUP, 0)  # makes the broker read the file again
 
     def begin(self, kind: FaultKind) -> None:
         if kind.answer:
@@ -214,7 +214,7 @@ class Soak:
 
 
 def is_during(request: Request, breaks: list[datetime]) -> bool:
-    """Whether the client may have lost the reply because its link was broken."""
+    """Whether the client may have lost the reply because the link was broken."""
     sent = datetime.fromisoformat(request.headers["X-API-TIMESTAMP"])
     return any(-1 < (noticed - sent).total_seconds() < 5 for noticed in breaks)
 

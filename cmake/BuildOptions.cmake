@@ -20,16 +20,17 @@ target_compile_options(veyra-options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
   -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2 -Wundef)
 
-# Timestamps stay right after 2038 and logs grow past 2 GiB on 32-bit targets too.
+# On 32-bit targets too, timestamps must be correct after 2038 and logs may exceed 2 GiB.
 target_compile_definitions(veyra-options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
-# The same sources give the same bytes, wherever and whenever they are built. An installed program has
-# its search path rewritten in place, so the length of the one before must not depend on the directory.
+# The same sources give the same bytes, at any place and time of the build. The installation overwrites
+# the search path of a program in place, so the length of the old path must not depend on the build
+# directory.
 target_compile_options(veyra-options INTERFACE -Wdate-time
   -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
-# Sanitizers need larger frames and stacks, whether they were asked for here or by the user's own flags.
+# Sanitizers need larger frames and stacks. They may be enabled here or by the user's own flags.
 set(sanitizers "${VEYRA_SANITIZE}")
 string(TOUPPER "${CMAKE_BUILD_TYPE}" buildType)
 if("${CMAKE_CXX_FLAGS} ${CMAKE_CXX_FLAGS_${buildType}}" MATCHES "-fsanitize=([^ ]+)")
@@ -50,9 +51,9 @@ else()
   target_link_options(veyra-options INTERFACE "$<${optimised}:LINKER:-z,relro,-z,now>")
 endif()
 
-# The broker worker has 32708 bytes of stack, most of which the resolver may take. A frame of this
-# tree's own code takes a sixteenth of it at the most. In what is installed: clang-tidy, which reads the
-# debug build's options, does not know this one.
+# The broker worker has 32708 bytes of stack, and the resolver may use most of it. A frame of this
+# tree's own code may use at most a sixteenth. Release builds only: clang-tidy reads the options of the
+# debug build and does not know this one.
 add_library(veyra-frames INTERFACE)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT sanitizers)
   target_compile_options(veyra-frames INTERFACE $<$<CONFIG:Release>:-Wstack-usage=2048>)

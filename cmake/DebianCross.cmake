@@ -25,7 +25,8 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# pkg-config describes this machine's libraries unless it is told to look into the sysroot.
+# By default pkg-config describes the libraries of this machine. These settings make it search the
+# sysroot.
 set(ENV{PKG_CONFIG_LIBDIR} "${VEYRA_SYSROOT}/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/pkgconfig:\
 ${VEYRA_SYSROOT}/usr/share/pkgconfig")
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${VEYRA_SYSROOT})

@@ -1,5 +1,5 @@
 # The gateway's platform library (namespace ZEP). By default the host implementation of this tree
-# is built; a firmware build names the gateway's own instead:
+# is built; a firmware build uses the gateway's own library instead:
 #   cmake -DZEP_PLATFORM_ROOT=/path/with/include-and-lib ...
 
 set(ZEP_PLATFORM_ROOT "" CACHE PATH
@@ -10,7 +10,7 @@ if(NOT ZEP_PLATFORM_ROOT)
   return()
 endif()
 
-# Looked up each time, since another root may be named in a build directory that exists.
+# Searched again each time, because an existing build directory may be configured with another root.
 find_library(zepLibrary zep-platform NO_CACHE
   PATHS ${ZEP_PLATFORM_ROOT} PATH_SUFFIXES lib/${CMAKE_LIBRARY_ARCHITECTURE} lib lib64
   NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
@@ -19,7 +19,8 @@ if(NOT zepLibrary OR NOT EXISTS "${ZEP_PLATFORM_ROOT}/include/ZEP/Logger.h")
     "and libzep-platform.so in lib, lib64 or lib/${CMAKE_LIBRARY_ARCHITECTURE}")
 endif()
 
-# A program looks for the SONAME of a library. Without one the linker records the path of the file.
+# The dynamic loader searches for the SONAME of a library. Without one the linker records the path of
+# the file.
 execute_process(COMMAND ${CMAKE_OBJDUMP} -p ${zepLibrary} OUTPUT_VARIABLE zepHeaders
   COMMAND_ERROR_IS_FATAL ANY)
 if(NOT zepHeaders MATCHES "SONAME +([^ \n]+)")

@@ -13,12 +13,12 @@ struct Check {
     const char* name;
     On on;
     std::vector<std::string> needs; // checks that must be ok before this one makes sense
-    long leastMs;                   // the time without which its result would mean nothing
+    long leastMs;                   // least time for a meaningful result
     Findings (*run)(Gateway& gateway);
 };
 
-// In the order in which a technician reads them. "alive" compares two looks at the daemon, the first
-// of which is taken at the start: the checks before it use the time in between.
+// In the order in which a technician reads them. "alive" compares two looks at the daemon. The first
+// look is taken at the start, and the checks before "alive" use the time between the two.
 const Check checks[] = {
     {"configuration", On::ALWAYS, {}, 0, checkConfiguration},
     {"settings", On::FULL_RUN, {"configuration"}, 0, checkSettings},
@@ -68,7 +68,7 @@ class Diagnosis {
         if (outcome == Outcome::BAD) {
             return 1;
         }
-        // An ordinary user who sees no problem may not have been shown the place where it is.
+        // Without root a problem may be hidden from the doctor, so this result is not a success.
         if (outcome == Outcome::UNKNOWN && !gateway.isRoot) {
             return 2;
         }
@@ -91,7 +91,7 @@ class Diagnosis {
         }
         const Findings findings = check.run(gateway);
         for (const Finding& finding : findings) {
-            // With --alive the configuration is only read for the sake of the other check.
+            // With --alive the configuration is read only because "alive" needs it.
             const bool isSilent = gateway.options.alive != 0 && check.run == checkConfiguration;
             if (!isSilent) {
                 report.add(check.name, finding);

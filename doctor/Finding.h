@@ -1,4 +1,4 @@
-// What a check of the doctor found. Plain data, usable from any thread.
+// The result of a check. Plain data, usable from any thread.
 #pragma once
 
 #include "common/Json.h"
@@ -15,7 +15,7 @@ struct Finding {
     std::string id;      // stable, such as "broker.refused"; empty when the outcome is OK
     std::string subject; // what was examined
     std::string cause;
-    std::string fix;   // of what is bad: what to do, as a command where one exists
+    std::string fix;   // what to do about a problem; a command where possible
     Json::Value facts; // numbers and names for programs that read the report
 };
 

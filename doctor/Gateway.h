@@ -1,5 +1,5 @@
-// What is known of the gateway during one run of the doctor. Each check adds what it learned, and
-// later checks use it. One thread.
+// The facts about the gateway that one run of the doctor collects. Each check adds facts, and later
+// checks use them. One thread.
 #pragma once
 
 #include "Options.h"
@@ -17,20 +17,22 @@
 struct Gateway {
     explicit Gateway(const Options& given);
 
-    // Milliseconds that a step may take: `wantedMs`, or what is left of the run; 0 when nothing is.
+    // Milliseconds that a step may take: `wantedMs`, or the time left in the run if that is shorter. 0
+    // when no time is left.
     long limitMs(long wantedMs) const;
 
-    // The fix where rights are missing: to be root. Empty when the caller is root.
+    // The fix for missing permissions: "run as root". Empty when the caller is root.
     std::string rightsHint() const;
 
-    // Whether root may be told to run a command on this path: it is the package's or the caller's, and
-    // not one that the process of the service user chose.
+    // Whether a fix may tell root to run a command on this path. True for a path of the package or of
+    // the caller, false for a path that a process of the service user chose.
     bool isOwnPath(const std::string& path) const;
 
     // Reads a file as the service user. Returns errno, or 0.
     int readAsService(const std::string& path, std::string& text) const;
 
-    // Where the daemon sees the absolute path, whose mounts may differ from those of the doctor.
+    // The path by which the doctor reaches the file that the daemon sees at the absolute path `path`.
+    // The mounts of the daemon may differ from those of the doctor.
     std::string asDaemonSees(const std::string& path) const;
 
     // A look at the daemon now, which also notes its connection to the broker.
@@ -55,8 +57,8 @@ struct Gateway {
 
     ServiceState service;
     Daemons daemons;
-    const Daemon* daemon = nullptr; // the one that is examined; null: none runs
-    ServiceUser user;               // the daemon's, else the packaged service's
+    const Daemon* daemon = nullptr; // the daemon that is examined; null: no daemon runs
+    ServiceUser user;               // of the daemon, or of the packaged service if none runs
     Look firstLook;
     DatagramWatch datagrams;
 
@@ -64,13 +66,13 @@ struct Gateway {
     std::string configurationText;
     Json::Value configuration; // null without a usable file
     Json::Value device;
-    std::string fingerprint; // of the secret; empty when none can be made
+    std::string fingerprint; // of the secret; empty when there is no secret
     LogHistory history;
     int logError = 0; // errno of reading the log
     HttpAnswer cloud;
     std::string brokerHost;            // numeric, the address that accepts connections
-    std::unique_ptr<MqttProbe> broker; // connected; null when that failed
-    std::vector<std::uint64_t> links;  // the daemon's connection as the looks showed it change
+    std::unique_ptr<MqttProbe> broker; // null if the connection failed
+    std::vector<std::uint64_t> links;  // each different state of the daemon's connection
     bool disturbedLink = false;        // the doctor's connection ended the daemon's
     bool replyWasSeen = false;
     std::set<std::string> problems; // names of the checks that found one

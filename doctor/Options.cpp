@@ -50,7 +50,7 @@ Options parseOptions(int argc, char** argv) {
                                                               {'l', &given.logFile},
                                                               {'r', &given.runDirectory},
                                                               {'s', &given.signedPath}};
-    opterr = 0; // the fault is reported by the caller, as JSON if that was asked for
+    opterr = 0; // the caller reports the fault, as JSON if requested
     int found = 0;
     while ((found = getopt_long(argc, argv, "c:l:", longOptions, nullptr)) != -1) {
         if (const auto text = texts.find(found); text != texts.end()) {

@@ -12,7 +12,7 @@ struct Options {
     int json = 0;
     int help = 0;
     int version = 0;
-    std::string fault; // what is wrong with the arguments; empty when nothing is
+    std::string fault; // the error in the arguments; empty when they are valid
 };
 
 Options parseOptions(int argc, char** argv);

@@ -1,5 +1,5 @@
-// What the doctor says: lines for an 80-column terminal as each check ends, or one JSON object at
-// the end. All texts pass through printable(). One thread.
+// The output of the doctor: lines for an 80-column terminal after each check, or one JSON object at the
+// end. All texts pass through printable(). One thread.
 #pragma once
 
 #include "Finding.h"
@@ -12,10 +12,10 @@ class Report {
 
     void add(const std::string& check, const Finding& finding);
 
-    // The check was not run, since `needed` was not ok.
+    // Records that `check` was not run because `needed` was not ok.
     void skip(const std::string& check, const std::string& needed);
 
-    // Ends the report. `offerMore`: says what else can be tried when no problem was found. Returns the
+    // Ends the report. `offerMore` adds further suggestions when no problem was found. Returns the
     // worst outcome.
     Outcome finish(const std::string& fingerprint, bool offerMore);
 

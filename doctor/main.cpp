@@ -1,6 +1,6 @@
-// lora-veyra-doctor: says what is wrong with this gateway, in one command. It uses the daemon's own
-// functions, so that it judges as the daemon does; it changes nothing and does not disturb a running
-// daemon.
+// lora-veyra-doctor finds the faults of this gateway in one command. It uses the daemon's own
+// functions, so that it interprets every value as the daemon does; it changes nothing and does not
+// disturb a running daemon.
 #include "Diagnosis.h"
 #include "VeyraServer/Version.h"
 
@@ -19,7 +19,8 @@ namespace {
 constexpr unsigned longestRunS = 25;
 constexpr int couldNotWork = 2;
 
-// What waits in the kernel, such as a file on a dead network drive, must not hold up the technician.
+// A call that blocks in the kernel, such as a read from a dead network drive, must not block the
+// doctor.
 void limitRun() {
     std::signal(SIGALRM, [](int) {
         constexpr char text[] = "lora-veyra-doctor: not finished after 25 s\n";

@@ -24,7 +24,7 @@ makePackage() {
 
 makeCrossPackage() {
     packaging/make-sysroot.sh "$1" "build-$1/sysroot"
-    # The database of the sysroot knows which package a library of the target is from.
+    # The database of the sysroot maps each library of the target to its package.
     ARCH=$1 DPKG_ADMINDIR=$PWD/build-$1/sysroot/var/lib/dpkg makePackage cross "build-$1"
 }
 
@@ -33,7 +33,7 @@ dependencies() { dpkg-deb --field "$1" Depends | tr , '\n' | sed 's/(.*)//; s/ /
 
 SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(sourceTime)}
 export SOURCE_DATE_EPOCH
-umask 022 # CPack gives it to directories
+umask 022 # CPack sets this mode on directories
 rm -rf "$output"
 makePackage release build
 mapfile -t architectures < <(awk '$6 == "package" { print $1 }' cmake/targets.list)

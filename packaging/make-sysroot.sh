@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# make-sysroot.sh ARCHITECTURE DIR: downloads what programs for a Debian architecture are compiled
-# and linked against into DIR, where a toolchain file and qemu find it. Does nothing when DIR is
-# complete. Nothing of it is run here, so any architecture will do.
+# make-sysroot.sh ARCHITECTURE DIR: downloads the headers and libraries of a Debian architecture into
+# DIR, where a toolchain file and qemu find them. Does nothing when DIR is complete. The script runs
+# none of the downloaded programs, so it works for any architecture.
 set -euo pipefail
 
 readonly packages=(libc6-dev libstdc++-12-dev libjsoncpp-dev libcurl4-openssl-dev
     libmosquittopp-dev libssl-dev libgtest-dev)
 
-# The dpkg database of a system on which all of it were installed: dpkg-shlibdeps finds in it which
-# package a library is from. It looks libraries up by the path under which it found them, which
-# begins with the sysroot's.
+# Writes a dpkg database as if all packages were installed, so that dpkg-shlibdeps finds the package of
+# each library. dpkg-shlibdeps searches for the path of the library, which begins with the path of the
+# sysroot.
 registerPackages() {
     local deb name info=$sysroot/var/lib/dpkg/info
     mkdir -p "$info"
@@ -51,7 +51,7 @@ here=$(dirname "$(realpath "$0")")
 architecture=$1
 sysroot=$(realpath -m "$2")
 
-# The mark is written last, so that a download that was cut short is made again.
+# The mark is written last, so that an incomplete download is repeated.
 mark="$architecture $sysroot ${packages[*]}"
 if [[ -e $sysroot.complete && $(<"$sysroot.complete") == "$mark" ]]; then
     exit 0

@@ -1,7 +1,7 @@
 # shellcheck shell=bash
-# What the trials of a package share; sourced by them. They run in namespaces of their own, where
-# the default ports are free: what is mounted and started there is gone when they end. The peers run
-# outside of the Debian root that the package is tried in.
+# Functions that the package tests source. Each test runs in namespaces of its own, where the default
+# ports are free. All mounts and processes disappear when the test ends. The peers run outside the
+# Debian root in which the package is tested.
 
 readonly root=$1 name=lora-veyra-server user=lora-veyra deadlineS=30
 readonly conf=/etc/$name.conf logFolder=/var/log/$name
@@ -78,7 +78,7 @@ configure() {
         -e "s/00000000-0000-0000-0000-000000000000/$key/" "$root$conf"
     inRoot mkdir -p /run/config
     inRoot tee /run/config/device_info.json <<<"{\"deviceId\": \"$deviceId\"}" >/dev/null
-    # Instead of the link to the real authority.
+    # Replaces the link to the real CA certificate.
     rm -f "$root/etc/ssl/certs/DigiCert_Global_Root_CA.pem"
     install -m 0644 "$work/certificates/ca.pem" "$root/etc/ssl/certs/DigiCert_Global_Root_CA.pem"
     cp "$root$conf" "$work/edited.conf"
@@ -89,7 +89,7 @@ send() {
     printf '{"path": "%s", "request": {"brantle_serial": %s}}' "$1" "$2" >/dev/udp/127.0.0.1/1790
 }
 
-# relay NUMBER: the NUMBERth datagram's whole road.
+# relay NUMBER: checks datagram NUMBER on its whole path.
 relay() {
     send m1/gateways/SN1/check_in '"SN1"'
     await "the answer to datagram $1 is on the broker" hasLines "$work/replies.out" '^{' "$1"
@@ -97,11 +97,12 @@ relay() {
         hasLines "$work/cloud.out" '"verdict": "signature valid"' "$1"
 }
 
-# Options that every run of the doctor gets.
+# The options of every run of the doctor.
 doctorOptions=()
 
-# doctor LINES: the doctor finds no problem, and at least so many checks are ok. Two checks may be
-# unknown here: not every cloud sends its time, and an earlier run of the daemon may have been killed.
+# doctor LINES: the doctor finds no problem, and at least LINES checks are ok. Two checks may be unknown
+# here: "clock", because the mock cloud may send no Date header, and "errors", because an earlier run of
+# the daemon may have been killed.
 doctor() {
     inRoot lora-veyra-doctor "${doctorOptions[@]}" >"$work/doctor.out" 2>&1 &&
         [[ $(grep -c '^ok ' "$work/doctor.out") -ge $1 ]] &&

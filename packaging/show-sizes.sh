@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# show-sizes.sh BUILD: prints the sizes, stripped, of what a build folder's package consists of.
+# show-sizes.sh BUILD: prints the sizes, stripped, of the files in the package of a build directory.
 set -euo pipefail
 
 build=$(realpath "$1")

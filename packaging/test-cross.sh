@@ -15,7 +15,7 @@ cmake --preset release
 cmake --build --preset release -j "$jobs"
 ctest --preset cross -j "$jobs"
 
-# Not by the kernel's means (binfmt), which would be a setting of the whole machine.
+# Does not use binfmt of the kernel, because that is a setting of the whole machine.
 emulator=$(awk -v architecture="$ARCH" '$1 == architecture { print $5 "-static" }' cmake/targets.list)
 for program in server doctor; do
     printf '#!/bin/sh\nexec %s -L "%s" "%s" "$@"\n' \
@@ -23,7 +23,7 @@ for program in server doctor; do
     chmod +x "$build/emulated-$program"
 done
 
-# Left out is what measures or lasts, and what the emulator cannot do.
+# Leaves out long tests, measurements, and tests that the emulator does not support.
 leftOut='ten_thousand|processor_time|large_response|any_moment|without_threads'
 VEYRA_DAEMON_PROGRAM=$build/emulated-server VEYRA_DOCTOR_PROGRAM=$build/emulated-doctor \
     ctest --preset release -j 4 -R '^(relay|broker|lifecycle|startup|doctor[a-z_]*)\.' -E "$leftOut"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# test-package-systemd.sh ROOT: boots the systemd of the Debian root ROOT, installs /package.deb
-# under it, and has it end the states that the program never leaves by itself. Called by
+# test-package-systemd.sh ROOT: boots the systemd of the Debian root ROOT, installs /package.deb there,
+# and checks that systemd ends the states that the program never leaves by itself. Called by
 # test-packages.sh in namespaces of its own. Ends with status 75 where systemd cannot be booted.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
@@ -9,7 +9,7 @@ cd "$(dirname "$(realpath "$0")")/.."
 
 readonly cannotRun=75
 
-# What a container gives its systemd: no devices, the kernel's settings for reading only.
+# The environment of systemd in a container: no devices, read-only kernel settings.
 becomeSystemd() {
     local item
     mount --bind "$root" "$root"
@@ -36,7 +36,7 @@ becomeSystemd() {
     exec env -i container=other /lib/systemd/systemd --unit=sysinit.target
 }
 
-# Control groups are the one thing here that outlives the namespaces.
+# Only the control groups outlive the namespaces.
 removeGroup() {
     [[ -z ${unshare-} ]] || kill -KILL "$unshare"
     while grep -q "populated 1" "$group/cgroup.events"; do
@@ -68,10 +68,10 @@ bootSystemd() {
 property() { inRoot systemctl show --property "$1" --value "$name"; }
 isUp() { [[ $(inRoot systemctl is-system-running 2>/dev/null) == @(running|degraded) ]]; }
 isActive() { inRoot systemctl --quiet is-active "$name"; }
-# isAnew PID: it runs, and not as PID any more.
-isAnew() { isActive && [[ $(property MainPID) != "$1" ]]; }
+# isRestarted PID: the service runs, and its process is not PID.
+isRestarted() { isActive && [[ $(property MainPID) != "$1" ]]; }
 
-# What the journal has of the unit since the mark.
+# The journal of the unit since the mark.
 mark=0
 inJournal() {
     inRoot journalctl --quiet --unit "$name" --output cat >"$work/journal.out"
@@ -85,7 +85,7 @@ expectInJournal() {
     done
 }
 
-# All else happens with limits that do not take minutes. The drop-in is gone with this systemd.
+# The other tests use shorter limits. The drop-in disappears with this systemd.
 testInstallation() {
     local folder=/run/systemd/system/$name.service.d
     echo "Installation under systemd"
@@ -115,7 +115,7 @@ testLockHeld() {
     send m1/second '"SN1"'
     expectInJournal "Watchdog timeout (limit 3s)!" "with signal SIGKILL" \
         "Failed with result 'watchdog'"
-    await "it was started anew" isAnew "$pid"
+    await "it was restarted" isRestarted "$pid"
     relay 2
 }
 
@@ -128,11 +128,11 @@ testNoAnswer() {
     send m1/third '"SN1"'
     expectInJournal "Watchdog timeout (limit 3s)!" "Failed with result 'watchdog'"
     kill -CONT "$cloud"
-    await "it was started anew" isAnew "$pid"
+    await "it was restarted" isRestarted "$pid"
     relay 3
 }
 
-# A port that is no number is not tested at the start.
+# A port that is not a number is not tested at startup.
 testPortTaken() {
     local holder
     echo "The bind is repeated"
@@ -149,7 +149,7 @@ signal.pause()' &
     expectInJournal "start operation timed out. Terminating." \
         "State 'stop-sigterm' timed out. Killing." "Failed with result 'timeout'"
     kill "$holder"
-    await "it was started anew" isActive
+    await "it was restarted" isActive
     relay 4
 }
 

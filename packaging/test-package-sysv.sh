@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# test-package-sysv.sh ROOT: installs /package.deb in the Debian root ROOT and takes it through its
-# life as on a system with SysV init, with a real broker and the stand-in cloud. Called by
+# test-package-sysv.sh ROOT: installs /package.deb in the Debian root ROOT and tests installation,
+# upgrade and removal as on a system with SysV init, with a real broker and the mock cloud. Called by
 # test-packages.sh in namespaces of its own.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
@@ -17,8 +17,8 @@ hasStarts() { hasRecords "Lora VEYRA Server started" "$1"; }
 isEnabledForInit() { compgen -G "$root/etc/rc2.d/S??$name" >/dev/null; }
 hasRecords() { [[ $(grep -sc "$1" "$root$log") -eq $2 ]]; }
 
-# startedRelay NUMBER: the NUMBERth datagram, after as many starts. The port was open for a moment
-# earlier, when it was tested.
+# startedRelay NUMBER: relays datagram NUMBER after start NUMBER. Waits for the record of the start,
+# because the startup test opens the port for a moment earlier.
 startedRelay() {
     await "the program has started" hasRecords "Start VeyraReceiveFunction" "$1"
     await "and listens" hasText /proc/net/udp ": 0100007F:06FE "
@@ -33,7 +33,7 @@ testInstallation() {
     apt install --no-install-recommends /package.deb
     check "the user is there" isUser
     check "the configuration is the group's to read" isOwned "$conf" "640 root $user"
-    check "the log's folder is the user's" isOwned "$logFolder" "750 $user $user"
+    check "the log directory belongs to the user" isOwned "$logFolder" "750 $user $user"
     check "systemd will start it" \
         test -h "$root/etc/systemd/system/multi-user.target.wants/$name.service"
     check "init will start it" isEnabledForInit
@@ -41,7 +41,7 @@ testInstallation() {
     check "and keeps running" service status
 }
 
-# Without systemd running, as a file. A score above 2.0 fails.
+# systemd does not run, so the unit is examined as a file. A score above 2.0 fails.
 testUnit() {
     local unit=$name.service score=$work/score.out
     echo "Unit"
@@ -65,7 +65,7 @@ testRelay() {
 testDoctor() {
     local outside="$root/run/config/device_info.json" file mode
     echo "Doctor"
-    if isEmulated; then # the executable is the emulator, so the process has to be named
+    if isEmulated; then # the executable is the emulator, so the process must be named
         doctorOptions=(--pid "$(daemonPid)")
     else
         check "it finds nothing bad in the process alone" service alive
@@ -84,7 +84,7 @@ testDoctor() {
     chmod 0750 "$root/var/log/$name"
 }
 
-# asNobody COMMAND...: starts it in the background. Its process id is in $nobody.
+# asNobody COMMAND...: starts COMMAND as nobody in the background and stores its process id in $nobody.
 asNobody() {
     "${enter[@]}" /usr/bin/setpriv --reuid nobody --regid nogroup --clear-groups "$@" \
         </dev/null >>"$work/nobody.out" 2>&1 &
@@ -92,12 +92,12 @@ asNobody() {
     sleep 1
 }
 
-# An unprivileged user cannot make root's doctor follow a process of his own.
+# The doctor, run by root, must not follow a process of an unprivileged user.
 testDoctorTrust() {
     local nobody
     ! isEmulated || return 0
     echo "Doctor and processes of others"
-    # With another port and broker, it disturbs the real daemon in nothing.
+    # This process has another port and broker, so it does not disturb the real daemon.
     cat >"$root/tmp/evil.conf" <<'END'
 {"udp": {"veyraPort": 1799}, "mqtt": {"enabled": true, "host": "127.0.0.1", "port": 9},
  "network": {"veyraServer": "https://127.0.0.1:9/evil/", "gatewayKey": "12"}}
@@ -136,7 +136,7 @@ testStop() {
     check "it was asked to" hasText "$root$log" "Shutdown signal received 15"
 }
 
-# The next version ships another configuration, so that dpkg has to choose.
+# The next version has another configuration file, so that dpkg must choose one of them.
 makeNextVersion() {
     dpkg-deb --raw-extract "$root/package.deb" "$work/next"
     sed -i 's/^Version: .*/&+next/' "$work/next/DEBIAN/control"

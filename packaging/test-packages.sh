@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# test-packages.sh [ARCHITECTURE]: takes a package of build-packages through its whole life, in a clean
-# Debian root that is thrown away afterwards. Without an argument the package for this machine and,
-# emulated where the kernel can do that, the one for armhf.
+# test-packages.sh [ARCHITECTURE]: tests installation, upgrade and removal of a package of
+# build-packages, in a clean Debian root that is deleted afterwards. Without an argument, tests the
+# package for this machine and the package for armhf; the latter only if the kernel can emulate it.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 
@@ -28,12 +28,12 @@ package=$(realpath build-packages/lora-veyra-server_*_"$architecture".deb)
 work=$(mktemp --directory --tmpdir lora-veyra-packages.XXXXXXXXXX)
 trap 'rm -rf --one-file-system "$work"' EXIT
 
-# The unit is judged by the systemd of the root: once is enough, since its file is always the same.
+# The systemd of the root checks the unit. Once is enough, because all packages have the same unit file.
 included=logrotate
 [[ $architecture != "$native" ]] || included+=,systemd
 
-# First the root gets all its packages from the network. What happens in it later has a network of its
-# own, which consists of the loopback interface.
+# First the root gets all its packages from the network. Everything after that runs with the loopback
+# interface only.
 echo "Making a Debian root for $architecture"
 # shellcheck disable=SC2016 # mmdebstrap's shell expands $1
 packaging/debian-root.sh --quiet --variant=minbase --architectures="$architecture" \

@@ -18,7 +18,7 @@ if [[ $(id -u) -eq 0 ]]; then
     chmod 0755 "$work"
     chown -R 54321:54321 "$work/home" "$work/another"
 fi
-# The copy has no history, so the time of the commit is handed over.
+# The copy has no history, so SOURCE_DATE_EPOCH passes on the time of the commit.
 SOURCE_DATE_EPOCH=$(sed -n 's/^# SOURCE_DATE_EPOCH=//p' "$first/SHA256SUMS")
 echo "Building the packages again in $second"
 (umask 077 && cd "$second" && "${as_user[@]}" env SOURCE_DATE_EPOCH="$SOURCE_DATE_EPOCH" \

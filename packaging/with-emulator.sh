@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# with-emulator.sh ARCHITECTURE COMMAND...: runs COMMAND, as root, where the kernel runs programs of that
-# architecture, of which build-ARCHITECTURE/sysroot has one. Ends with status 75 where that cannot be had.
+# with-emulator.sh ARCHITECTURE COMMAND...: runs COMMAND as root in an environment in which the kernel
+# can run programs of ARCHITECTURE. Tests this with a program of build-ARCHITECTURE/sysroot. Ends with
+# status 75 if it is not possible.
 #
-# A machine that is not set up for it is left as it is: the kernel is told to use qemu in a user
-# namespace of COMMAND's own, which takes Linux 6.7.
+# The settings of the machine do not change: if necessary, qemu is registered in a user namespace for
+# COMMAND only, which requires Linux 6.7.
 set -euo pipefail
 
 readonly cannotRun=75 architecture=$1
@@ -13,9 +14,9 @@ probe=$(realpath "${interpreters[0]}")
 
 runsForeign() { "$probe" --version >/dev/null 2>&1; }
 
-# The first 20 bytes of a program tell its instruction set. The mask lets the byte for the system vary,
-# and programs be position-independent or not. "F" has the kernel open qemu now: in another root it would
-# not be found.
+# The first 20 bytes of a program identify its instruction set. The mask ignores the byte for the
+# system, and accepts position-independent and other programs. With "F" the kernel opens qemu now,
+# because qemu does not exist in another root.
 registerEmulator() {
     local emulator magic
     emulator=$(awk -v name="$architecture" '$1 == name { print $5 "-static" }' \
@@ -37,7 +38,7 @@ if runsForeign; then
     exec "${@:2}"
 fi
 
-# Users and groups get the numbers that they have outside, which only the outside can give them.
+# Users and groups keep their numbers. Only a process outside the user namespace can set this mapping.
 exec 3>&1
 coproc child { exec unshare --user --mount "$0" "$architecture" --in-namespace "${@:2}"; }
 childPid=$! # of the coprocess

@@ -69,7 +69,7 @@ def body_fault(method: str, headers: dict[str, str], body: str) -> str:
 
 
 def verdict_of(secret: str, method: str, path: str, headers: dict[str, str], body: str) -> str:
-    """What is wrong with a request, or "signature valid"."""
+    """The fault of a request, or "signature valid"."""
     fault = header_fault(headers) or body_fault(method, headers, body)
     if fault or not path.startswith(PREFIX):
         return fault or "the path does not start with " + PREFIX

@@ -259,7 +259,7 @@ class TestEnvironment:
         (self.folder / "daemon.conf").write_text(text)
 
     def usual_options(self) -> list[object]:
-        """Of the daemon, and of the doctor when it has to be told."""
+        """The options of the daemon, and of the doctor when no daemon runs."""
         file = self.folder / "daemon.conf"
         return ["-c", file, "-l", self.log_file, "--var-run", self.folder / "run"]
 

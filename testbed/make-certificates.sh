@@ -57,7 +57,7 @@ fi
 umask 077
 mkdir -p "$1"
 cd "$1"
-# openssl reports every new key on standard error. Show that only if a command fails.
+# openssl reports every new key on standard error. This output is shown only if a command fails.
 if ! messages=$(makeAll 2>&1); then
     echo "make-certificates.sh: $messages" >&2
     exit 1

@@ -28,14 +28,14 @@ Finding judgeAddresses(const std::string& subject, const BrokerAddress& broker,
     return bad("broker.refused", subject, "No broker listens at " + reason, fixAddress);
 }
 
-// Empty when no address before the good one is silent.
+// Empty when each address before the working one responds.
 Findings judgeSilentAddress(const std::string& subject, const std::vector<HostAddress>& tried) {
     for (const HostAddress& address : tried) {
         if (address.error == ETIMEDOUT) {
             return {bad("broker.address-silent", subject,
                         "The address " + address.text +
-                            " does not answer, and the daemon tries it "
-                            "first, for about two minutes. " +
+                            " does not answer. Each start of the daemon tries this address first "
+                            "and waits for about two minutes. " +
                             tried.back().text + " answers.",
                         thenRestart("Write " + tried.back().text + " into mqtt.host."))};
         }
@@ -57,7 +57,7 @@ Finding judgeConnack(const std::string& subject, int code, bool isAnonymous) {
     }
     return unknown("broker.rejected", subject,
                    "The broker rejects the doctor with code " + std::to_string(code) +
-                       ", perhaps because of its client id.");
+                       ", perhaps because of the doctor's client id.");
 }
 
 // The address accepts connections, but no answer to CONNECT came.
@@ -65,24 +65,25 @@ Finding judgeSilence(const Gateway& gateway, const std::string& subject, int por
     constexpr long handshakeMs = 2000;
     if (speaksTls(gateway.brokerHost, port, gateway.limitMs(handshakeMs))) {
         return bad("broker.tls", subject,
-                   "The broker wants TLS at this port, which the daemon does not speak.",
+                   "The broker expects TLS at this port. The daemon does not support TLS.",
                    thenRestart("Give the broker a listener without TLS on 127.0.0.1, and write its "
                                "port into mqtt.port."));
     }
     if (isEnded) {
         return bad("broker.closed", subject,
-                   "The connection was closed before CONNACK: the broker may be at its limit of "
-                   "connections, or another program listens there.",
-                   "See the broker's log, compare max_connections with its clients, or correct "
-                   "mqtt.port.");
+                   "The connection was closed before CONNACK. Either the broker is at its limit of "
+                   "connections, or another program listens at this port.",
+                   "See the broker's log. Compare max_connections with the number of clients, or "
+                   "correct mqtt.port.");
     }
-    return bad("broker.no-connack", subject,
-               "The connection is accepted, but CONNECT is not answered in time.",
-               "See the broker's log: the broker hangs, or another program listens there.");
+    return bad(
+        "broker.no-connack", subject,
+        "The connection is accepted, but CONNECT is not answered in time.",
+        "See the broker's log. Either the broker hangs, or another program listens at this port.");
 }
 
 // Whether the doctor and the daemon have the same client id: each new connection then ends the other
-// one. A daemon that reconnects for another reason leaves the doctor's connection alone.
+// one. If the daemon reconnects for another reason, the doctor's connection stays open.
 bool disturbsDaemon(Gateway& gateway, MqttProbe& probe, std::uint64_t linkBefore) {
     constexpr long reconnectMs = 2500;
     const bool isReplaced = linkBefore != 0 && gateway.linkInode(gateway.look()) != linkBefore;
@@ -107,11 +108,11 @@ Finding judgeAnswer(Gateway& gateway, const std::string& subject, const BrokerAd
     }
     if (isOpen && disturbsDaemon(gateway, *probe, linkBefore)) {
         gateway.disturbedLink = true;
-        return unknown("broker.same-client-id", subject,
-                       "The broker ends the daemon's connection when the doctor connects as the "
-                       "same user, and the other way round: it takes the username as client id "
-                       "(use_username_as_clientid). The daemon reconnects by itself.",
-                       "Use lora-veyra-doctor --alive with this broker.");
+        return unknown(
+            "broker.same-client-id", subject,
+            "The broker uses the username as the client id (use_username_as_clientid). It ended "
+            "the daemon's connection when the doctor connected. The daemon reconnects by itself.",
+            "Use lora-veyra-doctor --alive with this broker.");
     }
     gateway.broker = std::move(probe);
     return ok(subject);
@@ -137,7 +138,7 @@ Findings checkBroker(Gateway& gateway) {
         subject += " as " + credentials->username;
     }
     if (broker.port < 1 || broker.port > 65535) {
-        return {bad("broker.refused", subject, "This is not a port.",
+        return {bad("broker.refused", subject, "mqtt.port is not a port number.",
                     thenRestart("Write a number from 1 to 65535 into mqtt.port."))};
     }
     const auto tried = tryAddresses(broker, gateway.limitMs(addressesMs));

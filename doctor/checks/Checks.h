@@ -22,7 +22,7 @@ Findings checkReplies(Gateway& gateway);
 Findings checkTraffic(Gateway& gateway);
 Findings checkRecentErrors(Gateway& gateway);
 
-// "... Then restart the service: COMMAND": the end of a fix that takes effect at the next start.
+// Appends "Then restart: COMMAND" to a fix that takes effect at the next start.
 std::string thenRestart(const std::string& fix);
 
 // The fix where the caller lacks rights.

@@ -20,8 +20,8 @@ Finding judgeClock(std::time_t now, const HttpAnswer& cloud) {
     if (cloud.date != 0 && cloud.isUnverified) {
         return unknown(
             "clock.unverified", subject,
-            "The server says " + utcText(cloud.date) +
-                ", but nothing proves that it is the cloud: do not set the clock by it.");
+            "The server reports " + utcText(cloud.date) +
+                ", but nothing proves that it is the cloud. Do not set the clock to this time.");
     }
     if (cloud.date != 0) {
         const std::time_t aheadS = cloud.dateTaken - cloud.date;
@@ -41,9 +41,9 @@ Finding judgeClock(std::time_t now, const HttpAnswer& cloud) {
         return bad("clock.wrong", subject, "The cloud's certificate is not valid yet at this time.",
                    fix);
     }
-    return unknown("clock.no-reference", subject,
-                   "There is no response of the cloud with a Date header to compare the clock "
-                   "with.");
+    return unknown(
+        "clock.no-reference", subject,
+        "No response with a Date header came from the cloud, so the clock was not checked.");
 }
 
 Findings checkClock(Gateway& gateway) {

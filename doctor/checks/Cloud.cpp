@@ -1,4 +1,4 @@
-// Whether the cloud answers as the daemon needs it to. An unsigned HEAD request on the API prefix.
+// Whether the cloud responds as the daemon requires. An unsigned HEAD request on the API prefix.
 #include "checks/Checks.h"
 #include "checks/CloudCertificate.h"
 #include "cloud/CloudRequest.h"
@@ -12,9 +12,9 @@
 namespace {
 
 constexpr const char* fixAddress =
-    "Correct scheme, host and port in network.veyraServer, or the proxy of the service.";
+    "Correct scheme, host and port in network.veyraServer, or the proxy setting of the service.";
 
-// libcurl's words with the addresses that it tried.
+// The error message of libcurl with the addresses that it tried.
 std::string errorOf(const HttpAnswer& answer) {
     std::string text = answer.error;
     if (answer.systemError != 0 && answer.code != CURLE_OPERATION_TIMEDOUT) {
@@ -51,12 +51,13 @@ Finding judgeTimeout(const std::string& url, const HttpAnswer& answer) {
                        errorOf(answer),
                    fixAddress);
     }
-    return bad("cloud.no-response", url,
-               "The server takes the request and does not answer within the doctor's limit.",
-               "Ask the operator of the cloud. The daemon waits without a limit.");
+    return bad(
+        "cloud.no-response", url,
+        "The server accepts the request, but does not answer within the doctor's time limit.",
+        "Ask the operator of the cloud. The daemon waits without a time limit.");
 }
 
-// Whether the name server runs on this machine: then a route says nothing about it.
+// Whether the name server runs on this machine. If so, the name server does not need a route.
 bool hasLocalNameServer() {
     const std::string text = textOf("/etc/resolv.conf");
     return text.find("nameserver 127.") != std::string::npos ||
@@ -87,8 +88,8 @@ Finding judgeConnection(const std::string& url, const HttpAnswer& answer) {
                    "Check the network: ip route");
     }
     if (answer.error.find("response 407") != std::string::npos) {
-        return bad("cloud.proxy-login", url, "The proxy wants a username and a password.",
-                   thenRestart("Correct the proxy of the service."));
+        return bad("cloud.proxy-login", url, "The proxy requires a username and a password.",
+                   thenRestart("Correct the proxy setting of the service."));
     }
     if (answer.error.find("wrong version number") != std::string::npos) {
         return bad("cloud.no-tls", url,
@@ -109,23 +110,24 @@ Finding judgeStatus(const std::string& url, const HttpAnswer& answer) {
     const std::string status = std::to_string(answer.status);
     const bool isHtml = answer.contentType.find("text/html") != std::string::npos;
     if (answer.status >= 502 && answer.status <= 504) {
-        return bad("cloud.unavailable", url, "The cloud is out of order: status " + status + ".",
+        return bad("cloud.unavailable", url, "The cloud is unavailable: status " + status + ".",
                    "Wait, or ask the operator of the cloud.");
     }
     if (answer.status == proxyAuthentication) {
-        return bad("cloud.proxy-login", url, "The proxy wants a username and a password.",
-                   "Correct the proxy of the service.");
+        return bad("cloud.proxy-login", url, "The proxy requires a username and a password.",
+                   "Correct the proxy setting of the service.");
     }
     const bool isRedirect = answer.status / 100 == 3 && !answer.location.empty();
     if (isRedirect && answer.location.find("//") != std::string::npos) {
         return bad("cloud.redirect", url,
                    "The server redirects to " + masked(answer.location) + " (status " + status +
-                       "): a redirected POST request arrives as a GET request.",
+                       "). A redirected POST request arrives as a GET request.",
                    thenRestart("Write the address of the API itself into network.veyraServer. On a "
                                "network with a login page, log in first."));
     }
     if (answer.status == 200 && isHtml) {
-        return bad("cloud.html", url, "The server answers with an HTML page instead of an API.",
+        return bad("cloud.html", url,
+                   "The server answers with an HTML page instead of an API response.",
                    thenRestart("Correct the API prefix in network.veyraServer. On a network with a "
                                "login page, log in first."));
     }
@@ -147,7 +149,7 @@ Findings judgeCaFile(const std::string& url, int error, const std::string& text)
     return {};
 }
 
-// A second look, without verification, tells why a certificate was refused.
+// A second request, without verification, shows why the certificate was rejected.
 Finding judgeRefusal(Gateway& gateway, const std::string& url, const std::string& fullUrl,
                      const std::string& caText) {
     constexpr long lookMs = 2000;

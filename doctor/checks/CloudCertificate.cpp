@@ -11,7 +11,7 @@ namespace {
 
 constexpr const char* expectedRoot = "DigiCert Global Root CA";
 
-// The names of the CA certificates in the file, a few of them.
+// The names of the first few CA certificates in the file.
 std::string namesOf(const std::vector<Certificate>& certificates) {
     constexpr std::size_t most = 3;
     std::string names;
@@ -24,7 +24,8 @@ std::string namesOf(const std::vector<Certificate>& certificates) {
     return names;
 }
 
-// The last certificate of those that the server sends, by way of the issuers from its own.
+// The top of the chain that the server sends: follows the issuers, starting at the server's own
+// certificate.
 const Certificate& topOf(const std::vector<Certificate>& chain) {
     const Certificate* top = &chain.front();
     for (const Certificate& next : chain) {
@@ -54,38 +55,36 @@ Finding judgeIssuer(const Refusal& refusal) {
     const char* const install = "Put the CA certificate of the cloud into the file:\n"
                                 "apt-get install --reinstall ca-certificates";
     if (issuerInFile(refusal) != nullptr) {
-        return bad("cloud.other-ca", refusal.url,
-                   "The server's certificate names " + issuer +
-                       ", which is in the CA file, but was "
-                       "signed with another key: " +
-                       refusal.answer.error + ".",
-                   std::string("Either the CA file is old, or the certificate is forged. ") +
-                       install);
+        return bad(
+            "cloud.other-ca", refusal.url,
+            "The server's certificate names the issuer " + issuer +
+                ". This issuer is in the CA file, but the signature was made with another key: " +
+                refusal.answer.error + ".",
+            std::string("Either the CA file is old, or the certificate is forged. ") + install);
     }
     const bool isExpected = top.issuer.find(expectedRoot) != std::string::npos;
     if (refusal.trusted.size() > 1 || isExpected) {
-        return bad("cloud.ca-missing", refusal.url,
-                   "The CA certificate " + issuer +
-                       ", which issued the server's certificate, is "
-                       "missing from the CA file." +
-                       file + ".",
-                   thenRestart(
-                       std::string(
-                           "Ask the operator of the cloud which CA is right: a proxy may also have "
-                           "made the certificate. ") +
-                       install));
+        return bad(
+            "cloud.ca-missing", refusal.url,
+            "The CA certificate " + issuer +
+                ", which issued the server's certificate, is "
+                "missing from the CA file." +
+                file + ".",
+            thenRestart(std::string("Ask the operator of the cloud which CA is correct. A proxy "
+                                    "may have made the certificate. If no proxy did: ") +
+                        install));
     }
     if (refusal.chain.size() == 1 && top.subject != top.issuer && !isIssuerKnown(top)) {
         return bad("cloud.incomplete-chain", refusal.url,
-                   "The server sends its own certificate only, and its issuer " + issuer +
-                       " is unknown here. Either the server does not send its intermediate "
+                   "The server sends only its own certificate, and the issuer " + issuer +
+                       " is not in the CA file. Either the server does not send its intermediate "
                        "certificate, or a proxy made the certificate." +
                        file + ".",
                    "Ask the operator of the cloud to send the complete chain.");
     }
     return bad("cloud.other-ca", refusal.url,
                "The server's certificate is from another CA: " + issuer + "." + file +
-                   ", and nothing else is trusted.",
+                   ". Only these are trusted.",
                "Find out whether a proxy intercepts the connection. Otherwise ask the operator of "
                "the cloud.");
 }
@@ -99,8 +98,8 @@ Finding judgeExpired(const Refusal& refusal) {
                                "certificate of the cloud into the file."));
     }
     return bad("cloud.certificate-expired", refusal.url, refusal.answer.error + ".",
-               "If the clock is wrong, set it first. Otherwise the cloud needs a new certificate: "
-               "ask its operator.");
+               "If the clock is wrong, set it first. Otherwise ask the operator of the cloud for a "
+               "new certificate.");
 }
 
 } // namespace
@@ -117,11 +116,11 @@ Finding judgeCertificate(const Refusal& refusal) {
                    "Set the clock: date -u -s 'YYYY-MM-DD hh:mm:ss'");
     case X509_V_OK: // libcurl itself compares the host when OpenSSL has no objection
     case X509_V_ERR_UNSPECIFIED:
-        return bad(
-            "cloud.host-mismatch", refusal.url,
-            refusal.answer.error + ". It is for: " + refusal.chain.front().hosts + ".",
-            "Compare network.veyraServer with the operator of the cloud. If it is right, somebody "
-            "may intercept the connection.");
+        return bad("cloud.host-mismatch", refusal.url,
+                   refusal.answer.error +
+                       ". The certificate is for: " + refusal.chain.front().hosts + ".",
+                   "Ask the operator of the cloud for the correct host name. If "
+                   "network.veyraServer already has it, the connection may be intercepted.");
     default:
         return judgeIssuer(refusal);
     }

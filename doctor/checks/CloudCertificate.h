@@ -7,8 +7,8 @@
 struct Refusal {
     const std::string& url;
     const HttpAnswer& answer;
-    const std::vector<Certificate>& chain;   // what the server sends, its own certificate first
-    const std::vector<Certificate>& trusted; // what the CA file holds
+    const std::vector<Certificate>& chain;   // sent by the server, its own certificate first
+    const std::vector<Certificate>& trusted; // from the CA file
 };
 
 // `chain` is not empty.

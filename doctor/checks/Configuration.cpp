@@ -19,17 +19,17 @@ Finding unreadable(const Gateway& gateway, int error) {
     }
     if (error == EACCES && isOwn) {
         return bad("configuration.unreadable", path,
-                   "The user " + gateway.user.name + " may not read the file: " + reason + ".",
+                   "The user " + gateway.user.name + " cannot read the file: " + reason + ".",
                    thenRestart("chgrp lora-veyra " + path + " && chmod 640 " + path));
     }
     if (error == EACCES) {
         return bad("configuration.unreadable", path,
-                   "The user " + gateway.user.name + " may not read the file: " + reason + ".",
-                   thenRestart("Correct -c in the start command, or the rights of the file."));
+                   "The user " + gateway.user.name + " cannot read the file: " + reason + ".",
+                   thenRestart("Correct -c in the start command, or the permissions of the file."));
     }
     if (error == ELOOP) {
         return bad("configuration.unreadable", path, "The path is a loop of symbolic links.",
-                   thenRestart("Replace the link by the file."));
+                   thenRestart("Replace the link with the file."));
     }
     if (error == EINVAL) {
         return bad("configuration.unreadable", path, "This is not a regular file.",
@@ -39,7 +39,7 @@ Finding unreadable(const Gateway& gateway, int error) {
                thenRestart("Put the file there, or correct -c in the start command."));
 }
 
-// Parses as the daemon does. Returns the parser's words for the first fault, with its place.
+// Parses as the daemon does. Returns the parser's message for the first fault, with line and column.
 std::string parse(const std::string& text, Json::Value& root) {
     Json::Reader reader;
     try {
@@ -56,14 +56,15 @@ std::string parse(const std::string& text, Json::Value& root) {
     std::string words = reader.getFormattedErrorMessages();
     words = words.substr(2, words.find('\n', words.find('\n') + 1) - 2);
     std::replace(words.begin(), words.end(), '\n', ':');
-    const auto quoted = words.find("' is not a number"); // it quotes what may be a secret
+    const auto quoted = words.find("' is not a number"); // the quoted text may be a secret
     if (quoted != std::string::npos) {
         words.replace(words.find('\''), quoted + 1 - words.find('\''), "this");
     }
     return words.substr(0, words.find_last_not_of('.') + 1) + ".";
 }
 
-// A second parse, since the daemon accepts a key that stands twice. Empty when none does.
+// Finds duplicate keys with a second, strict parse, because the daemon accepts them. Empty when there
+// are none.
 std::string findDuplicate(const std::string& text) {
     Json::CharReaderBuilder builder;
     builder["rejectDupKeys"] = true;
@@ -95,15 +96,14 @@ Findings parseFindings(Gateway& gateway) {
     }
     Json::Value root;
     if (const std::string words = parse(text, root); !words.empty()) {
-        return {
-            bad("configuration.invalid-json", path, words,
-                thenRestart("Correct the file at that place or just before: look for a comma, a "
-                            "quote or a brace that is missing or superfluous."))};
+        return {bad("configuration.invalid-json", path, words,
+                    thenRestart("Look at this place and just before it for a missing or extra "
+                                "comma, quote or brace."))};
     }
     if (const std::string words = findDuplicate(text); !words.empty()) {
         return {bad("configuration.duplicate-key", path,
                     words + ". The daemon uses the last one only.",
-                    thenRestart("Merge the two into one."))};
+                    thenRestart("Merge the two keys into one."))};
     }
     Findings found = judgeTypes(root);
     if (found.empty()) {

@@ -23,23 +23,25 @@ Finding judgeUnstable() {
         "echo.link-unstable", keepaliveTopic,
         "The daemon's connection to the broker was replaced several times during this run: a "
         "second client may have the client id VEYRA_SERVER, or the broker restarts.",
-        "See the broker's log for VEYRA_SERVER. After \"already connected\" stop the second "
-        "client.");
+        "Search the broker's log for VEYRA_SERVER. If it says \"already connected\", stop the "
+        "second client.");
 }
 
 Finding judgeSilence(bool isSameLink) {
     if (isSameLink) {
-        return bad("echo.silent", keepaliveTopic,
-                   "No keepalive arrived within 6 s, although the daemon is connected: "
-                   "probably the broker does not let its user publish or read this topic.",
-                   allow);
+        return bad(
+            "echo.silent", keepaliveTopic,
+            "No keepalive arrived within 6 s, although the daemon is connected. Probably the "
+            "broker does not allow the daemon's user to publish or read this topic.",
+            allow);
     }
-    return bad("echo.silent", keepaliveTopic,
-               "No keepalive arrived within 6 s, and the daemon's connection to the broker was "
-               "replaced meanwhile: the broker may deny this topic and end the connection, or a "
-               "second client may have the client id VEYRA_SERVER.",
-               std::string("See the broker's log for VEYRA_SERVER. After \"Denied PUBLISH\": ") +
-                   allow);
+    return bad(
+        "echo.silent", keepaliveTopic,
+        "No keepalive arrived within 6 s, and the daemon's connection to the broker was "
+        "replaced. Either the broker denies this topic and ends the connection, or a second "
+        "client has the client id VEYRA_SERVER.",
+        std::string("Search the broker's log for VEYRA_SERVER. If it says \"Denied PUBLISH\": ") +
+            allow);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// Whether the secret that signs requests is made of what the cloud knows.
+// Whether the secret that signs requests is made of the parts that the cloud knows.
 #include "Crypto/Sha256.h"
 #include "VeyraServer/GatewaySecret.h"
 #include "checks/Checks.h"
@@ -37,13 +37,13 @@ Findings judgeDeviceFile(const Gateway& gateway, const std::string& path, int er
     if (error != 0) {
         return {
             bad("identity.device-unreadable", path, std::string(std::strerror(error)) + ".",
-                thenRestart("The firmware of the gateway writes this file: check it. The user " +
+                thenRestart("Check the firmware of the gateway, which writes this file. The user " +
                             gateway.user.name + " must be able to read the file."))};
     }
     if (!gateway.device.isObject()) {
         return {bad("identity.device-invalid", path,
-                    "The file is not one whole JSON object without a byte order mark: the daemon "
-                    "treats it as missing.",
+                    "The file is not a complete JSON object without a byte order mark. The daemon "
+                    "treats the file as missing.",
                     thenRestart("Correct it: {\"uuid\": \"...\", \"deviceId\": \"...\"}."))};
     }
     return {};
@@ -60,8 +60,10 @@ Findings judgeKey(const std::string& key) {
     }
     if (hexadecimalDigits(key) > keyDigits ||
         key.find_first_of(" \t\n\v\f\r") != std::string::npos) {
-        return {bad("identity.key-too-long", subject,
-                    "The key has a space, or more than 32 digits: only its end counts.", again)};
+        return {bad(
+            "identity.key-too-long", subject,
+            "The key has a space or more than 32 digits. The daemon uses only the end of the key.",
+            again)};
     }
     if (parsed->find_first_not_of('0') == std::string::npos) {
         return {bad("identity.key-placeholder", subject,
@@ -82,8 +84,8 @@ Findings judgeUuid(const std::string& uuid) {
     }
     if (uuid.size() != keyDigits || hexadecimalDigits(uuid) != keyDigits) {
         return {bad("identity.uuid-unusual", "uuid of the device",
-                    "It is not 32 hexadecimal digits: the secret made of it is not the one that "
-                    "the cloud knows.",
+                    "It is not 32 hexadecimal digits. The daemon signs with a secret that the "
+                    "cloud does not know.",
                     fix)};
     }
     return {};
@@ -93,7 +95,8 @@ void append(Findings& found, const Findings& more) {
     found.insert(found.end(), more.begin(), more.end());
 }
 
-// As the daemon reads the file: what is not one JSON object counts as missing. Returns errno, or 0.
+// Reads the file as the daemon does: anything other than one JSON object counts as missing. Returns
+// errno, or 0.
 int readDevice(Gateway& gateway, const std::string& path) {
     std::string text;
     const int error = gateway.readAsService(path, text);
@@ -133,8 +136,8 @@ Findings checkIdentity(Gateway& gateway) {
     judgeFirstPart(gateway, identity, found);
     if (gateway.device.isObject() && identity.deviceId.empty()) {
         found.push_back(bad("identity.device-id-missing", "deviceId of the device",
-                            "It is missing or not a text: the secret made without it is not the "
-                            "one that the cloud knows.",
+                            "It is missing or not a text. The daemon signs with a secret that the "
+                            "cloud does not know.",
                             thenRestart("Add it to " + path + ".")));
     }
     gateway.fingerprint = fingerprintOf(gateway.device, network);

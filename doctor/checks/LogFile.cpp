@@ -1,4 +1,4 @@
-// Whether the daemon can write its log, and writes it where the next reader looks.
+// Whether the daemon can write its log, and writes it at the configured path.
 #include "checks/Checks.h"
 #include "host/Text.h"
 
@@ -49,8 +49,8 @@ Finding judgeWriteError(const Gateway& gateway, int error) {
                thenRestart("Let this user write there, or correct -l in the start command."));
 }
 
-// The file that the running daemon has open to append to, when it is not the one at the log's path.
-// A logger that opens the file for each record has none.
+// The file that the running daemon has open for appending, if that is not the file at the log's path.
+// Empty for a logger that opens the file for each record.
 std::string otherOpenLog(const Gateway& gateway) {
     struct stat expected {};
     const bool exists = stat(gateway.asDaemonSees(gateway.logFile).c_str(), &expected) == 0;

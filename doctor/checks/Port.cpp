@@ -7,7 +7,7 @@
 
 namespace {
 
-// Whether the socket receives, or takes away, what is sent to the port on 127.0.0.1.
+// Whether the socket receives datagrams to the port on 127.0.0.1, or takes them from the daemon.
 bool isAtPort(const Socket& socket, int port) {
     return !socket.isTcp && socket.localPort == port && coversLoopback(socket.localAddress);
 }
@@ -33,7 +33,7 @@ Finding judgeMissing(const std::string& subject, const Look& look) {
         if (socket.isOwn && !socket.isTcp && socket.remotePort == 0 && socket.localPort != 0) {
             Finding finding = bad("port.other", subject,
                                   "The daemon listens on port " + std::to_string(socket.localPort) +
-                                      ": the configuration was changed since its start.",
+                                      ". The configuration was changed after the daemon started.",
                                   "Restart: " + serviceCommand("restart"));
             finding.facts["listensOn"] = socket.localPort;
             return finding;
@@ -43,7 +43,7 @@ Finding judgeMissing(const std::string& subject, const Look& look) {
                "See the daemon's log.");
 }
 
-// Below this port the service user may not listen.
+// The lowest port on which the service user has permission to listen.
 int firstFreePort() {
     const std::string text = textOf("/proc/sys/net/ipv4/ip_unprivileged_port_start");
     if (text.empty()) {
@@ -56,7 +56,8 @@ int firstFreePort() {
 Finding judgeFree(const Gateway& gateway, const std::string& subject, int port) {
     if (port < firstFreePort() && gateway.user.uid != 0) {
         return bad("port.privileged", subject,
-                   "The user " + gateway.user.name + " may not listen on ports below " +
+                   "The user " + gateway.user.name +
+                       " has no permission to listen on ports below " +
                        std::to_string(firstFreePort()) + ".",
                    thenRestart("Write a number from 1024 to 65535 into udp.veyraPort."));
     }

@@ -30,13 +30,15 @@ Finding judgeStart(const std::string& subject, const Look& look) {
     for (const Socket& socket : look.sockets) {
         if (socket.isOwn && socket.isTcp && socket.state == tcpSynSent) {
             return bad("alive.starting", subject,
-                       "The daemon still starts: the broker at " +
+                       "The daemon has not finished its start: the broker at " +
                            addressText(socket.remoteAddress) + " does not answer.",
                        fix);
         }
     }
     return bad("alive.starting", subject,
-               "The daemon still starts: it waits for the name or the address of the broker.", fix);
+               "The daemon has not finished its start: it waits for the name or the address of the "
+               "broker.",
+               fix);
 }
 
 Finding judgeDeadlock(const std::string& subject, int pid) {
@@ -62,18 +64,19 @@ Finding judgeStandstill(const std::string& subject, const LifeFacts& facts) {
                    "The main thread of the daemon has not run during this examination.", findCause);
 }
 
-// The main thread runs about once a second: that is libcurl at work.
+// The main thread runs about once a second, because libcurl waits for a response.
 Finding judgeSlowness(const std::string& subject, const LifeFacts& facts) {
     const std::string kill = "kill -KILL " + std::to_string(facts.now.pid);
     if (!facts.datagramsAreSeen) {
         return unknown("alive.no-progress", subject,
-                       "The main thread hardly runs: a request to the cloud may be in progress.",
+                       "The main thread runs only about once a second. A request to the cloud may "
+                       "be in progress.",
                        runAsRoot);
     }
     if (facts.wasToldToStop) {
         return bad("alive.stopping", subject,
-                   "The daemon was told to stop, and waits for the end of a request to the cloud.",
-                   "Wait, or end it: " + kill);
+                   "The daemon received a stop signal. It waits until a request to the cloud ends.",
+                   "Wait, or kill the daemon: " + kill);
     }
     return bad("alive.waits-for-cloud", subject,
                "A request to the cloud has been in progress for 10 s or more.",
@@ -83,8 +86,8 @@ Finding judgeSlowness(const std::string& subject, const LifeFacts& facts) {
 Finding judgeLink(const std::string& subject, const LifeFacts& facts) {
     if (facts.isRejected) {
         return bad("alive.not-linked", subject,
-                   "The broker rejects the daemon, although it accepts the doctor with the same "
-                   "username: it probably rejects the client id VEYRA_SERVER.",
+                   "The broker accepts the doctor, but rejects the daemon with the same username. "
+                   "The broker probably rejects the client id VEYRA_SERVER.",
                    "Allow this client id in the broker's settings (clientid_prefixes, ACL).");
     }
     std::string cause = "The daemon has no connection to the broker.";
@@ -92,7 +95,8 @@ Finding judgeLink(const std::string& subject, const LifeFacts& facts) {
         cause += " The broker accepts the doctor with the same username.";
     }
     return bad("alive.not-linked", subject, cause,
-               "Wait 20 s and run the doctor again. If this stays: " + serviceCommand("restart"));
+               "Wait 20 s and run the doctor again. If the problem remains: " +
+                   serviceCommand("restart"));
 }
 
 std::string lastErrorOf(const Gateway& gateway) {
@@ -101,7 +105,8 @@ std::string lastErrorOf(const Gateway& gateway) {
     if (error.empty()) {
         return {};
     }
-    return " The last error in its log: \"" + printable(masked(error)).substr(0, longest) + "\".";
+    return " The last error in the daemon's log: \"" + printable(masked(error)).substr(0, longest) +
+           "\".";
 }
 
 // Empty when the service is not restarted again and again.
@@ -113,12 +118,12 @@ Findings judgeRestarts(const Gateway& gateway) {
     }
     return {bad("alive.restart-loop", installedProgram(),
                 "The daemon was started " + std::to_string(starts) +
-                    " times within 3 minutes, and ended again without a stop record." +
+                    " times within 3 minutes. It ended each time without a stop record." +
                     lastErrorOf(gateway),
                 gateway.problems.empty() ? findCause : "Fix the problems above first.")};
 }
 
-// How the last run ended, as far as the service manager, the kernel and the log know.
+// How the last run ended, according to the service manager, the kernel and the log.
 Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
     const std::string start = "Start it: " + serviceCommand("start");
     const std::string error = lastErrorOf(gateway);
@@ -133,8 +138,8 @@ Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
     }
     if (const std::string kernel = kernelRecordOfDaemon(); !kernel.empty()) {
         return bad("alive.killed", subject,
-                   "The daemon does not run. The kernel says of a process of this name: " + kernel +
-                       "." + error,
+                   "The daemon does not run. The kernel's record of a process with this name: " +
+                       kernel + "." + error,
                    start);
     }
     if (gateway.history.startedAt != 0 && error.empty()) {
@@ -154,20 +159,21 @@ Finding judgeAbsence(const Gateway& gateway) {
     const std::string subject = installedProgram();
     if (!gateway.isRoot) {
         return unknown("alive.hidden", subject,
-                       "No process of this user runs the program; others cannot be seen.",
+                       "No process of this user runs the program. The processes of other users "
+                       "cannot be seen.",
                        runAsRoot);
     }
     if (!gateway.daemons.untrusted.empty()) {
         const int pid = gateway.daemons.untrusted.front();
         return bad("alive.other-user", subject,
-                   "The program runs as another user than " + gateway.user.name + ": " +
-                       describeProcess(pid) + ". It is not the daemon of the service.",
+                   "The program runs as a user other than " + gateway.user.name + ": " +
+                       describeProcess(pid) + ". This process is not the daemon of the service.",
                    std::string(findOthers) + "\n" + serviceCommand("start"));
     }
     const ActingAs service(gateway.user);
     if (!ZEP::Licence::check()) {
         return bad("alive.no-licence", subject,
-                   "The licence check refuses this hardware: the daemon ends with status 1.",
+                   "The licence check rejects this hardware. The daemon ends with status 1.",
                    "Install the platform library that belongs to this gateway.");
     }
     return judgeEnd(gateway, subject);
@@ -199,7 +205,7 @@ LifeFacts gatherFacts(const Gateway& gateway, const Look& active, const Look& no
     return facts;
 }
 
-// What looks stuck is looked at for longer.
+// A daemon that looks stuck is observed for longer.
 bool isFinal(const Finding& finding, std::uint64_t passedMs, std::uint64_t quietMs) {
     constexpr std::uint64_t shortMs = 2000;
     constexpr std::uint64_t activeMs = 500;

@@ -1,4 +1,4 @@
-// What the log says of faults since the last start: the check "errors".
+// The check "errors": faults in the log since the last start.
 #include "checks/RecentErrors.h"
 
 #include "checks/Checks.h"
@@ -14,7 +14,7 @@ using Event = LogHistory::Event;
 
 constexpr std::time_t recentSeconds = 600;
 
-// The text of a record, cut, without what may be a secret in a URL.
+// The text of a record, shortened, without possible secrets in a URL.
 std::string quoted(const std::string& record) {
     constexpr std::size_t longest = 160;
     const std::string text = printable(masked(record));
@@ -43,12 +43,12 @@ std::string fixForStatus(long status) {
                "cloud.";
     }
     if (status == 404 || status == 405) {
-        return "Compare network.veyraServer with the API prefix of the cloud, and the path with "
-               "the "
-               "network server.";
+        return "Compare network.veyraServer with the API prefix of the cloud. Check the path that "
+               "the network server sends.";
     }
     if (status / 100 == 4) {
-        return "The cloud rejects what the network server sends: ask its maker.";
+        return "The cloud rejects the data that the network server sends. Ask the maker of the "
+               "network server.";
     }
     if (status / 100 == 5) {
         return "Ask the operator of the cloud.";
@@ -67,7 +67,7 @@ Finding judgeRequest(const RecentFacts& facts, const Event& event, bool isRefuse
                    fixForStatus(statusIn(event.text)));
     }
     return bad("errors.request-failed", facts.path, cause + succeeds,
-               "The cause may be over: watch the log. Otherwise check the network.");
+               "The fault may be over. Watch the log. If requests still fail, check the network.");
 }
 
 std::string fixForRejection(const RecentFacts& facts) {
@@ -82,7 +82,8 @@ Finding judgeEvent(const RecentFacts& facts, Kind kind, const Event& event) {
     switch (kind) {
     case Kind::LOCKED:
         return bad("errors.locked", path,
-                   summary(event, "aborted request") + ". The daemon relays no more after it.",
+                   summary(event, "aborted request") +
+                       ". The daemon relays no more after this error.",
                    "Restart: " + serviceCommand("restart") +
                        "; see \"It relays no more\" in operations.md.");
     case Kind::EXCEPTION:
@@ -97,7 +98,7 @@ Finding judgeEvent(const RecentFacts& facts, Kind kind, const Event& event) {
         return bad("errors.dropped", path,
                    summary(event, "dropped datagram") + ". The circuit breaker was open until " +
                        utcText(facts.openUntil) + ".",
-                   "Fix the failed requests: the circuit breaker opens after them.");
+                   "Fix the failed requests. They open the circuit breaker.");
     case Kind::LINK_REBUILT:
         return bad("errors.link-rebuilt", path,
                    "The connection to the broker was recreated " + counted(event.count, "time") +
@@ -141,9 +142,10 @@ Findings judgeEnd(const RecentFacts& facts, const LogHistory& history) {
     if (facts.kernelRecord.empty()) {
         return {unknown("errors.ended-without-stop", facts.path, cause, fix)};
     }
-    return {bad("errors.killed", facts.path,
-                cause + " The kernel says of a process of this name: " + facts.kernelRecord + ".",
-                fix)};
+    return {
+        bad("errors.killed", facts.path,
+            cause + " The kernel's record of a process with this name: " + facts.kernelRecord + ".",
+            fix)};
 }
 
 } // namespace
@@ -187,7 +189,7 @@ Findings checkRecentErrors(Gateway& gateway) {
     }
     LogHistory history = gateway.history;
     if (gateway.disturbedLink) {
-        history.events.erase(Kind::LINK_REBUILT); // it may be the doctor's own doing
+        history.events.erase(Kind::LINK_REBUILT); // the doctor itself may have caused it
     }
     RecentFacts facts;
     facts.path = gateway.logFile;

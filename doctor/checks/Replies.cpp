@@ -28,12 +28,12 @@ Findings checkReplies(Gateway& gateway) {
     probe.waitUntil([&] { return probe.publishResult.has_value(); }, gateway.limitMs(waitMs));
     if (probe.publishResult == tooLarge || result == MOSQ_ERR_OVERSIZE_PACKET) {
         return {bad("replies.too-large", subject,
-                    "The broker rejects a message of 8 KiB, and so large replies are lost.",
+                    "The broker rejects a message of 8 KiB. Replies of this size are lost.",
                     "Raise message_size_limit and max_packet_size of the broker.")};
     }
     if (!probe.publishResult) {
         return {unknown("replies.no-verdict", subject,
-                        "The broker does not acknowledge: it may lack MQTT 5.")};
+                        "The broker did not acknowledge the message. It may not support MQTT 5.")};
     }
     if (*probe.publishResult == noSubscriber) {
         return {bad("replies.not-read", subject,
@@ -43,7 +43,8 @@ Findings checkReplies(Gateway& gateway) {
     if (*probe.publishResult != 0) {
         return {bad("replies.denied", subject,
                     "The broker denies publishing (reason code " +
-                        std::to_string(*probe.publishResult) + "). The daemon is not told.",
+                        std::to_string(*probe.publishResult) +
+                        "). The broker does not report this to the daemon.",
                     "Allow the daemon's user in the broker's ACL: topic write lora/veyra")};
     }
     return {ok(subject)};

@@ -1,4 +1,5 @@
-// Whether the running daemon is the one that the service would start now, and has what it needs.
+// Whether the running daemon matches the daemon that the service would start now, and has enough
+// resources.
 #include "checks/Checks.h"
 #include "cloud/CloudRequest.h"
 #include "host/Text.h"
@@ -7,20 +8,20 @@
 
 namespace {
 
-// A process near a limit fails soon. In percent.
+// In percent: a process above this share of a limit will soon fail.
 constexpr std::uint64_t nearLimit = 90;
 
 void judgeProgram(const Gateway& gateway, Findings& found) {
     const std::string restart = "Restart: " + serviceCommand("restart");
     if (gateway.daemon->isReplaced) {
         found.push_back(bad("service.program-replaced", installedProgram(),
-                            "The program was replaced since the daemon was started.", restart));
+                            "The program file was replaced after the daemon started.", restart));
     }
     const auto& others = gateway.daemons.untrusted;
     if (!others.empty()) {
         found.push_back(
             bad("service.other-process", describeProcess(others.front()),
-                "The daemon's program also runs as another user than the service's, in " +
+                "A user other than the service user also runs the daemon's program, in " +
                     counted(static_cast<long long>(others.size()), "process") +
                     ". This is not the daemon of the service.",
                 "Find out who starts it, and stop it: ps -o pid,user,args -C lora-veyra-server"));
@@ -48,15 +49,17 @@ void judgeUnit(const Gateway& gateway, Findings& found) {
     const std::string restart = "Stop this process, then: " + serviceCommand("start");
     const std::string& file = gateway.daemon->commandLine.configurationFile;
     if (!service.configurationFile.empty() && service.configurationFile != file) {
-        found.push_back(bad("service.other-configuration", file,
-                            "The daemon was started with this configuration, the service has " +
-                                service.configurationFile + ".",
-                            restart));
+        found.push_back(
+            bad("service.other-configuration", file,
+                "The daemon was started with this configuration file. The service uses " +
+                    service.configurationFile + ".",
+                restart));
     }
     if (!service.user.empty() && service.user != gateway.daemon->user.name) {
-        found.push_back(bad("service.other-user", gateway.daemon->user.name,
-                            "The daemon runs as this user, the service has " + service.user + ".",
-                            restart));
+        found.push_back(
+            bad("service.other-user", gateway.daemon->user.name,
+                "The daemon runs as this user. The user of the service is " + service.user + ".",
+                restart));
     }
 }
 
@@ -81,14 +84,15 @@ void judgeLimits(const Gateway& gateway, Findings& found) {
         "Raise the limit of the service. Then restart: " + serviceCommand("restart");
     if (mostFiles != 0 && files * 100 >= mostFiles * nearLimit) {
         found.push_back(bad("service.file-limit", "process " + std::to_string(pid),
-                            "The daemon has " + std::to_string(files) + " of at most " +
-                                std::to_string(mostFiles) + " files open.",
+                            "The daemon has " + std::to_string(files) +
+                                " files open. The limit is " + std::to_string(mostFiles) + ".",
                             fix));
     }
     if (mostBytes != 0 && bytes * 100 >= mostBytes * nearLimit) {
         found.push_back(bad("service.memory-limit", "process " + std::to_string(pid),
-                            "The daemon has " + std::to_string(bytes >> 20U) + " of at most " +
-                                std::to_string(mostBytes >> 20U) + " MiB of address space.",
+                            "The daemon has " + std::to_string(bytes >> 20U) +
+                                " MiB of address space. The limit is " +
+                                std::to_string(mostBytes >> 20U) + " MiB.",
                             fix));
     }
 }

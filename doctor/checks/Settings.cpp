@@ -70,7 +70,7 @@ std::string jsonOf(const Value& value) {
     return ZEP::Text::trim(Json::FastWriter().write(value));
 }
 
-// How a value is shown: secrets are not.
+// The value as the report shows it. Secrets are replaced by "***".
 std::string shown(const std::string& name, const Value& value) {
     const bool isSecret = name == "mqtt.password" || name == "network.gatewayKey";
     if (isSecret && !value.isNull()) {
@@ -79,7 +79,7 @@ std::string shown(const std::string& name, const Value& value) {
     return masked(jsonOf(value));
 }
 
-// What takes effect, in the configuration's own shape.
+// The effective values, in the structure of the configuration.
 Value effectOf(const Value& root) {
     Value effect = root;
     const Value& mqtt = root["mqtt"];
@@ -131,8 +131,8 @@ std::string plainName(const std::string& name) {
     return plain;
 }
 
-// Whether `given` can only be a slip of the pen for `known`. A name that one extends, such as hosts,
-// is another program's rather than a slip.
+// Whether `given` can only be a misspelling of `known`. A longer name that begins with the other one,
+// such as hosts, is not a misspelling: it belongs to another program.
 bool isMisspelt(const std::string& given, const std::string& known) {
     constexpr std::size_t shortestName = 6;
     constexpr std::size_t mostSlips = 2;
@@ -207,7 +207,7 @@ void judgeNames(const Value& root, Findings& found, std::vector<std::string>& ig
     }
 }
 
-// Whether a key that was found to be misspelt stands for the setting.
+// Whether one of the misspelt keys explains why the setting is missing.
 bool isExplained(const Setting& setting, const Findings& misspelt) {
     return std::any_of(misspelt.begin(), misspelt.end(), [&](const Finding& finding) {
         const std::string& cause = finding.cause;
@@ -265,10 +265,10 @@ Findings judgeTypes(const Value& root) {
         }
         found.push_back(
             bad("configuration.wrong-type", setting.name + " " + shown(setting.name, value),
-                setting.name == cloudName ? "The type is wrong: each datagram ends in an exception."
+                setting.name == cloudName ? "The type is wrong: each datagram causes an exception."
                                           : "The type is wrong: the daemon aborts at startup.",
-                thenRestart("Write sections in braces, texts in quotes, and numbers, "
-                            "true and false without quotes.")));
+                thenRestart("Write sections in braces and texts in quotes. Write numbers, true and "
+                            "false without quotes.")));
     }
     return found;
 }

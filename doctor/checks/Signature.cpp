@@ -14,7 +14,7 @@ Findings checkSignature(Gateway& gateway) {
     if (status == 401 || status == 403) {
         finding = bad("signature.rejected", "GET " + path,
                       "The cloud rejects the signature. If clock and identity are ok, the cloud "
-                      "knows another key or another deviceId.",
+                      "has another key or another deviceId for this gateway.",
                       "Compare the fingerprint " + gateway.fingerprint +
                           " with the operator of the cloud.");
     } else if (status == 0) {

@@ -23,7 +23,7 @@ Findings checkTraffic(Gateway& gateway) {
         "Correct the network server's setting: it must send to 127.0.0.1, port " +
         std::to_string(port) + ".";
     if (!counts.areSeen) {
-        return {unknown("traffic.hidden", subject, "Only root may watch datagrams.", runAsRoot)};
+        return {unknown("traffic.hidden", subject, "Only root can watch datagrams.", runAsRoot)};
     }
     Json::Value facts;
     facts["datagrams"] = counts.atPort;
@@ -32,7 +32,8 @@ Findings checkTraffic(Gateway& gateway) {
     }
     if (counts.atPortByIpv6 > 0) {
         return {bad("traffic.ipv6", subject,
-                    "Datagrams arrive at [::1]: the daemon listens on 127.0.0.1 only.", correct)};
+                    "Datagrams arrive at [::1], but the daemon listens on 127.0.0.1 only.",
+                    correct)};
     }
     const Look look = lookAt(0);
     for (const auto& [other, count] : counts.elsewhere) {

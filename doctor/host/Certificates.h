@@ -9,10 +9,10 @@ struct Certificate {
     std::string subject, issuer;
     std::string hosts; // for which it is valid, such as "a.example, b.example"
     bool isExpired;
-    unsigned long issuerHash; // under which a directory of CA certificates files the issuer
+    unsigned long issuerHash; // the file name of the issuer in a CA directory
 };
 
-// The certificates in a PEM text, in their order; what is not a certificate is skipped.
+// The certificates in a PEM text, in their order; other text is skipped.
 std::vector<Certificate> certificatesIn(const std::string& pem);
 
 // Whether the system's directory of CA certificates has the issuer of this one.

@@ -35,8 +35,8 @@ bool isInOtherNetwork(int pid) {
     return !network.empty() && network != linkTarget("/proc/self/ns/net");
 }
 
-// A daemon that was upgraded while it runs. Only root can have written such a file, and its text
-// tells it from other programs of root's that were deleted.
+// A daemon that was upgraded while it runs. Only root can have written such a file. Its content
+// distinguishes it from other deleted programs of root.
 bool isDeletedDaemon(int pid, const struct stat& executable) {
     constexpr std::size_t largestProgram = 64 << 20;
     const std::string link = linkTarget(processPath(pid, "exe"));
@@ -88,8 +88,8 @@ std::vector<std::string> proxiesOf(int pid) {
     return proxies;
 }
 
-// Who a process is. A process can replace its program and its user between two looks, but not without
-// a change in this.
+// The identity of a process. If the process changes its program or its user between two looks, this
+// value changes too.
 struct Identity {
     dev_t device = 0;
     ino_t inode = 0;
@@ -132,7 +132,8 @@ bool hasControlCharacters(const CommandLine& line) {
     });
 }
 
-// Null when the process does not count; adds it to `untrusted` when only its user speaks against it.
+// Null when the process is not the daemon. A process that fails only because of its user is added to
+// `untrusted`.
 std::optional<Daemon> examine(int pid, const ServiceState& service, bool isNamed,
                               std::vector<int>& untrusted) {
     const Identity before = identify(pid);
@@ -152,7 +153,7 @@ std::optional<Daemon> examine(int pid, const ServiceState& service, bool isNamed
                       before.isReplaced,
                       absoluteCommandLine(pid),
                       proxiesOf(pid)};
-        // What was read in between belongs to the same program and the same user.
+        // Equal identities: everything read in between belongs to the same program and user.
         if (!(before == identify(pid))) {
             return std::nullopt;
         }

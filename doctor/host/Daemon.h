@@ -1,7 +1,6 @@
-// Which process is the daemon. Root's diagnosis follows what this process was started with, so an
-// unprivileged user must not be able to pass a process of his own off as the daemon: its name, its
-// arguments and the text of its links in /proc prove nothing. One thread; what is returned is the
-// caller's.
+// Which process is the daemon. Run by root, the doctor follows the arguments of this process. An
+// unprivileged user must therefore not be able to pass off another process as the daemon: the name, the
+// arguments and the text of the links in /proc prove nothing. One thread; the caller owns the results.
 #pragma once
 
 #include "VeyraServer/CommandLine.h"
@@ -18,20 +17,20 @@ struct Daemon {
     double startedAt = 0;             // seconds since 1970, by this machine's clock
     bool isReplaced = false;          // its program file was replaced since it was started
     CommandLine commandLine;          // with absolute paths
-    std::vector<std::string> proxies; // what libcurl reads of its environment: "name=value"
+    std::vector<std::string> proxies; // the environment variables that libcurl reads: "name=value"
 };
 
 struct Daemons {
-    std::vector<Daemon> trusted; // the one that the service manager knows first, else the oldest
-    std::vector<int> untrusted;  // run the installed program as a user who is not the service's
+    std::vector<Daemon> trusted; // the daemon of the service manager first, then by age
+    std::vector<int> untrusted;  // processes that run the installed program as another user
 };
 
 // The installed program: "lora-veyra-server" in the directory of this program.
 std::string installedProgram();
 
-// A process counts when its executable is the installed program, or a deleted one of root's, and it
-// runs as root, as the service user or as the caller. `named` is a process that the caller vouches
-// for: it counts whatever its executable is.
+// A process is the daemon if two conditions hold: its executable is the installed program, or a deleted
+// program file of root; and it runs as root, as the service user or as the caller. The caller vouches
+// for the process `named`: its executable is not checked.
 Daemons findDaemons(const ServiceState& service, std::optional<int> named);
 
 // Replaces the proxy settings of this process by the daemon's.

@@ -23,8 +23,8 @@ unsigned numberAt(std::string_view packet, std::size_t place) {
     return static_cast<unsigned>(high) << 8U | low;
 }
 
-// Calls `take` with the destination port and the payload of each datagram. IPv4 has its own header
-// in front of the UDP header, IPv6 has not.
+// Calls `take` with the destination port and the payload of each datagram. With IPv4 the IP header
+// precedes the UDP header; with IPv6 it does not.
 template <typename Take>
 void drain(int descriptor, bool isIpv4, const Take& take) {
     constexpr std::size_t udpHeaderBytes = 8;

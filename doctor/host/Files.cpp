@@ -36,8 +36,8 @@ ServiceUser packagedUser() {
     return userWithId(entry->pw_uid, entry->pw_gid);
 }
 
-// Only the effective ids: with the real id of the service user, that user could stop or kill the
-// doctor. The groups stay the service user's afterwards: root does not need any.
+// Changes only the effective ids: with the real id of the service user, that user could stop or kill
+// the doctor. The groups stay the service user's afterwards: root does not need any.
 ActingAs::ActingAs(const ServiceUser& user)
     : changed(getuid() == 0 && user.uid != 0) {
     if (!changed) {
@@ -52,7 +52,7 @@ ActingAs::ActingAs(const ServiceUser& user)
 
 ActingAs::~ActingAs() {
     if (changed && (seteuid(0) != 0 || setegid(0) != 0)) {
-        std::abort(); // the program must not go on with half of another user's rights
+        std::abort(); // the program must not continue with only part of another user's permissions
     }
 }
 
@@ -95,7 +95,7 @@ int accessError(const std::string& path, int mode) {
 }
 
 int writeError(const std::string& path) {
-    std::error_code unseen; // a directory above may not be searched: access() tells
+    std::error_code unseen; // a parent directory may deny the search: access() returns the error
     if (fs::is_directory(path, unseen)) {
         return EISDIR;
     }

@@ -1,5 +1,5 @@
-// Files and rights of this machine as the service user has them. Changes nothing. One thread; what
-// is returned is the caller's.
+// Files and permissions of this machine, from the view of the service user. Changes nothing. One
+// thread; the caller owns the results.
 #pragma once
 
 #include <cstdint>
@@ -34,10 +34,10 @@ struct ServiceUser {
 
 ServiceUser userWithId(uid_t uid, gid_t gid);
 
-// The user that the package makes; root where there is none.
+// The user that the package creates; root if that user does not exist.
 ServiceUser packagedUser();
 
-// Root acts as `user` while this lives; any other caller keeps acting as himself. Throws
+// Root acts as `user` while this lives; any other caller keeps their own identity. Throws
 // std::runtime_error when the system does not allow it.
 class ActingAs {
   public:
@@ -57,15 +57,15 @@ int readText(const std::string& path, std::string& text, std::size_t limitBytes 
 // The text of a file without a line feed at its end; empty when it cannot be read.
 std::string textOf(const std::string& path);
 
-// Where a symbolic link leads; empty when it cannot be read.
+// The target of a symbolic link; empty when it cannot be read.
 std::string linkTarget(const std::string& path);
 
-// Returns the errno that would keep the acting user from using `path` as faccessat(2) has it; else 0.
+// Returns the errno that faccessat(2) would give the acting user for `path`; 0 if access is permitted.
 int accessError(const std::string& path, int mode);
 
 // Returns the errno that would keep the acting user from writing `path` or from creating it; else 0.
 int writeError(const std::string& path);
 
-// What the current user may still write in the directory of `path`; 0 when that cannot be seen, or
-// when the file does not exist and no file can be created.
+// The free bytes that the current user can write in the directory of `path`. 0 when the value cannot be
+// determined, or when the file does not exist and cannot be created.
 std::uint64_t freeBytes(const std::string& path);

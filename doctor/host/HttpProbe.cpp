@@ -35,7 +35,7 @@ std::string valueOf(const std::string& line) {
     return line.substr(start, end + 1 - start);
 }
 
-// Parsed here and not by libcurl, whose time may have 32 bits where this program's has 64.
+// Parsed here, because the time type of libcurl may have 32 bits although this program uses 64.
 void takeDate(const std::string& value, HttpAnswer& answer) {
     std::tm utc{};
     if (strptime(value.c_str(), "%a, %d %b %Y %H:%M:%S", &utc) != nullptr) {
@@ -44,8 +44,8 @@ void takeDate(const std::string& value, HttpAnswer& answer) {
     }
 }
 
-// libcurl header callback. What is kept must be caught here: the daemon's request function resets
-// the handle at its end.
+// libcurl header callback. Headers must be saved here: the daemon's request function resets the handle
+// when it returns.
 std::size_t takeHeader(char* data, std::size_t size, std::size_t count, HttpAnswer* answer) {
     const std::string line(data, size * count);
     const auto has = [&](const char* name) {

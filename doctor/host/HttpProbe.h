@@ -1,6 +1,6 @@
 // Asks the cloud as the daemon would: with the daemon's trust, its proxies and its own request
-// function, but with time limits. One thread; what is returned is the caller's. libcurl is
-// initialised before.
+// function, but with time limits. One thread; the caller owns the results. The caller must initialise
+// libcurl first.
 #pragma once
 
 #include "host/Certificates.h"
@@ -12,7 +12,7 @@
 
 struct HttpAnswer {
     CURLcode code = CURLE_OK;
-    std::string error;     // libcurl's words for `code`
+    std::string error;     // libcurl's message for `code`
     int systemError = 0;   // errno of the connection
     long verifyResult = 0; // OpenSSL's, of the certificate
     std::string addresses; // that were tried, such as "2001:db8::1, 192.0.2.1"
@@ -21,8 +21,8 @@ struct HttpAnswer {
     bool isEncrypted = false;
     long status = 0;
     std::string contentType, location;
-    bool isUnverified = false; // nothing proves that the response is of the cloud
-    std::time_t date = 0;      // the response's; 0 when it has none
+    bool isUnverified = false; // nothing proves that the response comes from the cloud
+    std::time_t date = 0;      // of the response; 0 when it has none
     std::time_t dateTaken = 0; // when it came, by this machine's clock
 };
 
@@ -33,8 +33,8 @@ HttpAnswer askCloud(const std::string& url, long limitMs);
 long askSigned(const std::string& url, const std::string& path, const std::string& secret,
                long limitMs);
 
-// The certificates that the server sends, its own first. `answer` gets the response's date. Nothing
-// but this unsigned HEAD request goes out without verification.
+// The certificates that the server sends, its own first. The date of the response is stored in
+// `answer`. Only this unsigned HEAD request is sent without verification.
 std::vector<Certificate> lookAtCertificates(const std::string& url, long limitMs,
                                             HttpAnswer& answer);
 

@@ -70,8 +70,8 @@ bool isFirstConnection(const LogHistory& history, const Record& record) {
            numberAfter(record.text, "Keepalive: ") < startMs;
 }
 
-// Whether the text of a record begins with the text of a sign; that of some follows a method or an
-// error's place.
+// Whether the text of a record begins with the text of `sign`. In some records a method or the place of
+// an error precedes that text.
 bool hasSign(const std::string& text, const char* sign, Kind kind) {
     const bool isInside =
         kind == Kind::STATUS_REFUSED || kind == Kind::PORT_IN_USE || kind == Kind::BROKER_REFUSED;
@@ -81,7 +81,7 @@ bool hasSign(const std::string& text, const char* sign, Kind kind) {
 
 std::optional<Kind> kindOf(const LogHistory& history, const Record& record) {
     if (record.level == "TRACE" || record.level == "INFO") {
-        return std::nullopt; // these quote datagrams and responses, which may hold any text
+        return std::nullopt; // these records quote datagrams and responses: any text
     }
     for (const auto& [text, kind] : signs) {
         if (!hasSign(record.text, text, kind)) {

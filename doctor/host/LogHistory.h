@@ -1,4 +1,4 @@
-// What the daemon's log says since its last start. Pure functions, usable from any thread.
+// The facts in the daemon's log since the last start. Pure functions, usable from any thread.
 #pragma once
 
 #include <ctime>
@@ -10,7 +10,7 @@ struct LogHistory {
     enum class Kind {
         LOCKED,           // after this record the daemon relays no more
         EXCEPTION,        // a datagram ended in an exception
-        INVALID_DATAGRAM, // a datagram was not what it has to be
+        INVALID_DATAGRAM, // a datagram was invalid
         DROPPED,          // the circuit breaker was open
         TRANSFER_FAILED,  // a request got no complete response
         STATUS_REFUSED,   // a request got a status other than 200 and 201
@@ -33,11 +33,11 @@ struct LogHistory {
     std::time_t openUntil = 0;      // of the circuit breaker; 0: it was not open
     std::time_t endedUnaskedAt = 0; // the last record of a previous run without a stop record
     int rebuilds = 0;               // of the connection to the broker, the normal one included
-    int recentStarts = 0;           // within 3 minutes, that did not follow a stop
+    int recentStarts = 0;           // starts within 3 minutes that did not follow a stop
     bool isStopped = false;         // the last run has ended with a stop record
 };
 
-// `text` is the end of a log file; `now` is the time of this machine. A start record that is later
-// than `runningSince`, the start of the running daemon, is not believed: a datagram with a line feed
-// can forge one. 0: no daemon runs.
+// `text` is the end of a log file; `now` is the time of this machine. A start record that is later than
+// `runningSince`, the start of the running daemon, is ignored: a datagram with a line feed can forge
+// one. `runningSince` is 0 when no daemon runs.
 LogHistory readLogHistory(const std::string& text, std::time_t now, std::time_t runningSince = 0);

@@ -51,7 +51,7 @@ MqttProbe& probeOf(void* given) {
 void onMessage(mosquitto* /*client*/, void* given, const mosquitto_message* message) {
     const bool isKeepalive = std::strcmp(message->topic, keepaliveTopic) == 0;
     if (message->retain) {
-        return; // it may be years old
+        return; // a retained message may be years old
     }
     probeOf(given).keepaliveWasSeen = probeOf(given).keepaliveWasSeen || isKeepalive;
     probeOf(given).replyWasSeen = probeOf(given).replyWasSeen || !isKeepalive;

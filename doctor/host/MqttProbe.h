@@ -1,6 +1,6 @@
-// Talks to the broker as the daemon would, with time limits and with a client id of its own: the
-// broker would end the connection of a client with the same id. One thread. The broker library is
-// initialised before.
+// Talks to the broker as the daemon would, with time limits and with another client id: with the
+// daemon's id, the broker would end the daemon's connection. One thread. The caller must initialise the
+// broker library first.
 #pragma once
 
 #include "mqtt/BrokerSettings.h"
@@ -18,15 +18,15 @@ struct HostAddress {
     int error = 0;    // errno of connecting to it; 0: it accepts connections
 };
 
-// Tries the addresses of the host in the order in which the daemon tries them, up to one that
-// accepts a connection, each for 2 s and all for `limitMs` at most. Empty when the name could not be
-// resolved.
+// Tries the addresses of the host in the order in which the daemon tries them, up to the first one that
+// accepts a connection. Each attempt takes at most 2 s, all together at most `limitMs`. Empty when the
+// name could not be resolved.
 std::vector<HostAddress> tryAddresses(const BrokerAddress& broker, long limitMs);
 
 class MqttProbe {
   public:
-    // `protocol` is MQTT_PROTOCOL_V311, as the daemon has it, or MQTT_PROTOCOL_V5, in which the
-    // broker says what became of a message.
+    // `protocol` is MQTT_PROTOCOL_V311, which the daemon uses, or MQTT_PROTOCOL_V5, with which the
+    // broker reports whether it accepted a message.
     explicit MqttProbe(int protocol);
     ~MqttProbe();
     MqttProbe(const MqttProbe&) = delete;
@@ -42,7 +42,7 @@ class MqttProbe {
     // Lets the library work until `isDone` or for `limitMs`. Returns whether the connection lasts.
     bool waitUntil(const std::function<bool()>& isDone, long limitMs);
 
-    // What the broker said.
+    // The responses of the broker.
     std::optional<int> connack;       // its return code
     std::optional<int> publishResult; // its MQTT 5 reason code
     bool isDenied = false;            // the subscription to the keepalive

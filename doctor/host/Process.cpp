@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The lines of a file such as status: what follows "NAME:", by name.
+// The lines of a file such as status: the text after "NAME:", by name.
 std::map<std::string, std::string> fieldsOf(const std::string& path) {
     std::istringstream lines(textOf(path));
     std::map<std::string, std::string> fields;
@@ -136,7 +136,7 @@ ProcessStatus readProcessStatus(int pid) {
 }
 
 double startTimeOf(int pid) {
-    constexpr int startField = 20; // of those behind the program's name, which may hold anything
+    constexpr int startField = 20; // counted after the program's name, which may contain any text
     const std::string stat = textOf(processPath(pid, "stat"));
     std::istringstream fields(stat.substr(std::min(stat.rfind(')') + 1, stat.size())));
     std::string field;

@@ -1,5 +1,5 @@
-// What /proc shows of a process and of its sockets. Each file is read once per call. One thread;
-// what is returned is the caller's.
+// The facts in /proc about a process and its sockets. Each file is read once per call. One thread; the
+// caller owns the results.
 #pragma once
 
 #include <cstdint>
@@ -38,13 +38,13 @@ std::time_t bootTime();
 // A process as a person knows it: "process 12 (mosquitto)".
 std::string describeProcess(int pid);
 
-// What the kernel last recorded of a daemon that it killed or that crashed; empty when there is
-// nothing or it cannot be read.
+// The last kernel record about a daemon that was killed by the kernel or crashed. Empty when there is
+// no record or the records cannot be read.
 std::string kernelRecordOfDaemon();
 
 struct Socket {
     bool isTcp = false;
-    bool isOwn = false;                      // of the process that is looked at
+    bool isOwn = false;                      // owned by the examined process
     unsigned state = 0;                      // as in the kernel's tcp_states.h
     std::string localAddress, remoteAddress; // as the kernel writes them, in hexadecimal
     int localPort = 0;
@@ -57,12 +57,12 @@ struct Socket {
 constexpr unsigned tcpEstablished = 1;
 constexpr unsigned tcpSynSent = 2;
 
-// One look at a process; with the id 0 at the sockets of this machine alone.
+// One look at a process and its sockets. With the id 0, only the sockets of this machine.
 struct Look {
     std::uint64_t atMs = 0; // monotonic
     int pid = 0;
     ProcessStatus status;
-    std::string waitsIn;         // where in the kernel, if the kernel tells
+    std::string waitsIn;         // the kernel function in which it waits, if known
     bool socketsAreSeen = false; // `isOwn` is known
     std::vector<Socket> sockets; // all of the process's network
 };

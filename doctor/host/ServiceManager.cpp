@@ -20,15 +20,15 @@ bool systemdRuns() {
     return access("/run/systemd/system", F_OK) == 0;
 }
 
-// Without systemd the init script starts the daemon, and the unit says nothing about it.
+// Without systemd the init script starts the daemon, so the unit must be ignored.
 bool unitCounts() {
     return systemdRuns() || access(initScript, F_OK) != 0;
 }
 
-// A fixed command with an empty environment, so that nothing of the caller's leads it elsewhere.
+// A fixed command with an empty environment, so that the caller's environment cannot redirect it.
 std::string askSystemd() {
     const std::unique_ptr<FILE, int (*)(FILE*)> output(
-        popen( // NOLINT(cert-env33-c): nothing of the command comes from others
+        popen( // NOLINT(cert-env33-c): the command is fixed
             "exec /usr/bin/env -i /usr/bin/timeout 3 /usr/bin/systemctl show "
             "--property=MainPID,Result lora-veyra-server.service 2>/dev/null",
             "re"),
@@ -41,8 +41,8 @@ std::string askSystemd() {
     return text;
 }
 
-// The value of the last line "NAME=VALUE"; empty when there is none. An empty value resets those
-// before it, as systemd has it.
+// The value of the last line "NAME=VALUE"; empty when there is none. As in systemd, an empty value
+// discards the earlier values.
 std::string lastValue(const std::string& text, const std::string& name) {
     std::istringstream lines(text);
     std::string value;

@@ -1,10 +1,10 @@
-// What the gateway's service manager knows of the daemon: systemd and its unit, else the process id
-// file of the init script. One thread; what is returned is the caller's.
+// The state of the daemon according to the gateway's service manager: systemd and the unit, or the
+// process id file of the init script. One thread; the caller owns the results.
 #pragma once
 
 #include <string>
 
-// What is not known is 0 or empty.
+// Unknown members are 0 or empty.
 struct ServiceState {
     int mainPid = 0;
     std::string user;

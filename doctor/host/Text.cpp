@@ -5,7 +5,7 @@
 
 namespace {
 
-// What the first byte of a UTF-8 sequence says of its length; 0 when it cannot be a first byte.
+// The length of a UTF-8 sequence, from its first byte; 0 for a byte that cannot begin a sequence.
 std::size_t lengthBy(unsigned first) {
     if (first < 0x80) {
         return 1;
@@ -19,7 +19,7 @@ std::size_t lengthBy(unsigned first) {
     return first < 0xF0 ? 3 : 4;
 }
 
-// Whether a character of this value may be written in so many bytes.
+// Whether UTF-8 permits this number of bytes for a character of this value.
 bool isAllowed(std::uint32_t character, std::size_t length) {
     const bool isSurrogate = character >= 0xD800 && character <= 0xDFFF;
     const bool isTooLong =

@@ -8,12 +8,12 @@
 // The place of the first byte that is not part of valid UTF-8; npos when there is none.
 std::size_t findInvalidUtf8(const std::string& text);
 
-// Text that others wrote, such as a log record or a certificate's name, as valid UTF-8 without
-// control characters and without characters that change the direction of writing: it must neither
-// drive a terminal nor look like something else.
+// Converts text from outside, such as a log record or a certificate's name, to valid UTF-8 without
+// control characters and without characters that change the direction of writing. Such text must not
+// control a terminal or imitate other text.
 std::string printable(const std::string& text);
 
-// A text, such as a URL, without what may be a username and a password before an "@".
+// The text, such as a URL, without a possible username and password before an "@".
 std::string masked(const std::string& text);
 
 // Such as 2026-11-21 10:00:04Z.

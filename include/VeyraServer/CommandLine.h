@@ -18,7 +18,7 @@ struct CommandLine {
 };
 
 // Reads the arguments in order and stops at the first that asks for a banner. Unknown arguments are
-// ignored. The value of an option is examined as an argument in turn. Throws std::logic_error when
+// ignored. The value of an option is also examined as an argument. Throws std::logic_error when
 // the value of an option is missing.
 CommandLine parseCommandLine(int argc, const char* const* argv);
 

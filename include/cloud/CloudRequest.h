@@ -38,7 +38,7 @@ extern std::string gatewaySerial;
 // libcurl's own. Failures are logged here.
 //
 // After an exception inside (a header member that is not a string, no memory, a refused trust
-// option) the result is false and curlMutex stays locked: the next call blocks for ever.
+// option) the result is false and curlMutex stays locked: the next call never returns.
 bool sendCloudRequest(CURL* handle, const std::string& url, Json::Value& body,
                       Json::Value& response, bool collectResponse, const std::string& method);
 

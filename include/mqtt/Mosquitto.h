@@ -17,9 +17,9 @@ constexpr int publishQos = 1;
 
 class Mosquitto final : public mosqpp::mosquittopp {
   public:
-    // Connects to `host`:`port` as client `id`, with the credentials of the section "mqtt" when it
-    // has both. A failed connection is not reported here: isConnected() stays false. `id` must
-    // outlive the object, `host` the constructor. Clients whose id begins with "VEYRA_SERVER"
+    // Connects to `host`:`port` as client `id`, with the credentials of the section "mqtt" when it has
+    // both. A failed connection is not reported here: isConnected() stays false. `id` must outlive the
+    // object. `host` is used only during construction. Clients whose id begins with "VEYRA_SERVER"
     // subscribe to the bridge's keepalive, others to the network server's topics.
     Mosquitto(const char* id, const char* host, int port);
     ~Mosquitto() override;
@@ -62,6 +62,6 @@ extern Mosquitto* mqttClient;
 extern std::uint64_t lastKeepalive;
 extern std::uint64_t lastKeepaliveSent;
 
-// Creates a client for the configured broker. Returns null without memory if the configuration has
-// "host" and "port"; for the default broker, 127.0.0.1:1883, it throws std::bad_alloc instead.
+// Creates a client for the configured broker. If memory is exhausted, returns null for a configured
+// "host" and "port", but throws std::bad_alloc for the default broker 127.0.0.1:1883.
 Mosquitto* createMqttClient();

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# in-root.sh ROOT: enters the Debian root ROOT as an integrator's machine and follows the guide there.
-# Called by run.sh in namespaces of its own.
+# in-root.sh ROOT: enters the Debian root ROOT, which plays an integrator's machine, and runs the guide
+# there. Called by run.sh in namespaces of its own.
 set -euo pipefail
 
 fail() {
@@ -8,7 +8,7 @@ fail() {
     exit 1
 }
 
-# Namespaces, which the tests use, cannot be had below chroot.
+# The tests use namespaces, which cannot be created below chroot.
 enterRoot() {
     mount --bind "$1" "$1"
     cd "$1"
@@ -22,7 +22,7 @@ enterRoot() {
         PLATFORM=/root/platform "/source tree/packaging/integration/in-root.sh" --entered
 }
 
-# What the guide takes as given.
+# Files that the guide assumes.
 prepare() {
     ip link set lo up
     mkdir "/root/build machine"
@@ -50,7 +50,7 @@ checkStage() {
         fail "the log directory of the image without systemd has wrong rights"
 }
 
-# The image becomes this system, so that its init entries can be tried.
+# Copies the image onto this system, so that its init entries can be tested.
 installImage() {
     local file
     for file in passwd group; do
@@ -72,7 +72,7 @@ startByInittab() {
     [[ $(stat -c %U "$log") == lora-veyra ]] || fail "the daemon does not run as its user"
 }
 
-# procd itself is not available here: its functions print what they are told.
+# procd is not available here. These functions replace it and print their arguments.
 checkProcd() {
     bash -euc 'procd_open_instance() { :; }
         procd_set_param() { echo "$@"; }

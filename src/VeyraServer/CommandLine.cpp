@@ -8,8 +8,8 @@
 
 namespace {
 
-// The network server of the same sources prints this text too. Of its options this program honours
-// -c, -l, --version and --help.
+// The network server, which is built from the same sources, also prints this text. Of these options
+// only -c, -l, --version and --help have an effect in this program.
 constexpr const char* usageText =
     "Usage: lora-net-server [-c file] [-l file] [-d file] [-u port] [-n port]\n"
     "                       [--version] [--help]\n"

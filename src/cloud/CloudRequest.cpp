@@ -106,7 +106,7 @@ void setBody(CURL* handle, const std::string& method, const std::string& bodyTex
 }
 
 bool parseText(const char* text, std::size_t length, Json::Value& response) {
-    if (length >= largeBytes) { // the lasting reader would keep the buffers for it
+    if (length >= largeBytes) { // the permanent reader would keep its large buffers
         return Json::Reader().parse(text, text + length, response, true);
     }
     static Json::Reader lasting; // guarded by curlMutex
@@ -204,7 +204,7 @@ bool sendCloudRequest(CURL* handle, const std::string& url, Json::Value& body,
         return accepted;
     } catch (...) {
         // Kept on purpose: the mutex stays locked, the header list is not freed and the handle
-        // keeps its options. The next request blocks for ever.
+        // keeps its options. The next request never returns.
         lock.release();
         VEYRA_LOG(ERROR, "Exception caught during CURL call to [%s]", url.c_str());
         return false;

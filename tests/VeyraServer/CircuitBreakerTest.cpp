@@ -54,7 +54,7 @@ TEST(CircuitBreaker, AddsJitterOfUpTo999Ms) {
     EXPECT_EQ(*jittersMs.rbegin(), 999U);
 }
 
-TEST(CircuitBreaker, AllowsATrialAfterTheInstantItReopens) {
+TEST(CircuitBreaker, AllowsATrialAfterTheBackoff) {
     CircuitBreaker breaker{1, 5000, ceilingMs};
     fail(breaker, 1);
     fakeNowMs = breaker.openUntilMs;

@@ -20,7 +20,7 @@ class DaemonTest(TestCase):
         print(self.testbed.log()[-3000:])  # shown when the test fails
 
     def assert_logged(self, text: str, times: int = 1, seconds: float = 10) -> None:
-        """Waits until the text is in the daemon's log as often as that."""
+        """Waits until the text is in the daemon's log `times` times."""
         self.assertTrue(self.testbed.logged(text, times, seconds), f"not logged: {text}")
 
     def assert_replies(self, count: int, seconds: float = 10) -> None:

@@ -24,7 +24,7 @@ UUID = "00112233445566778899aabbccddeeff"
 
 
 def ago(**interval: float) -> str:
-    """The time of a log record, that long ago."""
+    """The time of a log record that was written `interval` ago."""
     time_of_record = datetime.now(timezone.utc) - timedelta(**interval)
     return time_of_record.strftime("%Y-%m-%dT%H:%M:%S.000Z ")
 
@@ -137,7 +137,7 @@ class DoctorOnFiles(DoctorTest):
 
 class DoctorOnProcess(DoctorTest):
     @skipIf(IS_EMULATED, "the executable of an emulated daemon is the emulator")
-    def test_trusts_the_installed_program_alone(self) -> None:
+    def test_trusts_only_the_installed_program(self) -> None:
         evil = self.testbed.folder / "evil.conf"
         evil.write_text('{"network": {"veyraServer": "https://127.0.0.1:1/evil/"}}')
         named = self.testbed.folder / "lora-veyra-server"
@@ -198,7 +198,7 @@ class DoctorOnProcess(DoctorTest):
         (units / f"{name}.d/x.conf").write_text(drop_in)
         report = self.examine()
         self.assertEqual(report.bad(), {"service.other-configuration"})
-        self.assertIn("has /y.", report.finding("service.other-configuration")["cause"])
+        self.assertIn("uses /y.", report.finding("service.other-configuration")["cause"])
 
     def test_finds_files_relative_to_the_daemons_directory(self) -> None:
         self.testbed.write_configuration()
@@ -210,7 +210,7 @@ class DoctorOnProcess(DoctorTest):
         self.assert_logged("MQTT - subscribed")
         self.assertEqual(self.examine().bad(), set())
 
-    def test_takes_the_daemons_proxy_and_nothing_else(self) -> None:
+    def test_takes_only_the_proxy_from_the_daemon(self) -> None:
         environment = {"https_proxy": "http://127.0.0.1:9", "NO_COLOR": "1", "TZ": "Asia/Tokyo"}
         self.testbed.start_ready_daemon(environment)
         self.expect_bad("cloud.unreachable", says="127.0.0.1 port 9")
@@ -220,7 +220,7 @@ class DoctorOnProcess(DoctorTest):
         report = self.expect_bad("cloud.unreachable", says=r"\*\*\*@127.0.0.1:9")
         self.assertNotIn("hidden", report.text)
 
-    def test_tells_what_holds_the_daemon(self) -> None:
+    def test_names_the_state_of_a_stopped_daemon(self) -> None:
         daemon = self.testbed.start_ready_daemon()
         pid = int(daemon.proc.name)
         os.kill(pid, signal.SIGSTOP)
@@ -246,7 +246,7 @@ class DoctorOnProcess(DoctorTest):
         self.assertEqual(report.bad(), {"alive.deadlocked", "errors.locked"})
         self.assertEqual(daemon.end(signal.SIGKILL), -signal.SIGKILL)
 
-    def test_names_the_broker_that_holds_up_the_start(self) -> None:
+    def test_names_the_broker_that_delays_the_start(self) -> None:
         self.testbed.kill_broker()
         with silent_listener(BROKER_HOST, BROKER_PORT):
             self.testbed.start_daemon()
@@ -256,7 +256,7 @@ class DoctorOnProcess(DoctorTest):
             self.assertIn("127.0.0.2", report.finding("alive.starting")["cause"])
             self.assertEqual(report.outcomes()["port.starting"], "unknown")
 
-    def test_names_who_has_the_port(self) -> None:
+    def test_names_the_process_that_has_the_port(self) -> None:
         self.stop_daemon()
         self.assertEqual(self.examine().finding("port.ok")["subject"],
                          f"127.0.0.1:{UPSTREAM_PORT} (UDP), free")
@@ -275,7 +275,7 @@ class DoctorOnProcess(DoctorTest):
         self.assertGreater(facts["droppedDatagrams"], 0)
         self.assertGreater(facts["waitingBytes"], 8000)
 
-    def test_notices_what_changed_since_the_start(self) -> None:
+    def test_notices_files_that_changed_since_the_start(self) -> None:
         self.testbed.start_ready_daemon()
         future = time.time() + 60
         device = self.testbed.folder / "run/config/device_info.json"
@@ -303,7 +303,7 @@ class DoctorOnProcess(DoctorTest):
         log.touch()
         self.expect_bad("log.moved", says=str(moved))
         moved.rename(log)
-        log.write_text("")  # as rotation by copy and truncate leaves it
+        log.write_text("")  # the state after rotation by copy and truncate
         self.assertEqual(self.examine().bad(), set())
 
     def test_notices_a_daemon_near_its_limits(self) -> None:
@@ -317,7 +317,7 @@ class DoctorOnProcess(DoctorTest):
         self.expect_bad("service.memory-limit")
 
     @skipIf(IS_EMULATED, "the test's fault is a native library")
-    def test_finds_that_the_licence_check_refuses(self) -> None:
+    def test_reports_a_failed_licence_check(self) -> None:
         self.stop_daemon()
         refusing = {"LD_PRELOAD": "libfaults.so", "LD_LIBRARY_PATH": str(BUILD / "tests"),
                     "FAULT": "no licence", "ASAN_OPTIONS": "verify_asan_link_order=0"}

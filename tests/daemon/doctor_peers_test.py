@@ -112,7 +112,7 @@ class DoctorOnCloud(DoctorTest):
                 self.testbed.cloud.head = answer
                 self.assertEqual(self.examine().finding("cloud.ok")["httpStatus"], answer.status)
 
-    def test_believes_no_date_of_an_unverified_server(self) -> None:
+    def test_ignores_the_date_of_an_unverified_server(self) -> None:
         self.serve("stranger")
         self.testbed.cloud.clock_ahead_s = 9999
         self.expect("cloud.other-ca")
@@ -122,7 +122,7 @@ class DoctorOnCloud(DoctorTest):
         report = self.examine(environment={"https_proxy": "http://127.0.0.1:9"})
         self.assertIn("cloud.ok", report.outcomes())
 
-    def test_compares_the_clock_with_the_clouds(self) -> None:
+    def test_compares_the_clock_with_the_cloud(self) -> None:
         for ahead_s, says in ((7200, "7200 seconds behind"), (-90, "90 seconds ahead of")):
             with self.subTest(ahead_s=ahead_s):
                 self.testbed.cloud.clock_ahead_s = ahead_s
@@ -163,7 +163,7 @@ class DoctorOnBroker(DoctorTest):
                                   f"keyfile {certificates}/cloud.key")
         self.assertIn("broker.tls", self.examine().bad())
 
-    def test_blames_no_broker_that_the_daemon_is_connected_to(self) -> None:
+    def test_accepts_a_broker_that_the_daemon_is_connected_to(self) -> None:
         self.testbed.listener.close()
         self.testbed.start_broker("allow_anonymous true\nmax_connections 1")
         self.testbed.start_ready_daemon()
@@ -208,7 +208,7 @@ class DoctorOnBroker(DoctorTest):
         self.assertEqual(report.bad(), set(), report.text)
         self.assertEqual(report.outcomes()["broker.same-client-id"], "unknown")
 
-    def test_names_what_the_broker_denies(self) -> None:
+    def test_reports_denied_publishing(self) -> None:
         cases = [
             ("topic read lora/veyra_keepalive", "replies.denied", {"echo.silent"}),
             ("topic readwrite lora/veyra_keepalive", "replies.denied", set()),
@@ -222,7 +222,7 @@ class DoctorOnBroker(DoctorTest):
                 self.assertIn(replies, report.outcomes())
                 self.assertEqual(report.bad() - {"replies.denied"}, more, report.text)
 
-    def test_takes_a_retained_keepalive_for_no_echo(self) -> None:
+    def test_ignores_a_retained_keepalive(self) -> None:
         self.testbed.start_broker_with_passwords("topic read lora/veyra_keepalive")
         run(find_program("mosquitto_pub"), "-h", BROKER_HOST, "-p", BROKER_PORT, "-u", "listener",
             "-P", "secret", "-t", "lora/veyra_keepalive", "-m", "old", "-r")

@@ -42,7 +42,7 @@ class Doctor(DoctorTest):
         self.assertEqual(self.testbed.log().count("MQTT - connected"), 1)
         self.assertNotIn("disconnected", self.testbed.log())
 
-    def test_signs_and_publishes_nothing_unasked(self) -> None:
+    def test_signs_and_publishes_only_on_request(self) -> None:
         self.testbed.start_ready_daemon()
         report = self.examine()
         self.assertEqual((report.status, report.data["outcome"], report.data["problems"]),
@@ -65,7 +65,7 @@ class Doctor(DoctorTest):
         self.assertEqual(lines[-1], "1 problem found. Fix first: cloud (cloud.unreachable).")
         self.assertNotIn("\033", done.stdout)
 
-    def test_skips_what_depends_on_a_failed_check(self) -> None:
+    def test_skips_checks_that_depend_on_a_failed_check(self) -> None:
         self.stop_daemon()
         self.testbed.kill_broker()
         report = self.examine("--publish")
@@ -75,7 +75,7 @@ class Doctor(DoctorTest):
         skipped = {entry["check"]: entry["needs"] for entry in report.data["skipped"]}
         self.assertEqual(skipped, {"echo": "broker", "replies": "broker"})
 
-    def test_examines_the_process_alone_on_request(self) -> None:
+    def test_examines_only_the_process_on_request(self) -> None:
         self.testbed.start_ready_daemon()
         report = self.examine("--alive")
         self.assertEqual((report.status, report.outcomes()), (0, {"alive.ok": "ok"}))
@@ -83,7 +83,7 @@ class Doctor(DoctorTest):
         self.testbed.kill_daemon()
         self.assertEqual(self.examine("--alive").bad(), {"alive.killed"})
 
-    def test_reports_wrong_arguments_in_the_form_asked_for(self) -> None:
+    def test_reports_wrong_arguments_in_the_requested_format(self) -> None:
         for arguments in (["--nonsense"], ["-c"], ["--pid", "1x"], ["--pid", "0"], ["extra"]):
             with self.subTest(arguments=arguments):
                 done = subprocess.run([DOCTOR, *arguments], capture_output=True, text=True)
@@ -107,7 +107,7 @@ class Doctor(DoctorTest):
         self.assertEqual(self.examine().bad(), set())
         self.assertEqual(json.loads(first.communicate()[0])["outcome"], "ok")
 
-    def test_prints_no_control_characters_of_others(self) -> None:
+    def test_prints_no_control_characters_from_outside(self) -> None:
         self.testbed.cloud.head = Answer(302, headers={"Location": "http://x/\x1b[2J\x9b\xff"})
         self.testbed.start_ready_daemon()
         self.testbed.send(b"\x1b]0;title\x07 \xff\xfe \xe2\x80\xae not JSON")

@@ -1,4 +1,4 @@
-# What the tests of the doctor have in common.
+# The base of the doctor's tests.
 import json
 import os
 import subprocess
@@ -36,7 +36,7 @@ class Report:
 
 class DoctorTest(DaemonTest):
     def command(self, *options: object, program: object = DOCTOR) -> list[str]:
-        """The doctor finds the files of a running daemon itself; without one it is told them."""
+        """Adds options that name the files if no daemon runs from which the doctor takes them."""
         daemon = self.testbed.daemon
         runs = daemon is not None and daemon.wait(0) is None
         files = [] if runs else self.testbed.usual_options()
@@ -65,6 +65,6 @@ class DoctorTest(DaemonTest):
         return report
 
     def stop_daemon(self) -> None:
-        """Leaves the configuration as it is now, and no daemon."""
+        """Keeps the current configuration and stops the daemon."""
         self.testbed.kill_daemon()
         self.testbed.write_configuration()

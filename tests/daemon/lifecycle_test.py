@@ -1,4 +1,4 @@
-# How the built program stops, and what it tells the service manager meanwhile.
+# How the built program stops, and its notifications to the service manager.
 
 import random
 import signal
@@ -66,7 +66,7 @@ class Notification(DaemonTest):
         self.assertGreater(fourth_alive_s - first_alive_s, 2.5)
         self.assert_replies(100)
 
-    def test_stops_notifying_when_a_request_blocks_for_ever(self) -> None:
+    def test_stops_notifying_when_a_request_never_ends(self) -> None:
         daemon = self.testbed.start_ready_daemon()
         self.testbed.send('{"path":"p","request":{"brantle_serial":{}}}')
         self.assert_logged("ERROR Curl call failed p\n")

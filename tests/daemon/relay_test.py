@@ -40,7 +40,7 @@ class Request(DaemonTest):
                 self.assertEqual(self.testbed.cloud.requests[-1].method, sent)
                 self.assertEqual(self.testbed.replies()[-1]["method"], method)
 
-    def test_is_a_post_when_the_method_is_not_a_string(self) -> None:
+    def test_uses_post_when_the_method_is_not_a_string(self) -> None:
         self.testbed.start_ready_daemon()
         self.testbed.send('{"method":7,"path":"m1/x","request":{}}')
         self.assert_replies(1)
@@ -129,7 +129,7 @@ class DeviceInformation(DaemonTest):
 
 @dataclass
 class Response:
-    """A response of the cloud, the record about it and the result that is published."""
+    """A response of the cloud, its log record and its published result."""
 
     name: str
     answer: Answer
@@ -217,7 +217,7 @@ class Responses(DaemonTest):
 @dataclass
 class Rejected:
     datagram: str
-    record: str  # how it begins
+    record: str  # the start of the record
 
 
 MISSING_MEMBER = 'Invalid JSON expected "path" and "request" members.\n'
@@ -266,7 +266,7 @@ class Breaker(DaemonTest):
     REFUSED = "WARNING Circuit is broken, too many failed requests, backoff "
 
     def send_refused(self, *answers: Answer) -> int:
-        """Sends a datagram for each answer and one that is refused. Returns the logged backoff."""
+        """Sends a datagram for each answer, and one that is dropped. Returns the logged backoff."""
         self.testbed.cloud.answers.extend(answers)
         self.testbed.start_ready_daemon()
         for _ in answers:
@@ -287,7 +287,7 @@ class Breaker(DaemonTest):
         backoff_ms = self.send_refused(Answer(500))
         self.assertTrue(0 <= backoff_ms <= 1001, backoff_ms)
 
-    def test_is_asked_after_the_syntax_and_before_the_types(self) -> None:
+    def test_is_checked_after_the_syntax_and_before_the_types(self) -> None:
         self.send_refused(*[Answer(500)] * 10)
         self.testbed.send("no json")
         self.assert_logged("ERROR Failed to parse JSON no json\n")

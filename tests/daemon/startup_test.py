@@ -53,7 +53,8 @@ class CommandLine(DaemonTest):
         usage = r"^Tarnwick Lora VEYRA Server v2\.4\.22\n\nUsage: "
         for option, text in {"--version": version, "-help": usage, "--help": usage}.items():
             with self.subTest(option):
-                # An option without its value shows that the arguments after it are not read.
+                # The missing value of the last option would be an error, so the program does not
+                # read that far.
                 daemon = self.testbed.start_daemon(option, "-c")
                 self.assertEqual(daemon.wait(), 0)
                 self.assertRegex(daemon.output(), text)
@@ -183,7 +184,7 @@ class Faults(DaemonTest):
         error = "File src/VeyraServer Line 308: Unable to create mqtt thread   Error #11"
         self.assertEqual(daemon.errors(), error)
 
-    def test_goes_on_without_threads_until_the_client_is_replaced(self) -> None:
+    def test_continues_without_threads_until_the_client_is_replaced(self) -> None:
         daemon = self.testbed.start_ready_daemon(self.environment("no first network thread"))
         self.testbed.send(check_in())
         self.assert_replies(1, seconds=30)

@@ -1,11 +1,11 @@
-// What the doctor says of the daemon's process, from two looks at it.
+// The doctor's findings about the daemon's process, from two looks at the process.
 #include "checks/Process.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
-// A daemon whose main thread was last seen at work that long ago, and has run `turns` times since.
+// A daemon whose main thread was last seen at work `quietMs` ago and has run `turns` times since.
 struct TwoLooks {
     Look active, now;
 
@@ -114,7 +114,7 @@ TEST(Process, NamesTheBrokerThatItConnectsTo) {
     EXPECT_NE(looks.judged().cause.find("127.0.0.2"), std::string::npos);
 }
 
-TEST(Sockets, AreAtLoopbackWhateverTheFamily) {
+TEST(Sockets, AreAtLoopbackInBothFamilies) {
     EXPECT_TRUE(coversLoopback("0100007F"));
     EXPECT_TRUE(coversLoopback("00000000"));
     EXPECT_TRUE(coversLoopback("0000000000000000FFFF00000100007F"));

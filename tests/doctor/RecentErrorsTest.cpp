@@ -1,4 +1,4 @@
-// What the doctor makes of a log.
+// The doctor's findings about a log.
 #include "checks/RecentErrors.h"
 #include "checks/Clock.h"
 #include "host/Text.h"
@@ -52,7 +52,7 @@ TEST(RecentErrors, AreNoProblemWhenTheyAreOverOrNormal) {
     EXPECT_EQ(judged(start + rebuilt + "30001.\n").front().id, "errors.link-rebuilt");
 }
 
-TEST(RecentErrors, AreNotReadOutOfQuotedDatagrams) {
+TEST(RecentErrors, AreNotFoundInQuotedDatagrams) {
     const std::string quoting =
         "2026-11-21T10:00:05.000Z TRACE Parse upstream message [x failed CODE: Circuit is broken]\n"
         "    ERROR CURL call to Server failed\n";
@@ -71,7 +71,7 @@ TEST(RecentErrors, TellHowLongTheCircuitIsOpen) {
     EXPECT_EQ(judged(start + dropped, tenOClock + 35).front().id, "errors.dropped");
 }
 
-TEST(RecentErrors, NameARunThatEndedUnasked) {
+TEST(RecentErrors, NameARunThatEndedWithoutAStop) {
     EXPECT_EQ(judged(start + start).front().id, "errors.ended-without-stop");
     EXPECT_EQ(judged(start + stop + start).front().outcome, Outcome::OK);
     RecentFacts rebooted;
@@ -100,7 +100,7 @@ TEST(LogHistory, CountsStartsThatFollowNoStop) {
     EXPECT_TRUE(readLogHistory(start + stop, tenOClock + 30).isStopped);
 }
 
-TEST(Clock, IsComparedWithTheCloudElseWithTheCertificate) {
+TEST(Clock, IsComparedWithTheCloudOrWithTheCertificate) {
     HttpAnswer cloud;
     EXPECT_EQ(judgeClock(1333333333, cloud).id, "clock.not-set");
     EXPECT_EQ(judgeClock(tenOClock, cloud).id, "clock.no-reference");

@@ -1,5 +1,5 @@
-// What the doctor says of values in the configuration. What takes effect of each is decided by the
-// daemon's own functions.
+// The doctor's findings about values in the configuration. The daemon's own functions decide which
+// value takes effect.
 #include "checks/Settings.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@ Findings judged(const Json::Value& root) {
 
 } // namespace
 
-TEST(Settings, NamesEachValueThatTakesEffectAsAnother) {
+TEST(Settings, NamesEachValueWithAnotherEffect) {
     const struct {
         const char* name;
         const char* json;
@@ -66,7 +66,7 @@ TEST(Settings, NamesEachValueThatTakesEffectAsAnother) {
     }
 }
 
-TEST(Settings, AcceptsWhatTakesEffectAndWhatAnotherProgramMayOwn) {
+TEST(Settings, AcceptsEffectiveValuesAndKeysOfOtherPrograms) {
     const struct {
         const char* name;
         const char* json;

@@ -76,7 +76,7 @@ TEST_F(Worker, PublishesAKeepaliveEveryFiveSeconds) {
     EXPECT_EQ(creationTimes(), Times{0});
 }
 
-TEST_F(Worker, ReplacesTheClientAfter30SecondsWithoutAnEchoAndEvery9SecondsThen) {
+TEST_F(Worker, ReplacesTheClientAfter30SecondsWithoutAnEchoThenEvery9Seconds) {
     fakeBroker.echoes = false;
     runFor(60000);
     EXPECT_EQ(creationTimes(), (Times{0, 31010, 40010, 49010, 58010}));
@@ -127,7 +127,7 @@ TEST_F(Worker, SkipsNullEntriesOfTheQueue) {
     EXPECT_EQ(fakeBroker.publications.back(), (Publication{100, "lora/veyra", "x"}));
 }
 
-TEST(LinkHealth, AcceptsAClockThatWentBack) {
+TEST(LinkHealth, AcceptsAClockThatWentBackwards) {
     EXPECT_TRUE(linkIsHealthy(true, 9000, 10000));
     EXPECT_TRUE(keepaliveIsDue(9999, 10000));
 }

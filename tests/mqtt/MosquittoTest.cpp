@@ -18,7 +18,7 @@ struct Client : testing::Test {
         section = Json::objectValue;
     }
 
-    // What a client for the configured broker asks of the library.
+    // The library calls of a client for the configured broker.
     static const ClientRecord& create() {
         delete createMqttClient();
         return fakeBroker.client();

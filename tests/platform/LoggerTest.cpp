@@ -39,7 +39,7 @@ struct LogFile : testing::Test {
 
 using Records = std::map<std::string, int>;
 
-// SIGALRM interrupts the test this often; never when it is 0.
+// The interval at which SIGALRM interrupts the test; 0: never.
 void setSignalInterval(int microseconds) {
     const itimerval interval = {{0, microseconds}, {0, microseconds}};
     setitimer(ITIMER_REAL, &interval, nullptr);
