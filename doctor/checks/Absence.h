@@ -1,0 +1,11 @@
+// Why the daemon does not run, or does not run for long. One thread.
+#pragma once
+
+#include "Finding.h"
+#include "Gateway.h"
+
+// Empty when the service is not restarted again and again.
+Findings judgeRestarts(const Gateway& gateway);
+
+// No process is the daemon.
+Finding judgeAbsence(const Gateway& gateway);
