@@ -6,11 +6,12 @@
 #include "host/Text.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <array>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <netdb.h>
+#include <netinet/in.h>
 #include <strings.h>
 #include <sys/socket.h>
 
@@ -67,11 +68,8 @@ std::size_t takeHeader(char* data, std::size_t size, std::size_t count, HttpAnsw
 // libcurl socket callback: notes each address that is tried.
 curl_socket_t openSocket(HttpAnswer* answer, curlsocktype /*purpose*/, curl_sockaddr* address) {
     std::array<char, INET6_ADDRSTRLEN> text{};
-    const void* const place =
-        address->family == AF_INET
-            ? static_cast<const void*>(&reinterpret_cast<sockaddr_in*>(&address->addr)->sin_addr)
-            : &reinterpret_cast<sockaddr_in6*>(&address->addr)->sin6_addr;
-    inet_ntop(address->family, place, text.data(), text.size());
+    getnameinfo(&address->addr, address->addrlen, text.data(), text.size(), nullptr, 0,
+                NI_NUMERICHOST);
     addItem(answer->addresses, text.data());
     return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
