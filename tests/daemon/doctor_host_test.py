@@ -226,6 +226,10 @@ class DoctorOnProcess(DoctorTest):
         os.kill(pid, signal.SIGSTOP)
         self.expect_bad("alive.suspended")
         os.kill(pid, signal.SIGCONT)
+
+    @skipIf(IS_EMULATED, "the test would trace the emulator")
+    def test_names_the_debugger_of_the_daemon(self) -> None:
+        pid = int(self.testbed.start_ready_daemon().proc.name)
         libc = ctypes.CDLL(None, use_errno=True)
         self.assertEqual(libc.ptrace(16, pid, 0, 0), 0)  # PTRACE_ATTACH
         self.assertIn(f"process {os.getpid()} (", self.expect_bad(
@@ -246,6 +250,7 @@ class DoctorOnProcess(DoctorTest):
         self.assertEqual(report.bad(), {"alive.deadlocked", "errors.locked"})
         self.assertEqual(daemon.end(signal.SIGKILL), -signal.SIGKILL)
 
+    @skipIf(IS_EMULATED, "the emulator has threads of its own")
     def test_names_the_broker_that_delays_the_start(self) -> None:
         self.testbed.kill_broker()
         with silent_listener(BROKER_HOST, BROKER_PORT):
