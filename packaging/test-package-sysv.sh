@@ -90,6 +90,7 @@ asNobody() {
         </dev/null >>"$work/nobody.out" 2>&1 &
     nobody=$!
     sleep 1
+    kill -0 "$nobody" || fail "$1 has ended"
 }
 
 # The doctor, run by root, must not follow a process of an unprivileged user.
@@ -102,7 +103,7 @@ testDoctorTrust() {
 {"udp": {"veyraPort": 1799}, "mqtt": {"enabled": true, "host": "127.0.0.1", "port": 9},
  "network": {"veyraServer": "https://127.0.0.1:9/evil/", "gatewayKey": "12"}}
 END
-    asNobody bash -c "exec -a /usr/sbin/$name sleep 60 -c /tmp/evil.conf"
+    asNobody bash -c "exec -a /usr/sbin/$name bash -c 'sleep 60; :' -c /tmp/evil.conf"
     check "a process with the daemon's name is not the daemon" doctor 12
     kill "$nobody"
     cp "$root/usr/sbin/$name" "$root/tmp/$name"
