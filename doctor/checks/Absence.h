@@ -7,5 +7,5 @@
 // Empty when the service is not restarted again and again.
 Findings judgeRestarts(const Gateway& gateway);
 
-// No process is the daemon.
+// Judges why no process is the daemon.
 Finding judgeAbsence(const Gateway& gateway);

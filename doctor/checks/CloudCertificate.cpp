@@ -106,7 +106,7 @@ Finding judgeExpired(const Refusal& refusal) {
 
 Finding judgeCertificate(const Refusal& refusal) {
     if (refusal.answer.code == CURLE_SSL_CONNECT_ERROR) {
-        return judgeIssuer(refusal); // a signature that does not fit ends the handshake
+        return judgeIssuer(refusal); // a signature by another key ends the handshake
     }
     switch (refusal.answer.verifyResult) {
     case X509_V_ERR_CERT_HAS_EXPIRED:
