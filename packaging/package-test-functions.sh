@@ -1,7 +1,7 @@
 # shellcheck shell=bash
-# Functions that the package tests source. Each test runs in namespaces of its own, where the default
-# ports are free. All mounts and processes disappear when the test ends. The peers run outside the
-# Debian root in which the package is tested.
+# Functions that the package tests source. Each test runs in namespaces of its own, where the
+# default ports are free. All mounts and processes disappear when the test ends. The peers run
+# outside the Debian root in which the package is tested.
 
 readonly root=$1 name=lora-veyra-server user=lora-veyra deadlineS=30
 readonly conf=/etc/$name.conf logFolder=/var/log/$name
@@ -100,9 +100,9 @@ relay() {
 # The options of every run of the doctor.
 doctorOptions=()
 
-# doctor LINES: the doctor finds no problem, and at least LINES checks are ok. Two checks may be unknown
-# here: "clock", because the mock cloud may send no Date header, and "errors", because an earlier run of
-# the daemon may have been killed.
+# doctor LINES: the doctor finds no problem, and at least LINES checks are ok. Two checks may be
+# unknown here: "clock", because the mock cloud may send no Date header, and "errors", because an
+# earlier run of the daemon may have been killed.
 doctor() {
     inRoot lora-veyra-doctor "${doctorOptions[@]}" >"$work/doctor.out" 2>&1 &&
         [[ $(grep -c '^ok ' "$work/doctor.out") -ge $1 ]] &&

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# test-package-systemd.sh ROOT: boots the systemd of the Debian root ROOT, installs /package.deb there,
-# and checks that systemd ends the states that the program never leaves by itself. Called by
+# test-package-systemd.sh ROOT: boots the systemd of the Debian root ROOT, installs /package.deb
+# there, and checks that systemd ends the states that the program never leaves by itself. Called by
 # test-packages.sh in namespaces of its own. Ends with status 75 where systemd cannot be booted.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."

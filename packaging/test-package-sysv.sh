@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # test-package-sysv.sh ROOT: installs /package.deb in the Debian root ROOT and tests installation,
-# upgrade and removal as on a system with SysV init, with a real broker and the mock cloud. Called by
-# test-packages.sh in namespaces of its own.
+# upgrade and removal as on a system with SysV init, with a real broker and the mock cloud. Called
+# by test-packages.sh in namespaces of its own.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 # shellcheck source=packaging/package-test-functions.sh
@@ -84,7 +84,8 @@ testDoctor() {
     chmod 0750 "$root/var/log/$name"
 }
 
-# asNobody COMMAND...: starts COMMAND as nobody in the background and stores its process id in $nobody.
+# asNobody COMMAND...: starts COMMAND as nobody in the background and stores its process id in
+# $nobody.
 asNobody() {
     "${enter[@]}" /usr/bin/setpriv --reuid nobody --regid nogroup --clear-groups "$@" \
         </dev/null >>"$work/nobody.out" 2>&1 &

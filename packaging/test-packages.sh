@@ -28,12 +28,13 @@ package=$(realpath build-packages/lora-veyra-server_*_"$architecture".deb)
 work=$(mktemp --directory --tmpdir lora-veyra-packages.XXXXXXXXXX)
 trap 'rm -rf --one-file-system "$work"' EXIT
 
-# The systemd of the root checks the unit. Once is enough, because all packages have the same unit file.
+# The systemd of the root checks the unit. Once is enough, because all packages have the same unit
+# file.
 included=logrotate
 [[ $architecture != "$native" ]] || included+=,systemd
 
-# First the root gets all its packages from the network. Everything after that runs with the loopback
-# interface only.
+# First the root gets all its packages from the network. Everything after that runs with the
+# loopback interface only.
 echo "Making a Debian root for $architecture"
 # shellcheck disable=SC2016 # mmdebstrap's shell expands $1
 packaging/debian-root.sh --quiet --variant=minbase --architectures="$architecture" \

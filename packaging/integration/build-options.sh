@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# build-options.sh: configures and builds the tree in $SOURCE as integrators do, with options that the
-# presets of this project do not use. PLATFORM must contain a working platform library.
+# build-options.sh: configures and builds the tree in $SOURCE as integrators do, with options that
+# the presets of this project do not use. PLATFORM must contain a working platform library.
 set -euo pipefail
 
 fail() {
@@ -71,8 +71,8 @@ testPlatforms() {
         fail "a second configuration does not follow the root"
 }
 
-# testPaths NAME PREFIX SBINDIR CONFIGURATION LOG UNITS OPTION...: the installed files name each other's
-# paths.
+# testPaths NAME PREFIX SBINDIR CONFIGURATION LOG UNITS OPTION...: the installed files name each
+# other's paths.
 testPaths() {
     local sbin=$3 configuration=$4 log=$5 unit=$6/lora-veyra-server.service stage=$PWD/$1-stage file
     configure "$1" -DBUILD_TESTING=OFF -DCMAKE_INSTALL_PREFIX="$2" "${@:7}" || fail "$1"

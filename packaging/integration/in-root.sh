@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# in-root.sh ROOT: enters the Debian root ROOT, which plays an integrator's machine, and runs the guide
-# there. Called by run.sh in namespaces of its own.
+# in-root.sh ROOT: enters the Debian root ROOT, which plays an integrator's machine, and runs the
+# guide there. Called by run.sh in namespaces of its own.
 set -euo pipefail
 
 fail() {
