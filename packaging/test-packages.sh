@@ -17,7 +17,7 @@ if [[ $# -eq 0 ]]; then
     status=0
     packaging/with-emulator.sh armhf packaging/test-packages.sh armhf || status=$?
     if [[ $status -eq $cannotRun ]]; then
-        echo "test-package: armhf skipped, the kernel cannot run its programs here"
+        echo "test-package: armhf skipped: the kernel of this machine cannot run its programs"
         exit 0
     fi
     exit "$status"
@@ -49,7 +49,7 @@ readonly alone=(unshare --mount --net --pid --fork --kill-child)
 status=0
 "${alone[@]}" packaging/test-package-systemd.sh "$work/root" || status=$?
 if [[ $status -eq $cannotRun ]]; then
-    echo "test-package: systemd skipped, no control groups (version 2) can be had here"
+    echo "test-package: systemd skipped: control groups (version 2) are not available here"
     exit 0
 fi
 exit "$status"
