@@ -1,4 +1,4 @@
-// Why the daemon does not run, or does not run for long. One thread.
+// Why the daemon is not running, or ends soon after each start. One thread.
 #pragma once
 
 #include "Finding.h"

@@ -51,7 +51,7 @@ Finding judgeIssuer(const Refusal& refusal) {
     const Certificate& top = topOf(refusal.chain);
     const std::string issuer = "\"" + top.issuer + "\"";
     const std::string file =
-        std::string(" The CA file ") + cloudCaFile + " has " + namesOf(refusal.trusted);
+        std::string(" The CA file ") + cloudCaFile + " contains " + namesOf(refusal.trusted);
     const char* const install = "Put the CA certificate of the cloud into the file:\n"
                                 "apt-get install --reinstall ca-certificates";
     if (issuerInFile(refusal) != nullptr) {

@@ -53,7 +53,7 @@ int firstFreePort() {
     return std::stoi(text);
 }
 
-// The daemon does not run, and no other program has the port.
+// The daemon is not running, and no other program has the port.
 Finding judgeFree(const Gateway& gateway, const std::string& subject, int port) {
     if (port < firstFreePort() && gateway.user.uid != 0) {
         return bad("port.privileged", subject,

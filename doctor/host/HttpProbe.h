@@ -29,7 +29,7 @@ struct HttpAnswer {
 // An unsigned HEAD request.
 HttpAnswer askCloud(const std::string& url, long limitMs);
 
-// The status of a signed GET request for `path`; 0 when no response came.
+// The status of a signed GET request for `path`; 0 when no response arrived.
 long askSigned(const std::string& url, const std::string& path, const std::string& secret,
                long limitMs);
 
