@@ -12,7 +12,7 @@ struct CircuitBreaker {
     std::int32_t failureCount = 0;
     std::uint64_t openUntilMs = 0; // monotonic; no request is allowed until then; 0: never opened
 
-    // Whether a request may be sent now. Logs a warning when it may not.
+    // Whether a request may be sent now. Logs a warning if not.
     bool allowsRequest() const;
     void requestFailed();
     void requestSucceeded();

@@ -166,7 +166,7 @@ void setTrust(CURL* handle, const std::string& url) {
         requireSuccess(curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L));
         requireSuccess(curl_easy_setopt(handle, CURLOPT_CAINFO, cloudCaFile));
         // Some builds of libcurl also trust a directory of CA certificates. The others do not know
-        // such directories and may refuse this option.
+        // such directories and may reject this option.
         requireMemory(curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr));
     }
 }
