@@ -25,7 +25,7 @@ startedRelay() {
     relay "$1"
 }
 
-# systemd is installed, but does not run.
+# systemd is installed, but is not running.
 testInstallation() {
     echo "Installation"
     printf '#!/bin/sh\nexit 0\n' >"$root/usr/sbin/policy-rc.d"
@@ -41,7 +41,7 @@ testInstallation() {
     check "and keeps running" service status
 }
 
-# systemd does not run, so the unit is examined as a file. A score above 2.0 fails.
+# systemd is not running, so the unit is examined as a file. A score above 2.0 fails.
 testUnit() {
     local unit=$name.service score=$work/score.out
     echo "Unit"
