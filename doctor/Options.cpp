@@ -12,7 +12,7 @@ const char* const usageText =
     "  -c, -l, --var-run  the files of lora-veyra-server; without these options the\n"
     "                     files of the running daemon, or those of the package\n"
     "  --pid PID          examine this process, for example in a container\n"
-    "  --alive            examine only whether the daemon runs and works\n"
+    "  --alive            only check whether the daemon runs and works\n"
     "  --json             print one JSON object\n"
     "  --publish          also publish one message on lora/veyra\n"
     "  --sign PATH        also send one signed GET request for PATH, for example\n"
@@ -61,7 +61,7 @@ Options parseOptions(int argc, char** argv) {
                 given.fault = std::string("not a process id: ") + optarg;
             }
         } else if (found == '?') {
-            given.fault = std::string("unknown option, or value missing: ") + argv[optind - 1];
+            given.fault = std::string("unknown option or missing value: ") + argv[optind - 1];
         }
     }
     if (given.fault.empty() && optind < argc) {

@@ -85,7 +85,7 @@ Finding judgeIssuer(const Refusal& refusal) {
     return bad("cloud.other-ca", refusal.url,
                "The server's certificate is from another CA: " + issuer + "." + file +
                    ". Only these are trusted.",
-               "Find out whether a proxy intercepts the connection. Otherwise ask the operator of "
+               "Find out whether a proxy intercepts the connection. If not, ask the operator of "
                "the cloud.");
 }
 

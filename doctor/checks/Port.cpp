@@ -27,8 +27,9 @@ Finding judgeOwner(const Gateway& gateway, const std::string& subject, const Soc
 // The daemon is running and the doctor sees its sockets, but the daemon does not have the port.
 Finding judgeMissing(const std::string& subject, const Look& look) {
     if (isStarting(look)) {
-        return unknown("port.starting", subject,
-                       "The daemon opens the port after it has connected to the broker.");
+        return unknown(
+            "port.starting", subject,
+            "The daemon is still connecting to the broker. It opens the port afterwards.");
     }
     for (const Socket& socket : look.sockets) {
         if (socket.isOwn && !socket.isTcp && socket.remotePort == 0 && socket.localPort != 0) {

@@ -74,9 +74,11 @@ Finding judgeSlowness(const std::string& subject, const LifeFacts& facts) {
                    "The daemon received a stop signal. It waits until a request to the cloud ends.",
                    "Wait, or kill the daemon: " + kill);
     }
-    return bad("alive.waits-for-cloud", subject,
-               "A request to the cloud has been in progress for 10 s or more.",
-               "See the check \"cloud\". The request has no time limit. This ends it: " + kill);
+    return bad(
+        "alive.waits-for-cloud", subject,
+        "A request to the cloud has been in progress for 10 s or more.",
+        "See the check \"cloud\". The request has no time limit. To end it, kill the daemon: " +
+            kill);
 }
 
 Finding judgeLink(const std::string& subject, const LifeFacts& facts) {

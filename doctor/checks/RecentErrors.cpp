@@ -106,7 +106,7 @@ Finding judgeEvent(const RecentFacts& facts, Kind kind, const Event& event) {
                    "See the broker's log at that time.");
     case Kind::BROKER_REFUSED:
         return bad("errors.broker-rejected", path,
-                   "The broker rejected the daemon: " + summary(event, "time") + ".",
+                   "The broker rejected the daemon " + summary(event, "time") + ".",
                    fixForRejection(facts));
     case Kind::PORT_IN_USE:
         return bad("errors.port-in-use", path, summary(event, "failed attempt") + ".",

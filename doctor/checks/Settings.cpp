@@ -181,7 +181,7 @@ bool isExplained(const Setting& setting, const Findings& misspelt) {
 void judgeEffect(const Setting& setting, const Value& configured, const Value& effect,
                  Findings& found) {
     const std::string subject = setting.name + " " + shown(setting.name, configured);
-    const std::string taken = "It takes effect as " + shown(setting.name, effect);
+    const std::string taken = "The value takes effect as " + shown(setting.name, effect);
     if (setting.isUseless != nullptr && setting.isUseless(effect)) {
         found.push_back(bad("settings.useless", subject, taken + ": " + setting.consequence + ".",
                             thenRestart(setting.fix)));
@@ -190,7 +190,7 @@ void judgeEffect(const Setting& setting, const Value& configured, const Value& e
     const bool isSame = effect.isBool() || jsonOf(configured) == jsonOf(effect);
     if (!configured.isNull() && !isSame) {
         found.push_back(bad("settings.no-effect", subject,
-                            effect.isNull() ? "It has no effect." : taken + ".",
+                            effect.isNull() ? "The value has no effect." : taken + ".",
                             thenRestart(setting.fix)));
     }
 }
