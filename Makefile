@@ -6,7 +6,7 @@ DEPENDENCIES := .ci/install-dependencies.sh
 SOURCES = $(shell git ls-files '*.cpp' '*.h')
 PYTHON = $(shell git ls-files '*.py')
 SCRIPTS = $(shell git ls-files '*.sh' .ci/run 'packaging/*.init.in' 'packaging/debian/p*')
-# Other C libraries do not have these. common/Memory.cpp calls them for all.
+# Functions that only glibc has. Only common/Memory.cpp may call them.
 GLIBC_ONLY := mallopt|mallinfo|malloc_(trim|info|stats)|gnu_get_|__GLIBC|backtrace_symbols|execinfo\.h
 # Most tests wait for a broker or a timer, so they run well beyond the number of cores.
 TEST_JOBS ?= 24
@@ -24,14 +24,14 @@ help:
 	@echo 'make cross ARCH=armhf        the programs for an architecture of cmake/targets.list'
 	@echo 'make test-cross ARCH=armhf   the tests for it, in an emulator'
 	@echo 'make package   Debian packages and their SHA-256 sums'
-	@echo 'make test-package      builds the packages again and compares; tests them in a clean root'
-	@echo 'make test-integration  runs the commands of docs/integration.md in a clean root'
+	@echo 'make test-package      builds the packages twice and compares; tests them in a clean Debian'
+	@echo 'make test-integration  runs the commands of docs/integration.md in a clean Debian'
 	@echo 'make fuzz      fuzzes the parsers of external input, FUZZ_SECONDS for each'
 	@echo 'make soak      SOAK_MINUTES of load with failing peers; accounts for every datagram'
 	@echo 'make bench     the daemon compared with a minimal baseline'
 	@echo 'make lint      checks formatting, sources, scripts and documents'
 	@echo 'make format    formats the sources'
-	@echo 'make loc       lines of code by component, and the ratio of tests'
+	@echo 'make loc       lines of code by component; ratio of test code to product code'
 	@echo 'make clean     removes all build directories'
 
 deps:

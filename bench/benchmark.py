@@ -63,7 +63,7 @@ def spread(values: Sequence[float], digits: int) -> str:
 
 
 def ratios(series: Series) -> str:
-    """Daemon to baseline. Only measurements of the same turn are compared."""
+    """The daemon's values divided by the baseline's values of the same turn."""
     both = zip(series["daemon"], series["baseline-json"], strict=True)
     return spread([daemon / baseline for daemon, baseline in both], 3)
 
@@ -87,7 +87,7 @@ class Answers:
         self.process = Process(command, testbed.folder, "answers")
         broker = testbed.broker
         subscribed = eventually(lambda: broker and "lora/veyra" in broker.errors())
-        expect(subscribed, "no subscription")
+        expect(subscribed, "mosquitto_sub is not subscribed")
         self._file = self.process.out.open()
         self._rest = ""
         self._times: list[int] = []
@@ -98,7 +98,7 @@ class Answers:
         return len(self._times)
 
     def take(self, count: int) -> list[int]:
-        expect(eventually(lambda: self.count() >= count, 60), "a datagram was not answered")
+        expect(eventually(lambda: self.count() >= count, 60), "a datagram got no reply")
         times, self._times = self._times[:count], self._times[count:]
         return times
 
@@ -178,7 +178,7 @@ class Benchmark:
         while not self.answers.count():
             subject.send(packets(200))
             time.sleep(0.001)
-            expect(time.time_ns() < start + 20e9, f"{subject.name} does not answer")
+            expect(time.time_ns() < start + 20e9, f"{subject.name} sent no reply")
         came = self.answers.take(1)[0]
         # Discards the replies to the other datagrams.
         time.sleep(0.3)
@@ -202,7 +202,8 @@ class Benchmark:
         return (self.answers.take(1)[0] - start) / 1e6
 
     def start_and_memory(self) -> None:
-        head("", "start to first answer, ms", "resident idle, KiB", f"after {SETTLING}, KiB")
+        after = f"resident after {SETTLING} datagrams, KiB"
+        head("", "time to first reply, ms", "resident, idle, KiB", after)
         for subject in self.subjects:
             first = [self.first_ms(subject) for _ in range(max(self.slices, 3))]
             idle = subject.resident_kib()
@@ -213,7 +214,7 @@ class Benchmark:
         rate, cpu, single = Series(list), Series(list), Series(list)
         for _ in range(self.slices):
             for subject in self.subjects:
-                # A new process: its layout in memory changes its speed by some percent.
+                # A new process: the memory layout of a process changes its speed by a few percent.
                 self.first_ms(subject)
             for _ in range(BURSTS):
                 for subject in self.subjects:

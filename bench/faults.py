@@ -11,7 +11,7 @@ class FaultKind:
     name: str
     shortest_s: float
     longest_s: float
-    answer: Answer | None = None  # of the cloud meanwhile
+    answer: Answer | None = None  # the cloud's answer during the fault
 
 
 @dataclass

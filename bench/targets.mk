@@ -1,6 +1,6 @@
 # Measurements. Each target builds the programs that it runs.
 
-# Repetitions of all measurements of "make bench". More repetitions reduce the spread.
+# How often "make bench" repeats all measurements. More repetitions reduce the spread.
 BENCH_SLICES ?= 5
 # For each fuzzer.
 FUZZ_SECONDS ?= 60

@@ -8,7 +8,7 @@
 const char* const usageText =
     "Usage: lora-veyra-doctor [-c FILE] [-l FILE] [--var-run DIR] [--pid PID] [--alive]\n"
     "                         [--json] [--publish] [--sign PATH]\n"
-    "Says what is wrong with this gateway. Run it as root.\n"
+    "Finds out what is wrong with this gateway. Run it as root.\n"
     "  -c, -l, --var-run  the files of lora-veyra-server; without these options the\n"
     "                     files of the running daemon, or those of the package\n"
     "  --pid PID          examine this process, for example in a container\n"

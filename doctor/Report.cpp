@@ -155,7 +155,8 @@ void Report::printFinding(const std::string& check, const Finding& finding) cons
 
 void Report::printEnd(bool offerMore) const {
     for (const auto& [needed, checks] : skippedFor) {
-        printText("Skipped because of " + needed + ": ", checks + ".");
+        const std::string reason = needed == "time" ? "the time limit" : needed;
+        printText("Skipped because of " + reason + ": ", checks + ".");
     }
     if (problems > 0) {
         printText("", counted(problems, "problem") + " found. Fix first: " + firstProblem + ".");
@@ -169,7 +170,7 @@ void Report::printEnd(bool offerMore) const {
     if (offerMore) {
         printText("", "No reply was seen during this run. If replies are missing, run: "
                       "lora-veyra-doctor --publish --sign m1/gateways/SERIAL/check_in");
-        printText("", "lora-veyra-doctor(8) lists the faults that the doctor cannot see.");
+        printText("", "lora-veyra-doctor(8) lists the faults that the doctor cannot detect.");
     }
 }
 

@@ -12,8 +12,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Json::Value network;
     network["gatewayKey"] = std::string(reinterpret_cast<const char*>(data), size);
     const std::string secret = buildGatewaySecret(device, network);
-    // A complete UUID or none, then the device id. The uuid of the device replaces an empty key. It
-    // has dashes and gets more, so that it is longer.
+    // The secret has a complete UUID or none, followed by the device id. If the key is empty, the
+    // uuid of the device replaces it. This uuid has dashes already and more are inserted, so this
+    // part is longer than a UUID.
     static const std::regex allowed("(|[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}|.{40})\\|");
     if (!std::regex_match(secret, allowed)) {
         std::abort();

@@ -19,8 +19,8 @@ long status() {
     return input.empty() ? 0 : 198 + (input[0] & 7);
 }
 
-// The network server must be able to parse the reply. The response is one level deeper there, which
-// may exceed the limit of the JSON library.
+// The network server must be able to parse the reply. Inside the reply the response is nested one
+// level deeper, which may exceed the limit of the JSON library.
 void checkIsReadable(const Json::Value& response) {
     Json::Value reply;
     reply["result"] = response;

@@ -28,29 +28,30 @@ Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
     const std::string& result = gateway.service.result;
     if (!result.empty() && result != "success") {
         return bad("alive.killed", subject,
-                   "The daemon does not run. systemd says: " + result + "." + error, start);
+                   "The daemon is not running. systemd reports: " + result + "." + error, start);
     }
     if (gateway.history.isStopped) {
         return bad("alive.stopped", subject,
-                   "The daemon does not run: it was stopped by a signal, as intended.", start);
+                   "The daemon is not running: it was stopped by SIGTERM or SIGINT.", start);
     }
     if (const std::string kernel = kernelRecordOfDaemon(); !kernel.empty()) {
         return bad("alive.killed", subject,
-                   "The daemon does not run. The kernel's record of a process with this name: " +
+                   "The daemon is not running. The kernel logged this about a process with the "
+                   "same name: " +
                        kernel + "." + error,
                    start);
     }
     if (gateway.history.startedAt != 0 && error.empty()) {
-        return bad("alive.killed", subject,
-                   "The daemon does not run. Its log has no stop record: it was killed or it "
-                   "aborted.",
-                   start + "\nSee why: journalctl -u lora-veyra-server");
+        return bad(
+            "alive.killed", subject,
+            "The daemon is not running. It was killed or it aborted: its log has no stop record.",
+            start + "\nSee why: journalctl -u lora-veyra-server");
     }
     if (!error.empty()) {
-        return bad("alive.not-running", subject, "The daemon does not run." + error,
+        return bad("alive.not-running", subject, "The daemon is not running." + error,
                    "Fix the cause of this error.\n" + start);
     }
-    return bad("alive.not-running", subject, "The daemon does not run.", start);
+    return bad("alive.not-running", subject, "The daemon is not running.", start);
 }
 
 } // namespace
@@ -72,8 +73,8 @@ Finding judgeAbsence(const Gateway& gateway) {
     const std::string subject = installedProgram();
     if (!gateway.isRoot) {
         return unknown("alive.hidden", subject,
-                       "No process of this user runs the program. The processes of other users "
-                       "cannot be seen.",
+                       "No process of this user runs the program. This user has no permission to "
+                       "see the processes of other users.",
                        runAsRoot);
     }
     if (!gateway.daemons.untrusted.empty()) {

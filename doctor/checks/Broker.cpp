@@ -78,7 +78,7 @@ Finding judgeSilence(const Gateway& gateway, const std::string& subject, int por
     }
     return bad(
         "broker.no-connack", subject,
-        "The connection is accepted, but CONNECT is not answered in time.",
+        "The program at this port accepts the connection, but does not answer CONNECT in time.",
         "See the broker's log. Either the broker hangs, or another program listens at this port.");
 }
 
@@ -122,7 +122,7 @@ Finding judgeAnswer(Gateway& gateway, const std::string& subject, const BrokerAd
 Finding asObserved(Finding finding, bool isLinked) {
     if (isLinked && finding.outcome == Outcome::BAD) {
         finding.outcome = Outcome::UNKNOWN;
-        finding.cause += " The daemon has an open connection to it.";
+        finding.cause += " However, the daemon is connected to this broker.";
         finding.fix.clear();
     }
     return finding;

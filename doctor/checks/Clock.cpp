@@ -15,7 +15,7 @@ Finding judgeClock(std::time_t now, const HttpAnswer& cloud) {
     const char* const fix = "Set the clock with NTP, or by hand: date -u -s 'YYYY-MM-DD hh:mm:ss'";
     if (now < saneFrom || now > saneTo) {
         return bad("clock.not-set", subject,
-                   "The clock was never set: certificates and signatures are rejected.", fix);
+                   "The clock is not set, so certificates and signatures are rejected.", fix);
     }
     if (cloud.date != 0 && cloud.isUnverified) {
         return unknown(

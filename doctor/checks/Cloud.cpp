@@ -47,7 +47,7 @@ Finding judgeTimeout(const std::string& url, const HttpAnswer& answer) {
     }
     if (isVerified(url) && !answer.isEncrypted) {
         return bad("cloud.no-tls", url,
-                   "The server accepts the connection and does not answer the TLS handshake: " +
+                   "The server accepts the connection, but does not answer the TLS handshake: " +
                        errorOf(answer),
                    fixAddress);
     }
@@ -77,7 +77,7 @@ Finding judgeUnresolved(const Gateway& gateway, const std::string& url,
                    "Check the network: ip route");
     }
     return bad("cloud.dns-failed", url,
-               "The name servers give no usable answer: " + errorOf(answer),
+               "The name servers give no usable result: " + errorOf(answer),
                "Check /etc/resolv.conf and its name servers.");
 }
 
@@ -126,8 +126,7 @@ Finding judgeStatus(const std::string& url, const HttpAnswer& answer) {
                                "network with a login page, log in first."));
     }
     if (answer.status == 200 && isHtml) {
-        return bad("cloud.html", url,
-                   "The server answers with an HTML page instead of an API response.",
+        return bad("cloud.html", url, "The server sends an HTML page instead of an API response.",
                    thenRestart("Correct the API prefix in network.veyraServer. On a network with a "
                                "login page, log in first."));
     }

@@ -71,14 +71,14 @@ Finding judgeIssuer(const Refusal& refusal) {
                 "missing from the CA file." +
                 file + ".",
             thenRestart(std::string("Ask the operator of the cloud which CA is correct. A proxy "
-                                    "may have made the certificate. If no proxy did: ") +
+                                    "may have issued the certificate. If no proxy issued it: ") +
                         install));
     }
     if (refusal.chain.size() == 1 && top.subject != top.issuer && !isIssuerKnown(top)) {
         return bad("cloud.incomplete-chain", refusal.url,
                    "The server sends only its own certificate, and the issuer " + issuer +
                        " is not in the CA file. Either the server does not send its intermediate "
-                       "certificate, or a proxy made the certificate." +
+                       "certificate, or a proxy issued the certificate." +
                        file + ".",
                    "Ask the operator of the cloud to send the complete chain.");
     }

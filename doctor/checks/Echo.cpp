@@ -8,8 +8,8 @@ namespace {
 
 constexpr long listenMs = 6500; // the daemon publishes every 5 s
 constexpr std::uint64_t pauseMs = 100;
-constexpr const char* allow =
-    "Allow both to the daemon's user in the broker's ACL: topic readwrite lora/veyra_keepalive";
+constexpr const char* allow = "Allow the daemon's user to publish and to read this topic. Add to "
+                              "the broker's ACL: topic readwrite lora/veyra_keepalive";
 
 // A connection that is recreated once, as after the start of the daemon, shows as three states: the
 // old one, none, the new one.
@@ -48,7 +48,7 @@ Finding judgeSilence(bool isSameLink) {
 
 Findings checkEcho(Gateway& gateway) {
     if (gateway.daemon == nullptr) {
-        return {unknown("echo.no-daemon", keepaliveTopic, "The daemon does not run.")};
+        return {unknown("echo.no-daemon", keepaliveTopic, "The daemon is not running.")};
     }
     MqttProbe& probe = *gateway.broker;
     probe.subscribe(keepaliveTopic, 2);
@@ -79,7 +79,7 @@ Findings checkEcho(Gateway& gateway) {
     }
     if (!isOpen) {
         return {unknown("echo.ended", keepaliveTopic,
-                        "The broker ended the doctor's connection before a keepalive came.")};
+                        "The broker ended the doctor's connection before a keepalive arrived.")};
     }
     const bool wasRebuilt = gateway.history.events.count(LogHistory::Kind::LINK_REBUILT) != 0;
     return {judgeSilence(gateway.links.size() == 1 && !wasRebuilt)};

@@ -42,9 +42,9 @@ Findings judgeDeviceFile(const Gateway& gateway, const std::string& path, int er
     }
     if (!gateway.device.isObject()) {
         return {bad("identity.device-invalid", path,
-                    "The file is not a complete JSON object without a byte order mark. The daemon "
-                    "treats the file as missing.",
-                    thenRestart("Correct it: {\"uuid\": \"...\", \"deviceId\": \"...\"}."))};
+                    "The file is not a complete JSON object, or it begins with a byte order mark. "
+                    "The daemon treats the file as missing.",
+                    thenRestart("Correct the file: {\"uuid\": \"...\", \"deviceId\": \"...\"}."))};
     }
     return {};
 }
@@ -55,7 +55,8 @@ Findings judgeKey(const std::string& key) {
     const auto parsed = parseGatewayKey(key);
     if (!parsed) {
         return {bad("identity.key-not-hexadecimal", subject,
-                    "A character is not hexadecimal: the daemon signs with the deviceId alone.",
+                    "The key contains a character that is not hexadecimal. The daemon signs with "
+                    "the deviceId alone.",
                     again)};
     }
     if (hexadecimalDigits(key) > keyDigits ||
@@ -74,18 +75,18 @@ Findings judgeKey(const std::string& key) {
 }
 
 Findings judgeUuid(const std::string& uuid) {
-    const std::string fix =
-        thenRestart("Write it as 32 hexadecimal digits without dashes, or set network.gatewayKey.");
+    const std::string fix = thenRestart(
+        "Write the uuid as 32 hexadecimal digits without dashes, or set network.gatewayKey.");
     if (uuid.size() < shortestUuid) {
         return {bad("identity.uuid-missing", "uuid of the device",
-                    "It is missing or too short, and network.gatewayKey is not set: the daemon "
-                    "aborts at startup.",
+                    "The uuid is missing or too short, and network.gatewayKey is not set: the "
+                    "daemon aborts at startup.",
                     fix)};
     }
     if (uuid.size() != keyDigits || hexadecimalDigits(uuid) != keyDigits) {
         return {bad("identity.uuid-unusual", "uuid of the device",
-                    "It is not 32 hexadecimal digits. The daemon signs with a secret that the "
-                    "cloud does not know.",
+                    "The uuid is not 32 hexadecimal digits. The daemon signs with a secret that "
+                    "the cloud does not know.",
                     fix)};
     }
     return {};
@@ -128,17 +129,18 @@ Findings checkIdentity(Gateway& gateway) {
     }
     const Json::Value& key = network["gatewayKey"];
     if (!key.isNull() && !key.isString()) {
-        found.push_back(bad("identity.key-no-text", "network.gatewayKey",
-                            "The key is not a text: the daemon uses the device's uuid instead.",
-                            thenRestart("Write the key in quotes.")));
+        found.push_back(
+            bad("identity.key-no-text", "network.gatewayKey",
+                "The key is not a string, so the daemon uses the device's uuid instead.",
+                thenRestart("Write the key in quotes.")));
     }
     const GatewayIdentity identity = readIdentity(gateway.device, network);
     judgeFirstPart(gateway, identity, found);
     if (gateway.device.isObject() && identity.deviceId.empty()) {
         found.push_back(bad("identity.device-id-missing", "deviceId of the device",
-                            "It is missing or not a text. The daemon signs with a secret that the "
-                            "cloud does not know.",
-                            thenRestart("Add it to " + path + ".")));
+                            "The deviceId is missing or is not a string. The daemon signs with a "
+                            "secret that the cloud does not know.",
+                            thenRestart("Add deviceId to " + path + ".")));
     }
     gateway.fingerprint = fingerprintOf(gateway.device, network);
     if (found.empty()) {

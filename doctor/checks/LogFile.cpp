@@ -23,7 +23,7 @@ bool syslogListens() {
 Finding judgeSyslog() {
     if (!syslogListens()) {
         return bad("log.no-syslog", "/dev/log", "log.syslog is true, but no syslog daemon listens.",
-                   thenRestart("Install one, or set log.syslog to false."));
+                   thenRestart("Install a syslog daemon, or set log.syslog to false."));
     }
     return ok("syslog");
 }
@@ -45,7 +45,7 @@ Finding judgeWriteError(const Gateway& gateway, int error) {
             thenRestart("Make the file system writable, or correct -l in the start command."));
     }
     return bad("log.not-writable", path,
-               "The user " + gateway.user.name + " cannot write: " + cause,
+               "The user " + gateway.user.name + " cannot write the file: " + cause,
                thenRestart("Let this user write there, or correct -l in the start command."));
 }
 
@@ -101,8 +101,10 @@ Findings checkLogFile(Gateway& gateway) {
     }
     if (!other.empty()) {
         return {bad("log.moved", gateway.logFile,
-                    "The daemon writes to another file: " + printable(other) + ".",
-                    thenRestart("The file was moved or deleted while the daemon had it open."))};
+                    "The log file was moved or deleted while the daemon had it open. The daemon "
+                    "writes to " +
+                        printable(other) + ".",
+                    "Restart: " + serviceCommand("restart"))};
     }
     return {judgeFile(gateway)};
 }

@@ -15,7 +15,8 @@ bool isAtPort(const Socket& socket, int port) {
 Finding judgeOwner(const Gateway& gateway, const std::string& subject, const Socket& taken) {
     const int owner = ownerOf(taken.inode);
     if (owner == 0) {
-        return unknown("port.owner-hidden", subject, "The owner of the port cannot be seen.",
+        return unknown("port.owner-hidden", subject,
+                       "Another process has the port, and the doctor cannot identify it.",
                        gateway.rightsHint());
     }
     return bad(
@@ -100,7 +101,8 @@ Findings checkPort(Gateway& gateway) {
         return {describe(subject, *taken)};
     }
     if (gateway.daemon != nullptr && !look.socketsAreSeen) {
-        return {unknown("port.hidden", subject, "The daemon's sockets cannot be seen.", runAsRoot)};
+        return {unknown("port.hidden", subject,
+                        "This user has no permission to see the daemon's sockets.", runAsRoot)};
     }
     if (taken != nullptr) {
         return {judgeOwner(gateway, subject, *taken)};

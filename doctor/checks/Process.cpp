@@ -12,11 +12,11 @@ constexpr const char* findCause = "See the daemon's last records: journalctl -u 
 
 Finding judgeTracing(const std::string& subject, const Look& look) {
     if (look.status.tracerPid == 0) { // in another container, or just gone
-        return bad("alive.traced", subject, "The daemon is held by a debugger.",
+        return bad("alive.traced", subject, "A debugger has stopped the daemon.",
                    "End the debugger.");
     }
     return bad("alive.traced", subject,
-               "The daemon is held by a debugger: " + describeProcess(look.status.tracerPid) + ".",
+               "A debugger has stopped the daemon: " + describeProcess(look.status.tracerPid) + ".",
                "End the debugger: kill " + std::to_string(look.status.tracerPid));
 }
 
@@ -32,15 +32,15 @@ Finding judgeStart(const std::string& subject, const Look& look) {
         }
     }
     return bad("alive.starting", subject,
-               "The daemon has not finished its start: it waits for the name or the address of the "
-               "broker.",
+               "The daemon has not finished its start: it is resolving the broker's name or "
+               "connecting to the broker.",
                fix);
 }
 
 Finding judgeDeadlock(const std::string& subject, int pid) {
-    return bad("alive.deadlocked", subject, "The daemon is deadlocked and relays no more.",
+    return bad("alive.deadlocked", subject, "The daemon is deadlocked and no longer relays.",
                "kill -KILL " + std::to_string(pid) + "\n" + serviceCommand("start") +
-                   "\nSee \"It relays no more\" in operations.md.");
+                   "\nSee \"The daemon no longer relays\" in operations.md.");
 }
 
 // The main thread has not run: it waits for its lock or in the kernel.
@@ -207,8 +207,10 @@ Finding judgeLife(const LifeFacts& facts) {
         return judgeSlowness(subject, facts);
     }
     if (!look.socketsAreSeen) {
-        return unknown("alive.hidden", subject,
-                       "The main thread works; the daemon's sockets cannot be seen.", runAsRoot);
+        return unknown(
+            "alive.hidden", subject,
+            "The main thread works, but this user has no permission to see the daemon's sockets.",
+            runAsRoot);
     }
     if (!facts.isLinked && !facts.brokerIsBad) {
         return judgeLink(subject, facts);
@@ -227,8 +229,8 @@ Findings checkProcess(Gateway& gateway) {
     }
     if (trusted.size() > 1) {
         return {bad("alive.two-daemons", installedProgram(),
-                    "Two daemons run: processes " + std::to_string(trusted[0].pid) + " and " +
-                        std::to_string(trusted[1].pid) + ".",
+                    "Two daemons are running: processes " + std::to_string(trusted[0].pid) +
+                        " and " + std::to_string(trusted[1].pid) + ".",
                     "Stop the one that the service did not start: kill " +
                         std::to_string(trusted[1].pid))};
     }

@@ -83,9 +83,9 @@ Finding judgeEvent(const RecentFacts& facts, Kind kind, const Event& event) {
     case Kind::LOCKED:
         return bad("errors.locked", path,
                    summary(event, "aborted request") +
-                       ". The daemon relays no more after this error.",
+                       ". After this error the daemon no longer relays.",
                    "Restart: " + serviceCommand("restart") +
-                       "; see \"It relays no more\" in operations.md.");
+                       "; see \"The daemon no longer relays\" in operations.md.");
     case Kind::EXCEPTION:
     case Kind::INVALID_DATAGRAM:
         return bad("errors.invalid-datagram", path, summary(event, "invalid datagram") + ".",
@@ -142,10 +142,10 @@ Findings judgeEnd(const RecentFacts& facts, const LogHistory& history) {
     if (facts.kernelRecord.empty()) {
         return {unknown("errors.ended-without-stop", facts.path, cause, fix)};
     }
-    return {
-        bad("errors.killed", facts.path,
-            cause + " The kernel's record of a process with this name: " + facts.kernelRecord + ".",
-            fix)};
+    return {bad("errors.killed", facts.path,
+                cause + " The kernel logged this about a process with the same name: " +
+                    facts.kernelRecord + ".",
+                fix)};
 }
 
 } // namespace
@@ -166,9 +166,9 @@ Findings judgeRecentErrors(const RecentFacts& facts, const LogHistory& history) 
         }
     }
     if (found.empty()) {
-        std::string subject = "no fault within 10 minutes";
+        std::string subject = "no fault in the last 10 minutes";
         if (total > 0) {
-            subject += ", " + std::to_string(total) + " before";
+            subject += ", " + std::to_string(total) + " earlier";
         }
         found.push_back(ok(subject));
     }

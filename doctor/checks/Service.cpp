@@ -23,7 +23,7 @@ void judgeProgram(const Gateway& gateway, Findings& found) {
             bad("service.other-process", describeProcess(others.front()),
                 "A user other than the service user also runs the daemon's program, in " +
                     counted(static_cast<long long>(others.size()), "process") +
-                    ". This is not the daemon of the service.",
+                    " that the service did not start.",
                 "Find out who starts it, and stop it: ps -o pid,user,args -C lora-veyra-server"));
     }
 }
@@ -101,7 +101,7 @@ void judgeLimits(const Gateway& gateway, Findings& found) {
 
 Findings checkService(Gateway& gateway) {
     if (gateway.daemon == nullptr) {
-        return {ok("the daemon does not run")};
+        return {ok("the daemon is not running")};
     }
     Findings found;
     judgeProgram(gateway, found);

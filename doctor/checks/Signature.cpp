@@ -19,7 +19,7 @@ Findings checkSignature(Gateway& gateway) {
                           " with the operator of the cloud.");
     } else if (status == 0) {
         finding = unknown("signature.no-response", "GET " + path,
-                          "No response came within the doctor's limit.");
+                          "No response arrived within the doctor's time limit.");
     } else if (status / 100 != 2) {
         finding = unknown("signature.no-verdict", "GET " + path,
                           "Status " + std::to_string(status) +
