@@ -359,7 +359,7 @@ class DoctorOnLog(DoctorTest):
         self.testbed.cloud.answer = Answer(503)
         doubled = re.compile(r"backoff (9|1\d)\d{3} ms")  # outlasts the examination
         self.assertTrue(eventually(lambda: self.testbed.send(check_in()) or  # type: ignore
-                                   doubled.search(self.testbed.log()), 20))
+                                   doubled.search(self.testbed.log()), 40))
         cause = self.examine().finding("errors.circuit-open")["cause"]
         self.assertRegex(cause, r"open until \d{4}-\d\d-\d\d \d\d:\d\d:\d\dZ")
 
@@ -376,7 +376,7 @@ class DoctorOnLog(DoctorTest):
     def test_cannot_read_records_in_syslog(self) -> None:
         self.testbed.configuration["log"]["syslog"] = True
         with replace_syslog():
-            self.testbed.start_daemon()
+            self.testbed.start_ready_daemon()
             report = self.examine()
             self.assertEqual((report.status, report.data["outcome"], report.unknown()),
                              (0, "unknown", {"errors.in-syslog"}))
