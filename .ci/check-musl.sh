@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# check-musl.sh: compiles the sources of the programs, without linking them, against the headers of musl
-# instead of those of glibc. Debian has no C++ standard library for musl, so the programs cannot be
-# linked and run.
+# check-musl.sh: compiles the sources of the programs, without linking them, against the headers of
+# musl instead of those of glibc. Debian has no C++ standard library for musl, so the programs
+# cannot be linked and run.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 

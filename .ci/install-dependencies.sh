@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # install-dependencies.sh GROUP|ARCHITECTURE...: installs the missing Debian packages that groups of
-# make targets need. An architecture of cmake/targets.list means its cross compiler. Does nothing if no
-# package is missing.
+# make targets need. An architecture of cmake/targets.list means its cross compiler. Does nothing if
+# no package is missing.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 
-# cross_compilers FIELD VALUE: the cross compilers of the lines of targets.list whose FIELD is VALUE.
-# The machine's own architecture needs none.
+# cross_compilers FIELD VALUE: the cross compilers of the lines of targets.list whose FIELD is
+# VALUE. The machine's own architecture needs none.
 cross_compilers() {
     awk -v native="$(dpkg --print-architecture)" -v field="$1" -v value="$2" \
         '/^[^#]/ && $field == value && $1 != native { sub("_", "-", $2); print "g++-" $2 }' \

@@ -1,7 +1,7 @@
 """Runs the daemon under steady load while its peers fail.
 
 `python3 -m bench.soak MINUTES SEED PLOT` must run below testbed/run.sh. It prints tables and draws
-the resident memory over time into PLOT. The exit status is 0 if all checks held.
+the resident memory over time into PLOT. The exit status is 0 if all checks passed.
 """
 
 import math

@@ -23,9 +23,9 @@ target_compile_options(veyra-options INTERFACE
 # On 32-bit targets too, timestamps must be correct after 2038 and logs may exceed 2 GiB.
 target_compile_definitions(veyra-options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
-# The same sources give the same bytes, at any place and time of the build. The installation overwrites
-# the search path of a program in place, so the length of the old path must not depend on the build
-# directory.
+# The same sources give the same bytes, at any place and time of the build. The installation
+# overwrites the search path of a program in place, so the length of the old path must not depend on
+# the build directory.
 target_compile_options(veyra-options INTERFACE -Wdate-time
   -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
@@ -52,8 +52,8 @@ else()
 endif()
 
 # The broker worker has 32708 bytes of stack, and the resolver may use most of it. A frame of this
-# tree's own code may use at most a sixteenth. Release builds only: clang-tidy reads the options of the
-# debug build and does not know this one.
+# tree's own code may use at most a sixteenth. Release builds only: clang-tidy reads the options of
+# the debug build and does not know this one.
 add_library(veyra-frames INTERFACE)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT sanitizers)
   target_compile_options(veyra-frames INTERFACE $<$<CONFIG:Release>:-Wstack-usage=2048>)

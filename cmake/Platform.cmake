@@ -19,8 +19,8 @@ if(NOT zepLibrary OR NOT EXISTS "${ZEP_PLATFORM_ROOT}/include/ZEP/Logger.h")
     "and libzep-platform.so in lib, lib64 or lib/${CMAKE_LIBRARY_ARCHITECTURE}")
 endif()
 
-# The dynamic loader searches for the SONAME of a library. Without one the linker records the path of
-# the file.
+# The dynamic loader searches for the SONAME of a library. Without one the linker records the path
+# of the file.
 execute_process(COMMAND ${CMAKE_OBJDUMP} -p ${zepLibrary} OUTPUT_VARIABLE zepHeaders
   COMMAND_ERROR_IS_FATAL ANY)
 if(NOT zepHeaders MATCHES "SONAME +([^ \n]+)")

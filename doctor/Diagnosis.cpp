@@ -17,8 +17,8 @@ struct Check {
     Findings (*run)(Gateway& gateway);
 };
 
-// In the order in which a technician reads them. "alive" compares two looks at the daemon. The first
-// look is taken at the start, and the checks before "alive" use the time between the two.
+// In the order in which a technician reads them. "alive" compares two looks at the daemon. The
+// first look is taken at the start, and the checks before "alive" use the time between the two.
 const Check checks[] = {
     {"configuration", On::ALWAYS, {}, 0, checkConfiguration},
     {"settings", On::FULL_RUN, {"configuration"}, 0, checkSettings},
@@ -91,7 +91,8 @@ class Diagnosis {
         }
         const Findings findings = check.run(gateway);
         for (const Finding& finding : findings) {
-            // With --alive the configuration is read only because "alive" needs it.
+            // With --alive, the doctor reads the configuration for the check "alive" and does not
+            // report it.
             const bool isSilent = gateway.options.alive != 0 && check.run == checkConfiguration;
             if (!isSilent) {
                 report.add(check.name, finding);

@@ -4,6 +4,6 @@
 #include "Options.h"
 #include "Report.h"
 
-// Runs the checks that the options ask for and reports each. Ends within 25 s, however slow the peers
-// are. Returns the exit status.
+// Runs the checks that the options ask for and reports each. Ends within 25 s, however slow the
+// peers are. Returns the exit status.
 int diagnose(const Options& options, Report& report);

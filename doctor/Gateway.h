@@ -17,28 +17,28 @@
 struct Gateway {
     explicit Gateway(const Options& given);
 
-    // Milliseconds that a step may take: `wantedMs`, or the time left in the run if that is shorter. 0
-    // when no time is left.
+    // Milliseconds that a step may take: `wantedMs`, or the time left in the run if that is
+    // shorter. 0 when no time is left.
     long limitMs(long wantedMs) const;
 
     // The fix for missing permissions: "run as root". Empty when the caller is root.
     std::string rightsHint() const;
 
-    // Whether a fix may tell root to run a command on this path. True for a path of the package or of
-    // the caller, false for a path that a process of the service user chose.
+    // Whether a fix may tell root to run a command on this path. True for a path of the package or
+    // of the caller, false for a path that a process of the service user chose.
     bool isOwnPath(const std::string& path) const;
 
     // Reads a file as the service user. Returns errno, or 0.
     int readAsService(const std::string& path, std::string& text) const;
 
-    // The path by which the doctor reaches the file that the daemon sees at the absolute path `path`.
-    // The mounts of the daemon may differ from those of the doctor.
+    // The path by which the doctor reaches the file that the daemon sees at the absolute path
+    // `path`. The mounts of the daemon may differ from those of the doctor.
     std::string asDaemonSees(const std::string& path) const;
 
-    // A look at the daemon now, which also notes its connection to the broker.
+    // Looks at the daemon now, and notes the daemon's connection to the broker.
     Look look();
 
-    // Whether a look of this run has shown a connection to the broker.
+    // Whether the daemon was connected to the broker at any time of this run.
     bool wasLinked() const;
 
     // The inode of the connection between the daemon and its broker; 0 when there is none.

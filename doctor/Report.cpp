@@ -50,9 +50,9 @@ std::size_t wholeCharacters(const std::string& word, std::size_t room) {
     return room;
 }
 
-// Splits the text into lines of at most 80 characters. The first line begins with `start`; the other
-// lines are indented by its length. With `breaksWords` a word that is too long is broken: a terminal
-// must not continue it at the left edge, where it could look like a line of its own.
+// Splits the text into lines of at most 80 characters. The first line begins with `start`; the
+// other lines are indented by its length. With `breaksWords` a word that is too long is broken: a
+// terminal must not continue it at the left edge, where it could look like a line of its own.
 std::vector<std::string> wrapped(const std::string& start, const std::string& text,
                                  bool breaksWords = true) {
     std::vector<std::string> lines{start};

@@ -1,5 +1,5 @@
-// The output of the doctor: lines for an 80-column terminal after each check, or one JSON object at the
-// end. All texts pass through printable(). One thread.
+// The output of the doctor: lines for an 80-column terminal after each check, or one JSON object at
+// the end. All texts pass through printable(). One thread.
 #pragma once
 
 #include "Finding.h"

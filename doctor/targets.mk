@@ -1,4 +1,4 @@
-# The doctor, shown on a gateway of its own.
+# Demonstrates the doctor in the test environment.
 
 .PHONY: doctor
 

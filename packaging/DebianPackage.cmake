@@ -20,8 +20,8 @@ Runs on a LoRa gateway alongside the network server. It receives each JSON
 datagram that the network server sends over the loopback interface, turns it
 into one signed HTTPS request to the Veyra cloud, and publishes the response
 on the MQTT broker of the gateway.")
-# The CA certificate of the cloud is in ca-certificates. The tools of systemd create the user and the
-# log directory, also on systems with another init. dpkg-shlibdeps adds the libraries.
+# The CA certificate of the cloud is in ca-certificates. The tools of systemd create the user and
+# the log directory, also on systems with another init. dpkg-shlibdeps adds the libraries.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "ca-certificates, systemd | systemd-standalone-sysusers, \
 systemd | systemd-standalone-tmpfiles")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "logrotate, mosquitto")

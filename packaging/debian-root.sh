@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # debian-root.sh OPTION... TARGET: mmdebstrap with the release and the mirror of this machine.
 #
-# Uses only the original release without its updates: the interfaces of its libraries never change, and
-# mirrors rarely have the same updates.
+# Uses only the original release without its updates: the interfaces of its libraries never change,
+# and mirrors rarely have the same updates.
 set -euo pipefail
 
 release=$(sed -n "s/^VERSION_CODENAME=//p" /etc/os-release)

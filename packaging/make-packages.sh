@@ -2,14 +2,15 @@
 # make-packages.sh JOBS: builds the Debian packages for the architectures of cmake/targets.list in
 # build-packages, checks them, and lists their SHA-256 sums in SHA256SUMS.
 #
-# Two builds of the same commit give the same bytes: all times are the commit's, or SOURCE_DATE_EPOCH.
+# Two builds of the same commit give the same bytes: all times are the commit's, or
+# SOURCE_DATE_EPOCH.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 
 readonly jobs=$1 output=$PWD/build-packages
 native=$(dpkg --print-architecture)
 
-# A source archive has no commit. There the changelog has the time.
+# A source archive has no commit, so the time is taken from the changelog.
 sourceTime() {
     git log -1 --format=%ct 2>/dev/null ||
         dpkg-parsechangelog --file packaging/debian/changelog --show-field Timestamp
@@ -44,7 +45,7 @@ rm -r "$output/_CPack_Packages"
 
 version=$(dpkg-parsechangelog --file packaging/debian/changelog --show-field Version)
 if [[ ! -e $output/lora-veyra-server_${version}_$native.deb ]]; then
-    echo "The changelog and the program are of different versions" >&2
+    echo "The versions of the changelog and of the program differ" >&2
     exit 1
 fi
 
@@ -52,7 +53,7 @@ fi
 expected=$(dependencies "$output"/*_"$native".deb)
 for package in "$output"/*.deb; do
     if [[ $(dependencies "$package") != "$expected" ]]; then
-        echo "$package depends on other packages than the one for this machine" >&2
+        echo "$package and the package for this machine depend on different packages" >&2
         exit 1
     fi
 done

@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# make-sysroot.sh ARCHITECTURE DIR: downloads the headers and libraries of a Debian architecture into
-# DIR, where a toolchain file and qemu find them. Does nothing when DIR is complete. The script runs
-# none of the downloaded programs, so it works for any architecture.
+# make-sysroot.sh ARCHITECTURE DIR: downloads the headers and libraries of a Debian architecture
+# into DIR, where a toolchain file and qemu find them. Does nothing when DIR is complete. The script
+# runs none of the downloaded programs, so it works for any architecture.
 set -euo pipefail
 
 readonly packages=(libc6-dev libstdc++-12-dev libjsoncpp-dev libcurl4-openssl-dev
     libmosquittopp-dev libssl-dev libgtest-dev)
 
-# Writes a dpkg database as if all packages were installed, so that dpkg-shlibdeps finds the package of
-# each library. dpkg-shlibdeps searches for the path of the library, which begins with the path of the
-# sysroot.
+# Writes a dpkg database as if all packages were installed, so that dpkg-shlibdeps finds the package
+# of each library. dpkg-shlibdeps searches for the path of the library, which begins with the path
+# of the sysroot.
 registerPackages() {
     local deb name info=$sysroot/var/lib/dpkg/info
     mkdir -p "$info"

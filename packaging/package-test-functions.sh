@@ -1,7 +1,7 @@
 # shellcheck shell=bash
-# Functions that the package tests source. Each test runs in namespaces of its own, where the default
-# ports are free. All mounts and processes disappear when the test ends. The peers run outside the
-# Debian root in which the package is tested.
+# Functions that the package tests source. Each test runs in namespaces of its own, where the
+# default ports are free. All mounts and processes disappear when the test ends. The peers run
+# outside the Debian root directory in which the package is tested.
 
 readonly root=$1 name=lora-veyra-server user=lora-veyra deadlineS=30
 readonly conf=/etc/$name.conf logFolder=/var/log/$name
@@ -65,11 +65,11 @@ startPeers() {
     PYTHONPATH=$PWD PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 -m testbed.cloud \
         "$work/certificates/cloud.pem" "$work/certificates/cloud.key" "$key$deviceId" 8443 \
         </dev/null >"$work/cloud.out" 2>&1 &
-    # shellcheck disable=SC2034 # for those who have it pause
+    # shellcheck disable=SC2034 # for the tests that pause it
     cloud=$!
     await "the cloud listens" hasText "$work/cloud.out" "listening"
     stdbuf -oL mosquitto_sub -d -q 1 -t lora/veyra </dev/null >"$work/replies.out" 2>&1 &
-    await "the network server's place at the broker is taken" \
+    await "a subscriber takes the place of the network server" \
         hasText "$work/replies.out" "received SUBACK"
 }
 
@@ -92,7 +92,7 @@ send() {
 # relay NUMBER: checks datagram NUMBER on its whole path.
 relay() {
     send m1/gateways/SN1/check_in '"SN1"'
-    await "the answer to datagram $1 is on the broker" hasLines "$work/replies.out" '^{' "$1"
+    await "the reply to datagram $1 is on the broker" hasLines "$work/replies.out" '^{' "$1"
     await "its signature was valid" \
         hasLines "$work/cloud.out" '"verdict": "signature valid"' "$1"
 }
@@ -100,9 +100,9 @@ relay() {
 # The options of every run of the doctor.
 doctorOptions=()
 
-# doctor LINES: the doctor finds no problem, and at least LINES checks are ok. Two checks may be unknown
-# here: "clock", because the mock cloud may send no Date header, and "errors", because an earlier run of
-# the daemon may have been killed.
+# doctor LINES: the doctor finds no problem, and at least LINES checks are ok. Two checks may be
+# unknown here: "clock", because the mock cloud may send no Date header, and "errors", because an
+# earlier run of the daemon may have been killed.
 doctor() {
     inRoot lora-veyra-doctor "${doctorOptions[@]}" >"$work/doctor.out" 2>&1 &&
         [[ $(grep -c '^ok ' "$work/doctor.out") -ge $1 ]] &&

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# test-package-systemd.sh ROOT: boots the systemd of the Debian root ROOT, installs /package.deb there,
-# and checks that systemd ends the states that the program never leaves by itself. Called by
+# test-package-systemd.sh ROOT: boots the systemd of the Debian root ROOT, installs /package.deb
+# there, and checks that systemd ends the states that the program never leaves by itself. Called by
 # test-packages.sh in namespaces of its own. Ends with status 75 where systemd cannot be booted.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
@@ -90,8 +90,8 @@ testInstallation() {
     local folder=/run/systemd/system/$name.service.d
     echo "Installation under systemd"
     apt install --no-install-recommends /package.deb
-    check "it was told to start" inJournal "Starting "
-    check "and has said that it is ready" isActive
+    check "systemd has started it" inJournal "Starting "
+    check "and it has reported that it is ready" isActive
     check "its limits are as shipped" \
         test "$(property WatchdogUSec) $(property TimeoutStartUSec)" = "10min 5min"
     configure
@@ -102,8 +102,9 @@ testInstallation() {
     inRoot systemctl restart "$name"
     relay 1
     sleep 7
-    check "it is left alone while it says that it lives" test "$(property NRestarts)" -eq 0
-    check "the doctor finds nothing bad" doctor 12
+    check "systemd does not restart it while it sends notifications" \
+        test "$(property NRestarts)" -eq 0
+    check "the doctor finds no problem" doctor 12
 }
 
 testLockHeld() {
@@ -121,7 +122,7 @@ testLockHeld() {
 
 testNoAnswer() {
     local pid
-    echo "A request without an answer"
+    echo "A request without a response"
     pid=$(property MainPID)
     markJournal
     kill -STOP "$cloud"
@@ -143,7 +144,7 @@ holder = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
 holder.bind(("127.0.0.1", 1790))
 signal.pause()' &
     holder=$!
-    await "the port is taken" hasText /proc/net/udp ": 0100007F:06FE "
+    await "the port is in use" hasText /proc/net/udp ": 0100007F:06FE "
     markJournal
     inRoot systemctl start --no-block "$name"
     expectInJournal "start operation timed out. Terminating." \
@@ -156,10 +157,10 @@ signal.pause()' &
 testPurge() {
     echo "Purge under systemd"
     apt purge "$name"
-    check "nothing runs" not isActive
-    check "nothing is left" test -z "$(leftovers)"
-    check "neither the user" not isUser
-    check "nor the group" not isGroup
+    check "the service is not running" not isActive
+    check "no file is left" test -z "$(leftovers)"
+    check "the user is removed" not isUser
+    check "the group is removed" not isGroup
 }
 
 if [[ ${2-} == --become ]]; then

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # test-package-sysv.sh ROOT: installs /package.deb in the Debian root ROOT and tests installation,
-# upgrade and removal as on a system with SysV init, with a real broker and the mock cloud. Called by
-# test-packages.sh in namespaces of its own.
+# upgrade and removal as on a system with SysV init, with a real broker and the mock cloud. Called
+# by test-packages.sh in namespaces of its own.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 # shellcheck source=packaging/package-test-functions.sh
@@ -21,18 +21,18 @@ hasRecords() { [[ $(grep -sc "$1" "$root$log") -eq $2 ]]; }
 # because the startup test opens the port for a moment earlier.
 startedRelay() {
     await "the program has started" hasRecords "Start VeyraReceiveFunction" "$1"
-    await "and listens" hasText /proc/net/udp ": 0100007F:06FE "
+    await "and it listens on its port" hasText /proc/net/udp ": 0100007F:06FE "
     relay "$1"
 }
 
-# systemd is installed, but does not run.
+# systemd is installed, but is not running.
 testInstallation() {
     echo "Installation"
     printf '#!/bin/sh\nexit 0\n' >"$root/usr/sbin/policy-rc.d"
     chmod +x "$root/usr/sbin/policy-rc.d"
     apt install --no-install-recommends /package.deb
-    check "the user is there" isUser
-    check "the configuration is the group's to read" isOwned "$conf" "640 root $user"
+    check "the user exists" isUser
+    check "the group can read the configuration" isOwned "$conf" "640 root $user"
     check "the log directory belongs to the user" isOwned "$logFolder" "750 $user $user"
     check "systemd will start it" \
         test -h "$root/etc/systemd/system/multi-user.target.wants/$name.service"
@@ -41,13 +41,13 @@ testInstallation() {
     check "and keeps running" service status
 }
 
-# systemd does not run, so the unit is examined as a file. A score above 2.0 fails.
+# systemd is not running, so the unit is examined as a file. A score above 2.0 fails.
 testUnit() {
     local unit=$name.service score=$work/score.out
     echo "Unit"
-    check "systemd finds no fault with it" inRoot systemd-analyze verify --man=no "$unit"
+    check "systemd finds no fault in the unit" inRoot systemd-analyze verify --man=no "$unit"
     inRoot systemd-analyze security --offline=true --threshold=20 "$unit" >"$score" 2>&1 ||
-        fail "the unit is exposed too much"
+        fail "the unit has too high an exposure score"
     tail -n 1 "$score"
 }
 
@@ -58,7 +58,7 @@ testRelay() {
     await "it was restarted" hasStarts 2
     check "it runs as its user" runsAsUser
     check "it uses its private platform library" usesPrivateLibrary
-    check "its log is unreadable for others" isOwned "$log" "640 $user $user"
+    check "other users cannot read its log" isOwned "$log" "640 $user $user"
     startedRelay 1
 }
 
@@ -68,9 +68,9 @@ testDoctor() {
     if isEmulated; then # the executable is the emulator, so the process must be named
         doctorOptions=(--pid "$(daemonPid)")
     else
-        check "it finds nothing bad in the process alone" service alive
+        check "with --alive it finds no problem" service alive
     fi
-    check "it finds nothing bad" doctor 12
+    check "it finds no problem" doctor 12
     for file in "$outside" "$root$conf" "$root/etc/ssl/certs/DigiCert_Global_Root_CA.pem"; do
         mode=$(stat -c %a "$file")
         chmod 0600 "$file"
@@ -79,12 +79,13 @@ testDoctor() {
         chmod "$mode" "$file"
     done
     chmod 0000 "$root/var/log/$name"
-    check "it notices a closed log directory" not doctor 12
+    check "it notices a log directory without permissions" not doctor 12
     check "and names the check" hasText "$work/doctor.out" "bad     log"
     chmod 0750 "$root/var/log/$name"
 }
 
-# asNobody COMMAND...: starts COMMAND as nobody in the background and stores its process id in $nobody.
+# asNobody COMMAND...: starts COMMAND as nobody in the background and stores its process id in
+# $nobody.
 asNobody() {
     "${enter[@]}" /usr/bin/setpriv --reuid nobody --regid nogroup --clear-groups "$@" \
         </dev/null >>"$work/nobody.out" 2>&1 &
@@ -97,7 +98,7 @@ asNobody() {
 testDoctorTrust() {
     local nobody
     ! isEmulated || return 0
-    echo "Doctor and processes of others"
+    echo "Doctor and processes of other users"
     # This process has another port and broker, so it does not disturb the real daemon.
     cat >"$root/tmp/evil.conf" <<'END'
 {"udp": {"veyraPort": 1799}, "mqtt": {"enabled": true, "host": "127.0.0.1", "port": 9},
@@ -108,12 +109,12 @@ END
     kill "$nobody"
     cp "$root/usr/sbin/$name" "$root/tmp/$name"
     asNobody "/tmp/$name" -c /tmp/evil.conf -l /tmp/evil.log
-    check "nor is a copy of the program" doctor 12
+    check "a copy of the program is not the daemon" doctor 12
     kill "$nobody"
     asNobody "/usr/sbin/$name" -c /tmp/evil.conf -l /tmp/evil.log
     check "the program itself, run by another user, is reported" not doctor 12
-    check "as what it is" hasText "$work/doctor.out" "bad     service"
-    check "and not followed" not hasText "$work/doctor.out" "evil"
+    check "as a problem of the service" hasText "$work/doctor.out" "bad     service"
+    check "and the doctor does not use its arguments" not hasText "$work/doctor.out" "evil"
     kill "$nobody"
     rm "$root"/tmp/*
 }
@@ -121,8 +122,8 @@ END
 testRotation() {
     echo "Log rotation"
     inRoot logrotate --force "/etc/logrotate.d/$name"
-    check "the copy is there and unreadable for others" isOwned "$log.1.gz" "640 $user $user"
-    check "the log was cut" not hasText "$root$log" "Lora VEYRA Server started"
+    check "the copy exists, and other users cannot read it" isOwned "$log.1.gz" "640 $user $user"
+    check "the log was truncated" not hasText "$root$log" "Lora VEYRA Server started"
     zcat "$root$log.1.gz" >"$work/rotated.log"
     check "the copy begins with the first record" hasText "$work/rotated.log" "Server started"
 }
@@ -133,8 +134,8 @@ testStop() {
     pid=$(daemonPid)
     service stop
     check "it is gone" isGone "$pid"
-    check "status says so" not service status
-    check "it was asked to" hasText "$root$log" "Shutdown signal received 15"
+    check "status reports that it is stopped" not service status
+    check "it received SIGTERM" hasText "$root$log" "Shutdown signal received 15"
 }
 
 # The next version has another configuration file, so that dpkg must choose one of them.
@@ -157,7 +158,7 @@ testUpgrade() {
     check "the new version is installed" \
         hasText <(inRoot dpkg-query --show "$name") "+next"
     check "the edited configuration is kept" cmp "$root$conf" "$work/edited.conf"
-    check "and the group's to read" isOwned "$conf" "640 root $user"
+    check "and the group can read it" isOwned "$conf" "640 root $user"
     check "the old version is gone" isGone "$pid"
     await "the new version was started" hasStarts 2
     startedRelay 2
@@ -169,18 +170,18 @@ testRemoval() {
     pid=$(daemonPid)
     apt remove "$name"
     check "the program is stopped" isGone "$pid"
-    check "and gone" not test -e "$root/usr/sbin/$name"
+    check "and its file is removed" not test -e "$root/usr/sbin/$name"
     check "the edited configuration is kept" cmp "$root$conf" "$work/edited.conf"
-    check "and the log" test -s "$root$log"
-    check "what is left of the service starts nothing" service start
+    check "and so is the log" test -s "$root$log"
+    check "the remaining init script starts nothing" service start
 }
 
 testPurge() {
     echo "Purge"
     apt purge "$name"
-    check "nothing is left" test -z "$(leftovers)"
-    check "neither the user" not isUser
-    check "nor the group" not isGroup
+    check "no file is left" test -z "$(leftovers)"
+    check "the user is removed" not isUser
+    check "the group is removed" not isGroup
 }
 
 mount --make-rprivate /

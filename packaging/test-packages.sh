@@ -17,7 +17,7 @@ if [[ $# -eq 0 ]]; then
     status=0
     packaging/with-emulator.sh armhf packaging/test-packages.sh armhf || status=$?
     if [[ $status -eq $cannotRun ]]; then
-        echo "test-package: armhf skipped, the kernel cannot run its programs here"
+        echo "test-package: armhf skipped: the kernel of this machine cannot run its programs"
         exit 0
     fi
     exit "$status"
@@ -28,12 +28,13 @@ package=$(realpath build-packages/lora-veyra-server_*_"$architecture".deb)
 work=$(mktemp --directory --tmpdir lora-veyra-packages.XXXXXXXXXX)
 trap 'rm -rf --one-file-system "$work"' EXIT
 
-# The systemd of the root checks the unit. Once is enough, because all packages have the same unit file.
+# The systemd of the root checks the unit. Once is enough, because all packages have the same unit
+# file.
 included=logrotate
 [[ $architecture != "$native" ]] || included+=,systemd
 
-# First the root gets all its packages from the network. Everything after that runs with the loopback
-# interface only.
+# First the root gets all its packages from the network. Everything after that runs with the
+# loopback interface only.
 echo "Making a Debian root for $architecture"
 # shellcheck disable=SC2016 # mmdebstrap's shell expands $1
 packaging/debian-root.sh --quiet --variant=minbase --architectures="$architecture" \
@@ -48,7 +49,7 @@ readonly alone=(unshare --mount --net --pid --fork --kill-child)
 status=0
 "${alone[@]}" packaging/test-package-systemd.sh "$work/root" || status=$?
 if [[ $status -eq $cannotRun ]]; then
-    echo "test-package: systemd skipped, no control groups (version 2) can be had here"
+    echo "test-package: systemd skipped: control groups (version 2) are not available here"
     exit 0
 fi
 exit "$status"

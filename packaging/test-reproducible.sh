@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# test-reproducible.sh: builds the packages of build-packages a second time, in a different directory,
-# as a different user, with a different umask, time zone, language and number of jobs. Exit status 1 when
-# a byte of any package differs.
+# test-reproducible.sh: builds the packages of build-packages a second time, in a different
+# directory, as a different user, with a different umask, time zone, language and number of jobs.
+# Exit status 1 when a byte of any package differs.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# with-emulator.sh ARCHITECTURE COMMAND...: runs COMMAND as root in an environment in which the kernel
-# can run programs of ARCHITECTURE. Tests this with a program of build-ARCHITECTURE/sysroot. Ends with
-# status 75 if it is not possible.
+# with-emulator.sh ARCHITECTURE COMMAND...: runs COMMAND as root in an environment in which the
+# kernel can run programs of ARCHITECTURE. Tests this with a program of build-ARCHITECTURE/sysroot.
+# Ends with status 75 if it is not possible.
 #
-# The settings of the machine do not change: if necessary, qemu is registered in a user namespace for
-# COMMAND only, which requires Linux 6.7.
+# The settings of the machine do not change: if necessary, qemu is registered in a user namespace
+# for COMMAND only, which requires Linux 6.7.
 set -euo pipefail
 
 readonly cannotRun=75 architecture=$1
@@ -38,7 +38,8 @@ if runsForeign; then
     exec "${@:2}"
 fi
 
-# Users and groups keep their numbers. Only a process outside the user namespace can set this mapping.
+# Users and groups keep their numbers. Only a process outside the user namespace can set this
+# mapping.
 exec 3>&1
 coproc child { exec unshare --user --mount "$0" "$architecture" --in-namespace "${@:2}"; }
 childPid=$! # of the coprocess

@@ -1,4 +1,4 @@
-// Why the daemon does not run, or does not run for long. One thread.
+// Why the daemon is not running, or ends soon after each start. One thread.
 #pragma once
 
 #include "Finding.h"
@@ -7,5 +7,5 @@
 // Empty when the service is not restarted again and again.
 Findings judgeRestarts(const Gateway& gateway);
 
-// No process is the daemon.
+// Judges why no process is the daemon.
 Finding judgeAbsence(const Gateway& gateway);

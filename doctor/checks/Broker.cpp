@@ -60,7 +60,7 @@ Finding judgeConnack(const std::string& subject, int code, bool isAnonymous) {
                        ", perhaps because of the doctor's client id.");
 }
 
-// The address accepts connections, but no answer to CONNECT came.
+// The address accepts connections, but no answer to CONNECT arrived.
 Finding judgeSilence(const Gateway& gateway, const std::string& subject, int port, bool isEnded) {
     constexpr long handshakeMs = 2000;
     if (speaksTls(gateway.brokerHost, port, gateway.limitMs(handshakeMs))) {
@@ -82,8 +82,8 @@ Finding judgeSilence(const Gateway& gateway, const std::string& subject, int por
         "See the broker's log. Either the broker hangs, or another program listens at this port.");
 }
 
-// Whether the doctor and the daemon have the same client id: each new connection then ends the other
-// one. If the daemon reconnects for another reason, the doctor's connection stays open.
+// Whether the doctor and the daemon have the same client id: each new connection then ends the
+// other one. If the daemon reconnects for another reason, the doctor's connection stays open.
 bool disturbsDaemon(Gateway& gateway, MqttProbe& probe, std::uint64_t linkBefore) {
     constexpr long reconnectMs = 2500;
     const bool isReplaced = linkBefore != 0 && gateway.linkInode(gateway.look()) != linkBefore;
@@ -96,7 +96,7 @@ Finding judgeAnswer(Gateway& gateway, const std::string& subject, const BrokerAd
     const auto credentials = brokerCredentials(gateway.configuration["mqtt"]);
     auto probe = std::make_unique<MqttProbe>(MQTT_PROTOCOL_V311);
     {
-        const ActingAs service(gateway.user); // a firewall may look at the user
+        const ActingAs service(gateway.user); // a firewall rule may depend on the user
         probe->connect(gateway.brokerHost, broker.port, credentials, gateway.limitMs(connackMs));
     }
     const bool isOpen = probe->waitUntil([] { return false; }, gateway.limitMs(settleMs));

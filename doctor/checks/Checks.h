@@ -1,4 +1,4 @@
-// The checks. Each examines one thing of the gateway, in a file of its own, and returns what it
+// The checks. Each examines one aspect of the gateway, in a file of its own, and returns what it
 // found: one or more problems, or one finding that is ok or unknown. Checks change nothing on the
 // gateway; "signature" and "replies" send what the technician asked for. One thread.
 #pragma once
@@ -25,5 +25,5 @@ Findings checkRecentErrors(Gateway& gateway);
 // Appends "Then restart: COMMAND" to a fix that takes effect at the next start.
 std::string thenRestart(const std::string& fix);
 
-// The fix where the caller lacks rights.
+// The fix if the caller has no permission.
 constexpr const char* runAsRoot = "Run the doctor as root.";

@@ -43,7 +43,7 @@ Finding judgeClock(std::time_t now, const HttpAnswer& cloud) {
     }
     return unknown(
         "clock.no-reference", subject,
-        "No response with a Date header came from the cloud, so the clock was not checked.");
+        "No response with a Date header arrived from the cloud, so the clock was not checked.");
 }
 
 Findings checkClock(Gateway& gateway) {

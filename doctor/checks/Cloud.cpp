@@ -194,7 +194,7 @@ Findings checkCloud(Gateway& gateway) {
     if (Findings faults = judgeCaFile(url, caError, caText); !faults.empty()) {
         return faults;
     }
-    const ActingAs service(gateway.user); // a firewall may look at the user
+    const ActingAs service(gateway.user); // a firewall rule may depend on the user
     gateway.cloud = askCloud(fullUrl, gateway.limitMs(requestMs));
     Finding finding = judgeAnswer(gateway, url, fullUrl, caText);
     if (finding.outcome == Outcome::BAD && gateway.daemon != nullptr) {

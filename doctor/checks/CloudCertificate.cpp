@@ -51,7 +51,7 @@ Finding judgeIssuer(const Refusal& refusal) {
     const Certificate& top = topOf(refusal.chain);
     const std::string issuer = "\"" + top.issuer + "\"";
     const std::string file =
-        std::string(" The CA file ") + cloudCaFile + " has " + namesOf(refusal.trusted);
+        std::string(" The CA file ") + cloudCaFile + " contains " + namesOf(refusal.trusted);
     const char* const install = "Put the CA certificate of the cloud into the file:\n"
                                 "apt-get install --reinstall ca-certificates";
     if (issuerInFile(refusal) != nullptr) {
@@ -106,7 +106,7 @@ Finding judgeExpired(const Refusal& refusal) {
 
 Finding judgeCertificate(const Refusal& refusal) {
     if (refusal.answer.code == CURLE_SSL_CONNECT_ERROR) {
-        return judgeIssuer(refusal); // a signature that does not fit ends the handshake
+        return judgeIssuer(refusal); // a signature by another key ends the handshake
     }
     switch (refusal.answer.verifyResult) {
     case X509_V_ERR_CERT_HAS_EXPIRED:

@@ -1,4 +1,4 @@
-// Why the certificate of the cloud was refused. Usable from any thread.
+// Why the certificate of the cloud was rejected. Usable from any thread.
 #pragma once
 
 #include "Finding.h"

@@ -39,7 +39,8 @@ Finding unreadable(const Gateway& gateway, int error) {
                thenRestart("Put the file there, or correct -c in the start command."));
 }
 
-// Parses as the daemon does. Returns the parser's message for the first fault, with line and column.
+// Parses as the daemon does. Returns the parser's message for the first fault, with line and
+// column.
 std::string parse(const std::string& text, Json::Value& root) {
     Json::Reader reader;
     try {
@@ -63,8 +64,8 @@ std::string parse(const std::string& text, Json::Value& root) {
     return words.substr(0, words.find_last_not_of('.') + 1) + ".";
 }
 
-// Finds duplicate keys with a second, strict parse, because the daemon accepts them. Empty when there
-// are none.
+// Finds duplicate keys with a second, strict parse, because the daemon accepts them. Empty when
+// there are none.
 std::string findDuplicate(const std::string& text) {
     Json::CharReaderBuilder builder;
     builder["rejectDupKeys"] = true;

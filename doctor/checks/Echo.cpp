@@ -1,5 +1,5 @@
-// Whether the daemon's keepalive comes back from the broker, over a connection that lasts. Also notices
-// replies.
+// Whether the daemon's keepalive comes back from the broker, over a connection that lasts. Also
+// notices replies.
 #include "checks/Checks.h"
 #include "common/Clock.h"
 #include "mqtt/Mosquitto.h"
@@ -52,10 +52,10 @@ Findings checkEcho(Gateway& gateway) {
     }
     MqttProbe& probe = *gateway.broker;
     probe.subscribe(keepaliveTopic, 2);
-    probe.subscribe("lora/veyra", 0); // there may be many, of which one is enough
+    probe.subscribe("lora/veyra", 0); // QoS 0, because one of many replies is enough
     std::uint64_t nextLookMs = 0;
     const auto isDone = [&] {
-        if (monotonicMillis() >= nextLookMs) { // between two looks the messages have their turn
+        if (monotonicMillis() >= nextLookMs) { // messages are handled between two looks
             gateway.look();
             nextLookMs = monotonicMillis() + pauseMs;
         }

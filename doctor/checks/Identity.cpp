@@ -10,7 +10,7 @@
 namespace {
 
 constexpr std::size_t keyDigits = 32;
-constexpr std::size_t shortestUuid = 20; // a shorter one ends the daemon
+constexpr std::size_t shortestUuid = 20; // with a shorter one the daemon aborts
 
 std::size_t hexadecimalDigits(const std::string& text) {
     return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char character) {

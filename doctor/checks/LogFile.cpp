@@ -49,8 +49,8 @@ Finding judgeWriteError(const Gateway& gateway, int error) {
                thenRestart("Let this user write there, or correct -l in the start command."));
 }
 
-// The file that the running daemon has open for appending, if that is not the file at the log's path.
-// Empty for a logger that opens the file for each record.
+// The file that the running daemon has open for appending, if that is not the file at the log's
+// path. Empty for a logger that opens the file for each record.
 std::string otherOpenLog(const Gateway& gateway) {
     struct stat expected {};
     const bool exists = stat(gateway.asDaemonSees(gateway.logFile).c_str(), &expected) == 0;

@@ -24,7 +24,7 @@ Finding judgeOwner(const Gateway& gateway, const std::string& subject, const Soc
         "Stop that program, or change udp.veyraPort here and the port in the network server.");
 }
 
-// The daemon runs and its sockets can be seen, but it does not have the port.
+// The daemon is running and the doctor sees its sockets, but the daemon does not have the port.
 Finding judgeMissing(const std::string& subject, const Look& look) {
     if (isStarting(look)) {
         return unknown("port.starting", subject,
@@ -53,7 +53,7 @@ int firstFreePort() {
     return std::stoi(text);
 }
 
-// The daemon does not run, and no other program has the port.
+// The daemon is not running, and no other program has the port.
 Finding judgeFree(const Gateway& gateway, const std::string& subject, int port) {
     if (port < firstFreePort() && gateway.user.uid != 0) {
         return bad("port.privileged", subject,

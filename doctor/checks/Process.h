@@ -10,13 +10,13 @@ constexpr std::uint64_t standstillMs = 10000;
 struct LifeFacts {
     const Look& active; // when the main thread was last seen at work
     const Look& now;
-    bool isLinked = true;         // to the broker, as far as can be seen
+    bool isLinked = true;         // to the broker, as far as the doctor knows
     bool brokerIsOk = false;      // the broker accepted the doctor
     bool brokerIsBad = false;     // the broker check found why the daemon cannot connect
     bool isRejected = false;      // the broker accepted the doctor and rejected the daemon
-    bool datagramsAreSeen = true; // a received datagram would have counted as work
+    bool datagramsAreSeen = true; // the doctor sees arriving datagrams and counts them as work
     bool wasToldToStop = false;   // the log has a stop record
-    bool hasLockRecord = false;   // the log has the record after which the daemon relays no more
+    bool hasLockRecord = false;   // the log has the record after which the daemon no longer relays
 };
 
 // The id of the result names the problem; the outcome is OK when the daemon works.

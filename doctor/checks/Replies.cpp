@@ -33,7 +33,8 @@ Findings checkReplies(Gateway& gateway) {
     }
     if (!probe.publishResult) {
         return {unknown("replies.no-verdict", subject,
-                        "The broker did not acknowledge the message. It may not support MQTT 5.")};
+                        "The broker did not acknowledge the message. Perhaps the broker does not "
+                        "support MQTT 5.")};
     }
     if (*probe.publishResult == noSubscriber) {
         return {bad("replies.not-read", subject,

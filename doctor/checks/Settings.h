@@ -1,4 +1,5 @@
-// Judges how the daemon interprets the values in its configuration. Pure functions, usable from any thread.
+// Judges how the daemon interprets the values in its configuration. Pure functions, usable from any
+// thread.
 #pragma once
 
 #include "Finding.h"

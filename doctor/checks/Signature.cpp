@@ -7,7 +7,7 @@ Findings checkSignature(Gateway& gateway) {
     constexpr long requestMs = 5000;
     const std::string& path = *gateway.options.signedPath;
     const std::string secret = buildGatewaySecret(gateway.device, gateway.configuration["network"]);
-    const ActingAs service(gateway.user); // a firewall may look at the user
+    const ActingAs service(gateway.user); // a firewall rule may depend on the user
     const long status = askSigned(gateway.configuration["network"]["veyraServer"].asString(), path,
                                   secret, gateway.limitMs(requestMs));
     Finding finding = ok("GET " + path);

@@ -4,7 +4,8 @@
 #include <string>
 #include <vector>
 
-// Names are such as "O = Example, CN = Example CA" and come from the maker of the certificate.
+// Names are such as "O = Example, CN = Example CA" and were chosen by the issuer of the
+// certificate.
 struct Certificate {
     std::string subject, issuer;
     std::string hosts; // for which it is valid, such as "a.example, b.example"

@@ -20,7 +20,7 @@ namespace {
 constexpr std::array proxyNames = {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy",
                                    "ALL_PROXY",  "no_proxy",    "NO_PROXY"};
 
-// Texts that end in a NUL byte each.
+// Splits a list of texts that each end in a NUL byte.
 std::vector<std::string> textsOf(const std::string& path) {
     std::istringstream all(textOf(path));
     std::vector<std::string> texts;
@@ -35,8 +35,8 @@ bool isInOtherNetwork(int pid) {
     return !network.empty() && network != linkTarget("/proc/self/ns/net");
 }
 
-// A daemon that was upgraded while it runs. Only root can have written such a file. Its content
-// distinguishes it from other deleted programs of root.
+// The deleted program file of a daemon that was upgraded while it was running. Only root can have
+// written such a file. Its content distinguishes it from other deleted programs of root.
 bool isDeletedDaemon(int pid, const struct stat& executable) {
     constexpr std::size_t largestProgram = 64 << 20;
     const std::string link = linkTarget(processPath(pid, "exe"));
@@ -132,8 +132,8 @@ bool hasControlCharacters(const CommandLine& line) {
     });
 }
 
-// Null when the process is not the daemon. A process that fails only because of its user is added to
-// `untrusted`.
+// Null when the process is not the daemon. A process that fails only because of its user is added
+// to `untrusted`.
 std::optional<Daemon> examine(int pid, const ServiceState& service, bool isNamed,
                               std::vector<int>& untrusted) {
     const Identity before = identify(pid);

@@ -1,6 +1,7 @@
 // Which process is the daemon. Run by root, the doctor follows the arguments of this process. An
-// unprivileged user must therefore not be able to pass off another process as the daemon: the name, the
-// arguments and the text of the links in /proc prove nothing. One thread; the caller owns the results.
+// unprivileged user must therefore not be able to pass off another process as the daemon: the name,
+// the arguments and the text of the links in /proc prove nothing. One thread; the caller owns the
+// results.
 #pragma once
 
 #include "VeyraServer/CommandLine.h"
@@ -28,9 +29,9 @@ struct Daemons {
 // The installed program: "lora-veyra-server" in the directory of this program.
 std::string installedProgram();
 
-// A process is the daemon if two conditions hold: its executable is the installed program, or a deleted
-// program file of root; and it runs as root, as the service user or as the caller. The caller vouches
-// for the process `named`: its executable is not checked.
+// A process is the daemon if two conditions hold: its executable is the installed program, or a
+// deleted program file of root; and it runs as root, as the service user or as the caller. The
+// caller vouches for the process `named`: its executable is not checked.
 Daemons findDaemons(const ServiceState& service, std::optional<int> named);
 
 // Replaces the proxy settings of this process by the daemon's.

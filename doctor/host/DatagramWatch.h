@@ -1,5 +1,5 @@
-// Watches which UDP datagrams arrive on the loopback interface while the doctor runs, without taking
-// any from the daemon. Only root can watch. One thread.
+// Watches which UDP datagrams arrive on the loopback interface while the doctor runs, without
+// taking any from the daemon. Only root can watch. One thread.
 #pragma once
 
 #include "host/Files.h"
@@ -10,7 +10,7 @@ struct DatagramCounts {
     bool areSeen = false;         // this user has permission to watch
     int atPort = 0;               // IPv4, at the daemon's port
     int atPortByIpv6 = 0;         // at [::1], where the daemon does not listen
-    std::map<int, int> elsewhere; // datagrams with a "path", counted by other port of 127.0.0.1
+    std::map<int, int> elsewhere; // by port: datagrams with a "path" at other ports of 127.0.0.1
 };
 
 class DatagramWatch {

@@ -36,8 +36,8 @@ ServiceUser packagedUser() {
     return userWithId(entry->pw_uid, entry->pw_gid);
 }
 
-// Changes only the effective ids: with the real id of the service user, that user could stop or kill
-// the doctor. The groups stay the service user's afterwards: root does not need any.
+// Changes only the effective ids: with the real id of the service user, that user could stop or
+// kill the doctor. The groups stay the service user's afterwards: root does not need any.
 ActingAs::ActingAs(const ServiceUser& user)
     : changed(getuid() == 0 && user.uid != 0) {
     if (!changed) {

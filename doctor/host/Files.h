@@ -37,8 +37,8 @@ ServiceUser userWithId(uid_t uid, gid_t gid);
 // The user that the package creates; root if that user does not exist.
 ServiceUser packagedUser();
 
-// Root acts as `user` while this lives; any other caller keeps their own identity. Throws
-// std::runtime_error when the system does not allow it.
+// If the caller is root, the doctor acts as `user` while this object exists. Any other caller keeps
+// its identity. Throws std::runtime_error when the system does not allow it.
 class ActingAs {
   public:
     explicit ActingAs(const ServiceUser& user);
@@ -60,12 +60,14 @@ std::string textOf(const std::string& path);
 // The target of a symbolic link; empty when it cannot be read.
 std::string linkTarget(const std::string& path);
 
-// Returns the errno that faccessat(2) would give the acting user for `path`; 0 if access is permitted.
+// Returns the errno that faccessat(2) would give the acting user for `path`; 0 if access is
+// permitted.
 int accessError(const std::string& path, int mode);
 
-// Returns the errno that would keep the acting user from writing `path` or from creating it; else 0.
+// Returns the errno that would keep the acting user from writing `path` or from creating it; else
+// 0.
 int writeError(const std::string& path);
 
-// The free bytes that the current user can write in the directory of `path`. 0 when the value cannot be
-// determined, or when the file does not exist and cannot be created.
+// The free bytes that the current user can write in the directory of `path`. 0 when the value
+// cannot be determined, or when the file does not exist and cannot be created.
 std::uint64_t freeBytes(const std::string& path);

@@ -45,8 +45,8 @@ void takeDate(const std::string& value, HttpAnswer& answer) {
     }
 }
 
-// libcurl header callback. Headers must be saved here: the daemon's request function resets the handle
-// when it returns.
+// libcurl header callback. Headers must be saved here: the daemon's request function resets the
+// handle when it returns.
 std::size_t takeHeader(char* data, std::size_t size, std::size_t count, HttpAnswer* answer) {
     const std::string line(data, size * count);
     const auto has = [&](const char* name) {
@@ -80,7 +80,7 @@ Handle makeHandle(ErrorText& error, long limitMs, HttpAnswer& answer) {
     curl_easy_setopt(handle.get(), CURLOPT_QUICK_EXIT, 1L); // does not wait for a silent resolver
     curl_easy_setopt(handle.get(), CURLOPT_ERRORBUFFER, error.data());
     curl_easy_setopt(handle.get(), CURLOPT_TIMEOUT_MS, std::max(limitMs, 1L));
-    curl_easy_setopt(handle.get(), CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L); // a proxy's own
+    curl_easy_setopt(handle.get(), CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L); // those of the proxy
     curl_easy_setopt(handle.get(), CURLOPT_HEADERFUNCTION, takeHeader);
     curl_easy_setopt(handle.get(), CURLOPT_HEADERDATA, &answer);
     curl_easy_setopt(handle.get(), CURLOPT_OPENSOCKETFUNCTION, openSocket);

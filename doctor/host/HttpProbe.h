@@ -1,6 +1,6 @@
-// Asks the cloud as the daemon would: with the daemon's trust, its proxies and its own request
-// function, but with time limits. One thread; the caller owns the results. The caller must initialise
-// libcurl first.
+// Asks the cloud as the daemon would: with the daemon's CA file, proxies and request function, but
+// with time limits. One thread; the caller owns the results. The caller must initialise libcurl
+// first.
 #pragma once
 
 #include "host/Certificates.h"
@@ -14,7 +14,7 @@ struct HttpAnswer {
     CURLcode code = CURLE_OK;
     std::string error;     // libcurl's message for `code`
     int systemError = 0;   // errno of the connection
-    long verifyResult = 0; // OpenSSL's, of the certificate
+    long verifyResult = 0; // OpenSSL's result for the certificate
     std::string addresses; // that were tried, such as "2001:db8::1, 192.0.2.1"
     bool isResolved = false;
     bool isConnected = false;
@@ -23,13 +23,13 @@ struct HttpAnswer {
     std::string contentType, location;
     bool isUnverified = false; // nothing proves that the response comes from the cloud
     std::time_t date = 0;      // of the response; 0 when it has none
-    std::time_t dateTaken = 0; // when it came, by this machine's clock
+    std::time_t dateTaken = 0; // when it arrived, by this machine's clock
 };
 
 // An unsigned HEAD request.
 HttpAnswer askCloud(const std::string& url, long limitMs);
 
-// The status of a signed GET request for `path`; 0 when no response came.
+// The status of a signed GET request for `path`; 0 when no response arrived.
 long askSigned(const std::string& url, const std::string& path, const std::string& secret,
                long limitMs);
 

@@ -70,8 +70,8 @@ bool isFirstConnection(const LogHistory& history, const Record& record) {
            numberAfter(record.text, "Keepalive: ") < startMs;
 }
 
-// Whether the text of a record begins with the text of `sign`. In some records a method or the place of
-// an error precedes that text.
+// Whether the text of a record begins with the text of `sign`. In some records a method or the
+// place of an error precedes that text.
 bool hasSign(const std::string& text, const char* sign, Kind kind) {
     const bool isInside =
         kind == Kind::STATUS_REFUSED || kind == Kind::PORT_IN_USE || kind == Kind::BROKER_REFUSED;

@@ -6,9 +6,9 @@
 #include <string>
 
 struct LogHistory {
-    // Kinds of records that tell of a fault.
+    // Kinds of records that report a fault.
     enum class Kind {
-        LOCKED,           // after this record the daemon relays no more
+        LOCKED,           // after this record the daemon no longer relays
         EXCEPTION,        // a datagram ended in an exception
         INVALID_DATAGRAM, // a datagram was invalid
         DROPPED,          // the circuit breaker was open
@@ -32,12 +32,12 @@ struct LogHistory {
     std::time_t lastSuccessAt = 0;  // of a request; seen at the log level TRACE only
     std::time_t openUntil = 0;      // of the circuit breaker; 0: it was not open
     std::time_t endedUnaskedAt = 0; // the last record of a previous run without a stop record
-    int rebuilds = 0;               // of the connection to the broker, the normal one included
+    int rebuilds = 0;               // of the connection to the broker, including the normal one
     int recentStarts = 0;           // starts within 3 minutes that did not follow a stop
-    bool isStopped = false;         // the last run has ended with a stop record
+    bool isStopped = false;         // the last run ended with a stop record
 };
 
-// `text` is the end of a log file; `now` is the time of this machine. A start record that is later than
-// `runningSince`, the start of the running daemon, is ignored: a datagram with a line feed can forge
-// one. `runningSince` is 0 when no daemon runs.
+// `text` is the end of a log file; `now` is the time of this machine. A start record that is later
+// than `runningSince`, the start of the running daemon, is ignored: a datagram with a line feed can
+// forge one. `runningSince` is 0 when no daemon runs.
 LogHistory readLogHistory(const std::string& text, std::time_t now, std::time_t runningSince = 0);

@@ -1,6 +1,6 @@
 // Talks to the broker as the daemon would, with time limits and with another client id: with the
-// daemon's id, the broker would end the daemon's connection. One thread. The caller must initialise the
-// broker library first.
+// daemon's id, the broker would end the daemon's connection. One thread. The caller must initialise
+// the broker library first.
 #pragma once
 
 #include "mqtt/BrokerSettings.h"
@@ -18,9 +18,9 @@ struct HostAddress {
     int error = 0;    // errno of connecting to it; 0: it accepts connections
 };
 
-// Tries the addresses of the host in the order in which the daemon tries them, up to the first one that
-// accepts a connection. Each attempt takes at most 2 s, all together at most `limitMs`. Empty when the
-// name could not be resolved.
+// Tries the addresses of the host in the order in which the daemon tries them, up to the first one
+// that accepts a connection. Each attempt takes at most 2 s, all together at most `limitMs`. Empty
+// when the name could not be resolved.
 std::vector<HostAddress> tryAddresses(const BrokerAddress& broker, long limitMs);
 
 class MqttProbe {

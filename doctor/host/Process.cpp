@@ -72,7 +72,7 @@ std::uint64_t socketInode(const std::string& link) {
     return numberIn(link.substr(std::strlen(prefix)));
 }
 
-// All sockets of the network of the process; 0: of this process.
+// All sockets in the network namespace of the process. With the id 0: of this process.
 std::vector<Socket> readSockets(int pid) {
     const std::string directory = pid == 0 ? "/proc/net/" : processPath(pid, "net/");
     std::vector<Socket> sockets;
@@ -87,8 +87,8 @@ std::vector<Socket> readSockets(int pid) {
     return sockets;
 }
 
-// The inodes of the sockets of a process, and 0 for its other descriptors; empty when they cannot
-// be seen.
+// The inodes of the sockets of a process, and 0 for its other descriptors. Empty when the caller
+// has no permission to list them.
 std::set<std::uint64_t> socketInodesOf(int pid) {
     std::set<std::uint64_t> inodes;
     for (const int descriptor : numbersIn(processPath(pid, "fd"))) {

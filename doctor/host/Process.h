@@ -1,5 +1,5 @@
-// The facts in /proc about a process and its sockets. Each file is read once per call. One thread; the
-// caller owns the results.
+// The facts in /proc about a process and its sockets. Each file is read once per call. One thread;
+// the caller owns the results.
 #pragma once
 
 #include <cstdint>
@@ -35,11 +35,11 @@ double startTimeOf(int pid);
 // When this machine was started, by its clock.
 std::time_t bootTime();
 
-// A process as a person knows it: "process 12 (mosquitto)".
+// The text for a process in the report: "process 12 (mosquitto)".
 std::string describeProcess(int pid);
 
-// The last kernel record about a daemon that was killed by the kernel or crashed. Empty when there is
-// no record or the records cannot be read.
+// The last kernel record about a daemon that was killed by the kernel or crashed. Empty when there
+// is no record or the records cannot be read.
 std::string kernelRecordOfDaemon();
 
 struct Socket {
@@ -64,7 +64,7 @@ struct Look {
     ProcessStatus status;
     std::string waitsIn;         // the kernel function in which it waits, if known
     bool socketsAreSeen = false; // `isOwn` is known
-    std::vector<Socket> sockets; // all of the process's network
+    std::vector<Socket> sockets; // of all processes in its network namespace
 };
 
 Look lookAt(int pid);
@@ -72,7 +72,7 @@ Look lookAt(int pid);
 // Whether the daemon has not started its broker worker yet: it waits for its first connection.
 bool isStarting(const Look& look);
 
-// The process that holds the socket; 0 when none can be seen. Looks through all processes.
+// The process that holds the socket; 0 when the doctor cannot find it. Looks through all processes.
 int ownerOf(std::uint64_t inode);
 
 // Whether the address means 127.0.0.1 or includes it.

@@ -22,8 +22,8 @@ Resolution resolve(const std::string& host, int port) {
 
 } // namespace
 
-// The resolver may wait for silent name servers longer than the doctor does. The call then continues in
-// a detached thread.
+// The resolver may wait for silent name servers longer than the doctor does. The call then
+// continues in a detached thread.
 Resolution resolveWithin(const std::string& host, int port, long limitMs) {
     std::promise<Resolution> promise;
     std::future<Resolution> result = promise.get_future();

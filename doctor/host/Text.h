@@ -9,8 +9,8 @@
 std::size_t findInvalidUtf8(const std::string& text);
 
 // Converts text from outside, such as a log record or a certificate's name, to valid UTF-8 without
-// control characters and without characters that change the direction of writing. Such text must not
-// control a terminal or imitate other text.
+// control characters and without characters that change the direction of writing. Such text must
+// not control a terminal or imitate other text.
 std::string printable(const std::string& text);
 
 // The text, such as a URL, without a possible username and password before an "@".

@@ -4,8 +4,8 @@
 
 #include "VeyraServer/CommandLine.h"
 
-// Parses the configuration file into configurationForStartup(). Returns false on failure and logs the
-// reason. The record goes to the log file of the command line if one was given.
+// Parses the configuration file into configurationForStartup(). Returns false on failure and logs
+// the reason. The record goes to the log file of the command line if one was given.
 bool readConfiguration(const CommandLine& commandLine);
 
 // Sets up the logger from the section "log", then logs that the program has started. Inserts null

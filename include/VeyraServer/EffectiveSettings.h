@@ -7,8 +7,8 @@
 
 #include <cstdint>
 
-// The port for datagrams on 127.0.0.1: udp.veyraPort cut to 16 bits, or 1790 when that is not an
-// unsigned integer.
+// The port for datagrams on 127.0.0.1: udp.veyraPort truncated to 16 bits. 1790 if udp.veyraPort is
+// not an unsigned integer.
 std::uint16_t effectivePort(const Json::Value& root);
 
 // A closed circuit breaker with the effective thresholds.

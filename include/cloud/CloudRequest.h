@@ -15,14 +15,14 @@
 extern CURL* cloudCurlHandle;
 extern std::mutex curlMutex;
 
-// The only CA certificate that may sign the cloud's certificate.
+// The file with the only CA certificate that is trusted for the cloud.
 constexpr const char* cloudCaFile = "/etc/ssl/certs/DigiCert_Global_Root_CA.pem";
 
 // Whether the server of a request to `url` is verified: "https:" may be anywhere in the URL.
 bool isVerified(const std::string& url);
 
 // Sets the options on `handle` that decide which server a request to `url` trusts. Throws
-// std::runtime_error when libcurl refuses one of them: the caller must not send the request.
+// std::runtime_error when libcurl rejects one of them: the caller must not send the request.
 void setTrust(CURL* handle, const std::string& url);
 
 // The serial number for bodies that have none. This program never assigns it.
@@ -37,8 +37,9 @@ extern std::string gatewaySerial;
 // Returns true when the transfer completed with status 200 or 201. The only time limits are
 // libcurl's own. Failures are logged here.
 //
-// After an exception inside (a header member that is not a string, no memory, a refused trust
-// option) the result is false and curlMutex stays locked: the next call never returns.
+// After an exception inside (a header member that is not a string, no memory, or a trust option
+// that libcurl rejects) the result is false and curlMutex stays locked: the next call never
+// returns.
 bool sendCloudRequest(CURL* handle, const std::string& url, Json::Value& body,
                       Json::Value& response, bool collectResponse, const std::string& method);
 

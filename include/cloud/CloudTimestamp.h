@@ -1,5 +1,5 @@
-// The time of a request to the cloud, which the request carries and signs. UTC. Usable from any
-// thread.
+// The time of a request to the cloud. It is sent in a header and is part of the signed text. UTC.
+// Usable from any thread.
 #pragma once
 
 #include <cstdint>

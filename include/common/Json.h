@@ -13,7 +13,7 @@
 
 // Parses the text of one JSON file and drops its comments. Returns false when the text is not valid
 // JSON or is nested too deeply for the parser; `value` then holds the part before the fault. The
-// library reports the nesting with an exception, this function does not.
+// library reports the nesting with an exception; this function catches it.
 inline bool parseFile(const std::string& text, Json::Value& value) {
     try {
         return Json::Reader().parse(text, value, false);

@@ -1,6 +1,6 @@
-// The broker worker, a thread that supervises the link to the broker and publishes queued messages. It
-// publishes a keepalive whose echo must return through the broker, replaces the client when no echo
-// returns, and publishes one queued message in each pass.
+// The broker worker, a thread that supervises the link to the broker and publishes queued messages.
+// It publishes a keepalive whose echo must return through the broker, replaces the client when no
+// echo returns, and publishes one queued message in each pass.
 //
 // One detached thread runs for the life of the process. Its stack is small: no function that it
 // calls may have large local variables. It is never joined: main ends the process while it runs.

@@ -7,6 +7,6 @@
 // True when the last keepalive was sent more than 5000 ms ago.
 bool keepaliveIsDue(std::uint64_t nowMs, std::uint64_t lastSentMs);
 
-// True when the client is connected and received its own keepalive within the last 30000 ms. A
-// clock reading not later than the last keepalive counts as healthy.
+// True when the client is connected and received its own keepalive within the last 30000 ms. Also
+// true for a connected client if the clock is not later than the last keepalive.
 bool linkIsHealthy(bool clientConnected, std::uint64_t nowMs, std::uint64_t lastHeardMs);

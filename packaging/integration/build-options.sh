@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# build-options.sh: configures and builds the tree in $SOURCE as integrators do, with options that the
-# presets of this project do not use. PLATFORM must contain a working platform library.
+# build-options.sh: configures and builds the tree in $SOURCE as integrators do, with options that
+# the presets of this project do not use. PLATFORM must contain a working platform library.
 set -euo pipefail
 
 fail() {
@@ -19,7 +19,7 @@ neededBy() { readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'; }
 
 testSourceDirectory() {
     cp -R "$SOURCE" clean
-    ! (cd clean && cmake .) >log 2>&1 || fail "a build in the source directory"
+    ! (cd clean && cmake .) >log 2>&1 || fail "a build in the source directory was accepted"
     cmp clean/Makefile "$SOURCE/Makefile" || fail "the Makefile was overwritten"
 }
 
@@ -71,8 +71,8 @@ testPlatforms() {
         fail "a second configuration does not follow the root"
 }
 
-# testPaths NAME PREFIX SBINDIR CONFIGURATION LOG UNITS OPTION...: the installed files name each other's
-# paths.
+# testPaths NAME PREFIX SBINDIR CONFIGURATION LOG UNITS OPTION...: the installed files name each
+# other's paths.
 testPaths() {
     local sbin=$3 configuration=$4 log=$5 unit=$6/lora-veyra-server.service stage=$PWD/$1-stage file
     configure "$1" -DBUILD_TESTING=OFF -DCMAKE_INSTALL_PREFIX="$2" "${@:7}" || fail "$1"
@@ -110,22 +110,24 @@ testSubdirectory() {
         'add_custom_target(doctor)' 'add_custom_target(faults)' 'add_subdirectory(server)' \
         'if(DEFINED CPACK_GENERATOR OR TARGET decision-tests)' \
         '  message(FATAL_ERROR "packaging or tests in the parent")' 'endif()' >parent/CMakeLists.txt
-    cmake -S parent -B subdirectory >log 2>&1 || fail "as a subdirectory"
+    cmake -S parent -B subdirectory >log 2>&1 || fail "configuring as a subdirectory"
     build subdirectory
-    subdirectory/server/lora-veyra-server --version || fail "the program of the parent project"
+    subdirectory/server/lora-veyra-server --version ||
+        fail "the program does not start in a parent project"
     DESTDIR=$PWD/parent-stage cmake --install subdirectory >log 2>&1
-    [[ ! -e parent-stage ]] || fail "the parent installs more than its own"
+    [[ ! -e parent-stage ]] || fail "the parent project also installs files of the subdirectory"
 }
 
 testWithoutGoogleTest() {
-    configure no-googletest -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON || fail "without GoogleTest"
+    configure no-googletest -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON ||
+        fail "configuring without GoogleTest"
     grep -q "No tests are built" log || fail "the tests are left out without a message"
 }
 
 # The warnings of the presets are errors here too.
 testSanitizedByFlags() {
     configure sanitized -DCMAKE_CXX_FLAGS=-fsanitize=address -DCMAKE_COMPILE_WARNING_AS_ERROR=ON ||
-        fail "with the user's own sanitizer flags"
+        fail "configuring with the user's own sanitizer flags"
     build sanitized
     ctest --test-dir sanitized -j 4 -R 'CircuitBreaker|relay' --no-tests=error --output-on-failure >log ||
         fail "the tests with the user's own sanitizer flags"

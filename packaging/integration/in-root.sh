@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# in-root.sh ROOT: enters the Debian root ROOT, which plays an integrator's machine, and runs the guide
-# there. Called by run.sh in namespaces of its own.
+# in-root.sh ROOT: enters the Debian root directory ROOT, which represents an integrator's machine,
+# and runs the guide there. Called by run.sh in namespaces of its own.
 set -euo pipefail
 
 fail() {
@@ -47,7 +47,7 @@ checkStage() {
     done
     grep -q '^lora-veyra:' "$STAGE/etc/passwd" || fail "there is no user in the image"
     [[ $(stat -c %a:%U "$STAGE-busybox/var/log/lora-veyra-server") == 750:* ]] ||
-        fail "the log directory of the image without systemd has wrong rights"
+        fail "the log directory of the image without systemd has the wrong mode"
 }
 
 # Copies the image onto this system, so that its init entries can be tested.
@@ -80,7 +80,7 @@ checkProcd() {
         . /etc/init.d/lora-veyra-server
         start_service' >/root/procd.out
     grep -qF "command $(sed -n 's/.*-x \(.*\) -- \(.*\)/\1 \2/p' /etc/inittab)" /root/procd.out ||
-        fail "procd would start something else than init"
+        fail "procd would start a different command than init"
 }
 
 [[ $1 == --entered ]] || enterRoot "$1"

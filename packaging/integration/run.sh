@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # run.sh: runs every command of docs/integration.md, then build-options.sh, in a clean Debian root
-# without git. The root has a network while its packages are installed, and the loopback interface alone
-# afterwards.
+# without git. The root has a network while its packages are installed, and the loopback interface
+# alone afterwards.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/../.."
 

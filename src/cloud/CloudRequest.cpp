@@ -26,7 +26,7 @@ curl_slist* append(curl_slist* headers, const char* header) {
 }
 
 // A request must not be sent without one of its options. The other errors are ignored: a libcurl
-// that was built without a feature refuses the options that control this feature.
+// that was built without a feature rejects the options that control this feature.
 void requireMemory(CURLcode result) {
     if (result == CURLE_OUT_OF_MEMORY) {
         throw std::bad_alloc();
@@ -62,7 +62,7 @@ curl_slist* takeMember(curl_slist* headers, Json::Value& body, const char* membe
     return appendHeader(headers, name, value.asString());
 }
 
-// The caller frees the list. An exception leaks it, see the end of sendCloudRequest.
+// The caller frees the list. An exception leaks the list: see the end of sendCloudRequest.
 curl_slist* buildHeaders(Json::Value& body) {
     curl_slist* headers = append(nullptr, "Accept: application/json");
     headers = append(headers, "Content-Type: application/json");
@@ -166,7 +166,7 @@ void setTrust(CURL* handle, const std::string& url) {
         requireSuccess(curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L));
         requireSuccess(curl_easy_setopt(handle, CURLOPT_CAINFO, cloudCaFile));
         // Some builds of libcurl also trust a directory of CA certificates. The others do not know
-        // such directories and may refuse this option.
+        // such directories and may reject this option.
         requireMemory(curl_easy_setopt(handle, CURLOPT_CAPATH, nullptr));
     }
 }

@@ -23,7 +23,7 @@ constexpr unsigned workerStackBytes = 1024 * 1024;
 constexpr unsigned workerStackBytes = 32708;
 #endif
 
-// Kept on purpose: nothing assigns it, so the worker closes descriptor 0 when it ends.
+// Kept on purpose: this variable is never assigned, so the worker closes descriptor 0 when it ends.
 int sharedSocket = 0;
 
 // The stack of this thread is too small for the signal handler and its log record.

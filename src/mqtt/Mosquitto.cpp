@@ -75,8 +75,8 @@ void Mosquitto::on_connect(int rc) {
     sendWithoutDelay();
     connected = true;
     subscribeToRole();
-    // Has no effect: this callback runs in the network thread, and the library does not start a second
-    // one. Kept on purpose.
+    // Has no effect: this callback runs in the network thread, and the library does not start a
+    // second one. Kept on purpose.
     loop_start();
 }
 

@@ -5,7 +5,8 @@
 
 namespace {
 
-// A daemon whose main thread was last seen at work `quietMs` ago and has run `turns` times since.
+// A daemon whose main thread was last seen at work `quietMs` ago and has woken up `turns` times
+// since then.
 struct TwoLooks {
     Look active, now;
 
@@ -40,7 +41,7 @@ TEST(Process, WaitsForTheCloudOnlyAfterALongStandstill) {
     EXPECT_EQ(judgeLife(facts).outcome, Outcome::UNKNOWN);
 }
 
-TEST(Process, IsAtWorkWhenItTurnsOrTakesADatagram) {
+TEST(Process, IsAtWorkWhenItWakesUpOrTakesADatagram) {
     const auto worked = [](std::uint64_t turns, std::uint64_t waitingBefore,
                            std::uint64_t waitingAfter, bool datagramArrived) {
         TwoLooks looks(turns, 250);
@@ -72,7 +73,7 @@ TEST(Process, IsDeadlockedOnlyWithEvidence) {
     EXPECT_EQ(judgeLife(locked).outcome, Outcome::OK);
 }
 
-TEST(Process, ItsStateComesBeforeItsProgress) {
+TEST(Process, IsJudgedByItsStateBeforeItsProgress) {
     const struct {
         char state;
         const char* id;
@@ -89,7 +90,7 @@ TEST(Process, ItsStateComesBeforeItsProgress) {
     }
 }
 
-TEST(Process, IsNotLinkedOnlyWhenNothingElseExplainsIt) {
+TEST(Process, IsReportedAsNotLinkedOnlyWithoutAnotherExplanation) {
     TwoLooks looks(5, 250);
     LifeFacts facts{looks.active, looks.now};
     facts.isLinked = false;

@@ -39,7 +39,7 @@ TEST(RecentErrors, CountsSinceTheLastStartAndQuotesTheLast) {
     EXPECT_EQ(finding.facts["faultsSinceStart"], 2);
 }
 
-TEST(RecentErrors, AreNoProblemWhenTheyAreOverOrNormal) {
+TEST(RecentErrors, AreNotReportedWhenTheyAreOverOrNormal) {
     EXPECT_EQ(judged(start + refused, tenOClock + 604).front().id, "errors.request-refused");
     EXPECT_EQ(judged(start + refused, tenOClock + 605).front().outcome, Outcome::OK);
     EXPECT_EQ(judged(start + refused + "2026-11-21T10:00:06.000Z TRACE Curl Response {}\n")
@@ -93,7 +93,7 @@ TEST(RecentErrors, TellHowLongTheCircuitIsOpen) {
     EXPECT_EQ(judged(start + dropped, tenOClock + 35).front().id, "errors.dropped");
 }
 
-TEST(RecentErrors, NameARunThatEndedWithoutAStop) {
+TEST(RecentErrors, ReportARunThatEndedWithoutAStopRecord) {
     EXPECT_EQ(judged(start + start).front().id, "errors.ended-without-stop");
     EXPECT_EQ(judged(start + stop + start).front().outcome, Outcome::OK);
     RecentFacts rebooted;
@@ -105,7 +105,7 @@ TEST(RecentErrors, NameARunThatEndedWithoutAStop) {
         Outcome::OK);
 }
 
-TEST(RecentErrors, PointToTheCloudWhenThatIsTheCause) {
+TEST(RecentErrors, PointToTheCloudWhenTheCloudIsTheCause) {
     RecentFacts facts;
     facts.now = tenOClock + 30;
     facts.cloudIsOk = false;
@@ -115,7 +115,7 @@ TEST(RecentErrors, PointToTheCloudWhenThatIsTheCause) {
     EXPECT_EQ(finding.cause.find("succeeds now"), std::string::npos);
 }
 
-TEST(LogHistory, CountsStartsThatFollowNoStop) {
+TEST(LogHistory, CountsStartsWithoutAStopBeforeThem) {
     EXPECT_EQ(readLogHistory(start + start + start, tenOClock + 30).recentStarts, 3);
     EXPECT_EQ(readLogHistory(start + start + start, tenOClock + anHour).recentStarts, 0);
     EXPECT_EQ(readLogHistory(start + stop + start + stop, tenOClock + 30).recentStarts, 1);
@@ -142,9 +142,11 @@ TEST(Text, ShowsOnlyHarmlessCharacters) {
     } cases[] = {
         {"Zürich \xE2\x82\xAC \xF0\x9F\x98\x80", "Zürich \xE2\x82\xAC \xF0\x9F\x98\x80"},
         {"a\x1b[2J\x7f\r\nb", "a?[2J?? b"},
-        {"\xC2\x9B\xC2\xA0\xEF\xBB\xBF", "???"}, // C1 control, spaces that do not look like one
+        // a C1 control, a space that does not break, an invisible character
+        {"\xC2\x9B\xC2\xA0\xEF\xBB\xBF", "???"},
         {"\xFF\xC0\xAF\xED\xA0\x80\xE2\x82", "????????"},
-        {"\xE0\x82\x80\xD8\x9C", "????"}, // too long, direction of writing
+        // a sequence that is too long, a character that changes the direction of writing
+        {"\xE0\x82\x80\xD8\x9C", "????"},
     };
     for (const auto& [text, shown] : cases) {
         EXPECT_EQ(printable(text), shown);

@@ -17,7 +17,7 @@ Publication keepaliveAt(std::uint64_t ms) {
     return {ms, keepaliveTopic, ""};
 }
 
-// One keepalive every five seconds, plus the pass of 10 ms that finds it due.
+// One keepalive every five seconds, plus the pause of 10 ms until a pass finds that it is due.
 Publications keepalivesUntil(std::uint64_t ms) {
     Publications keepalives;
     for (std::uint64_t at = 100; at < ms; at += 5010) {

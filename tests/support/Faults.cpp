@@ -16,7 +16,7 @@ bool ZEP::Licence::check() {
     return fault != "no licence";
 }
 
-// Only the worker has attributes.
+// The program passes attributes only when it creates the worker.
 static bool mustFail(bool hasAttributes) {
     static bool firstNetworkThread = true;
     if (hasAttributes) {
