@@ -4,6 +4,7 @@
 #   ca.pem                         the CA certificate that the daemon trusts
 #   cloud.pem, cloud.key           signed by ca.pem, for localhost and 127.0.0.1
 #   elsewhere.pem, elsewhere.key   signed by ca.pem, for another host
+#   client.pem, client.key         signed by ca.pem, for localhost, but not for servers
 #   strangers-ca.pem               a CA certificate that the daemon does not trust
 #   stranger.pem, stranger.key     signed by strangers-ca.pem, for localhost
 #   partial.pem, partial.key       signed by an intermediate CA, which ca.pem signed
@@ -24,11 +25,11 @@ makeCa() {
         -addext keyUsage=critical,keyCertSign "${@:3}"
 }
 
-# makeServer NAME CA HOSTS
+# makeServer NAME CA HOSTS [PURPOSE]
 makeServer() {
     openssl req -x509 "${newKey[@]}" -subj /CN=server -CA "$2.pem" -CAkey "$2.key" \
         -keyout "$1.key" -out "$1.pem" -addext "subjectAltName=$3" \
-        -addext basicConstraints=critical,CA:FALSE -addext extendedKeyUsage=serverAuth
+        -addext basicConstraints=critical,CA:FALSE -addext extendedKeyUsage="${4:-serverAuth}"
 }
 
 # makeDated NAME YEAR [OPTION...]: valid in January of that year. "openssl req" cannot do this.
@@ -54,6 +55,7 @@ makeAll() {
         makeCa strangers-ca "Unknown authority" &&
         makeServer cloud ca DNS:localhost,IP:127.0.0.1 &&
         makeServer elsewhere ca DNS:elsewhere.example &&
+        makeServer client ca DNS:localhost clientAuth &&
         makeServer stranger strangers-ca DNS:localhost,IP:127.0.0.1 &&
         makeCa intermediate "Intermediate authority" -CA ca.pem -CAkey ca.key &&
         makeServer partial intermediate DNS:localhost,IP:127.0.0.1 &&

@@ -40,13 +40,14 @@ class DoctorOnCloud(DoctorTest):
         cases = [
             ("cloud.other-ca", "stranger", own, 'CN = Unknown authority.*CN = Mock cloud CA'),
             ("cloud.other-ca", "alone", own, 'CN = localhost.*CN = Mock cloud CA'),
-            ("cloud.other-ca", "cloud", impostor, 'CN = Mock cloud CA.* another key'),
+            ("cloud.ca-other-key", "cloud", impostor, 'CN = Mock cloud CA.* another key'),
             ("cloud.other-ca", "chain", strangers, 'CN = Mock cloud CA.*CN = Unknown authority'),
             ("cloud.ca-missing", "cloud", strangers + strangers, "CN = Mock cloud CA"),
             ("cloud.ca-expired", "cloud", expired, "has expired"),
             ("cloud.incomplete-chain", "partial", own, "CN = Intermediate authority"),
             ("cloud.host-mismatch", "elsewhere", own, "elsewhere.example"),
             ("cloud.certificate-expired", "expired", own, "expired"),
+            ("cloud.certificate-invalid", "client", own, "purpose"),
             ("cloud.ca-file", "cloud", "no certificate", "has no certificate"),
         ]
         for finding, certificate, trusted, says in cases:
