@@ -9,6 +9,7 @@
 
 namespace {
 
+// 2 s before the alarm that ends the program, so that the report is still printed.
 constexpr long runLimitMs = 23000;
 
 } // namespace

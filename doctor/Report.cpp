@@ -188,13 +188,12 @@ Outcome Report::finish(const std::string& fingerprint, bool offerMore) {
     return worst;
 }
 
-void Report::fail(bool asJson, const std::string& fault) {
+std::string Report::failure(bool asJson, const std::string& fault) {
     if (!asJson) {
-        std::fprintf(stderr, "lora-veyra-doctor: %s\n", printable(fault).c_str());
-        return;
+        return "lora-veyra-doctor: " + printable(fault) + "\n";
     }
     Json::Value failure = makeRoot();
     failure["outcome"] = "error";
     failure["error"] = printable(fault);
-    std::fputs(Json::FastWriter().write(failure).c_str(), stdout);
+    return Json::FastWriter().write(failure);
 }

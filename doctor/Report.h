@@ -19,8 +19,8 @@ class Report {
     // worst outcome.
     Outcome finish(const std::string& fingerprint, bool offerMore);
 
-    // The whole report when the doctor could not do its work.
-    static void fail(bool asJson, const std::string& fault);
+    // The text of the whole report when the doctor could not do its work.
+    static std::string failure(bool asJson, const std::string& fault);
 
   private:
     void printFinding(const std::string& check, const Finding& finding) const;

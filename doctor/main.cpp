@@ -19,16 +19,26 @@ namespace {
 constexpr unsigned longestRunS = 25;
 constexpr int couldNotWork = 2;
 
+std::string lateText; // written before the handler is installed
+int lateOutput = STDERR_FILENO;
+
 // A call that blocks in the kernel, such as a read from a dead network drive, must not block the
-// doctor.
-void limitRun() {
+// doctor. With --json no line was printed before, so that the output is still one object.
+void limitRun(bool asJson) {
+    lateText = Report::failure(asJson, "not finished after 25 s");
+    if (asJson) {
+        lateOutput = STDOUT_FILENO;
+    }
     std::signal(SIGALRM, [](int) {
-        constexpr char text[] = "lora-veyra-doctor: not finished after 25 s\n";
-        const ssize_t ignored = write(STDERR_FILENO, text, sizeof text - 1);
+        const ssize_t ignored = write(lateOutput, lateText.data(), lateText.size());
         static_cast<void>(ignored);
         _exit(couldNotWork);
     });
     alarm(longestRunS);
+}
+
+void printFailure(bool asJson, const std::string& fault) {
+    std::fputs(Report::failure(asJson, fault).c_str(), asJson ? stdout : stderr);
 }
 
 // A peer that sends without end, or a compressed response that grows without end, must not take the
@@ -47,7 +57,7 @@ int run(const Options& options) {
         Report report(options.json != 0, inColour);
         return diagnose(options, report);
     } catch (const std::exception& error) {
-        Report::fail(options.json != 0, error.what());
+        printFailure(options.json != 0, error.what());
         return couldNotWork;
     }
 }
@@ -57,7 +67,7 @@ int run(const Options& options) {
 int main(int argc, char* argv[]) {
     const Options options = parseOptions(argc, argv);
     if (!options.fault.empty()) {
-        Report::fail(options.json != 0, options.fault);
+        printFailure(options.json != 0, options.fault);
         if (options.json == 0) {
             std::fputs(usageText, stderr);
         }
@@ -71,7 +81,7 @@ int main(int argc, char* argv[]) {
         std::printf("lora-veyra-doctor %s\n", programVersion);
         return 0;
     }
-    limitRun();
+    limitRun(options.json != 0);
     limitMemory();
     std::signal(SIGPIPE, SIG_IGN);
     ZEP::Logger::setPrintLevel(0, false); // the daemon's functions must not log here

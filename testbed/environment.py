@@ -11,8 +11,7 @@ import socket
 import subprocess
 import tempfile
 import time
-from collections.abc import Iterator, Sequence
-from contextlib import ExitStack, contextmanager
+from collections.abc import Sequence
 from pathlib import Path
 from types import TracebackType
 from typing import Any
@@ -60,6 +59,7 @@ def trust(certificates: Path) -> None:
     for file, name in (("ca", "DigiCert_Global_Root_CA"), ("strangers-ca", "Stranger")):
         (view / f"{name}.pem").unlink(missing_ok=True)
         shutil.copy(certificates / f"{file}.pem", view / f"{name}.pem")
+        (view / f"{name}.pem").chmod(0o644)  # like the others: every user can read it
     run("openssl", "rehash", view)
     run("mount", "--no-mtab", "--bind", view, CA_DIRECTORY)
 
@@ -137,18 +137,6 @@ def replace_syslog() -> socket.socket:
     syslog.bind("/dev/log")
     syslog.settimeout(5)
     return syslog
-
-
-@contextmanager
-def silent_listener(host: str, port: int) -> Iterator[None]:
-    """An address that does not answer: the backlog of its listener is full."""
-    family = socket.AF_INET6 if ":" in host else socket.AF_INET
-    with socket.create_server((host, port), family=family, backlog=0), ExitStack() as clients:
-        for _ in range(2):
-            client = clients.enter_context(socket.socket(family, socket.SOCK_STREAM))
-            client.setblocking(False)
-            client.connect_ex((host, port))
-        yield
 
 
 class TestEnvironment:

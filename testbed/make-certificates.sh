@@ -4,10 +4,16 @@
 #   ca.pem                         the CA certificate that the daemon trusts
 #   cloud.pem, cloud.key           signed by ca.pem, for localhost and 127.0.0.1
 #   elsewhere.pem, elsewhere.key   signed by ca.pem, for another host
+#   client.pem, client.key         signed by ca.pem, for localhost, but not for servers
 #   strangers-ca.pem               a CA certificate that the daemon does not trust
 #   stranger.pem, stranger.key     signed by strangers-ca.pem, for localhost
 #   partial.pem, partial.key       signed by an intermediate CA, which ca.pem signed
+#   chain.pem, chain.key           the same, with the certificate of the intermediate CA
 #   expired.pem, expired.key       signed by ca.pem, for localhost, expired
+#   future.pem, future.key         signed by ca.pem, for localhost, not yet valid
+#   alone.pem, alone.key           signed by its own key
+#   expired-ca.pem                 as ca.pem with the same key, expired
+#   impostor.pem                   as ca.pem with another key
 set -euo pipefail
 
 readonly days=3
@@ -19,22 +25,28 @@ makeCa() {
         -addext keyUsage=critical,keyCertSign "${@:3}"
 }
 
-# makeServer NAME CA HOSTS
+# makeServer NAME CA HOSTS [PURPOSE]
 makeServer() {
     openssl req -x509 "${newKey[@]}" -subj /CN=server -CA "$2.pem" -CAkey "$2.key" \
         -keyout "$1.key" -out "$1.pem" -addext "subjectAltName=$3" \
-        -addext basicConstraints=critical,CA:FALSE -addext extendedKeyUsage=serverAuth
+        -addext basicConstraints=critical,CA:FALSE -addext extendedKeyUsage="${4:-serverAuth}"
 }
 
-# makeExpired: "openssl req" cannot make an expired certificate.
-makeExpired() {
-    touch index.txt
-    openssl req -new "${newKey[@]:0:5}" -subj /CN=server -keyout expired.key -out expired.csr
-    openssl ca -batch -notext -cert ca.pem -keyfile ca.key -in expired.csr -out expired.pem \
-        -startdate 20200101000000Z -enddate 20200201000000Z -extensions names \
+# makeDated NAME YEAR [OPTION...]: valid in January of that year. "openssl req" cannot do this.
+makeDated() {
+    : >index.txt
+    openssl ca -batch -notext -keyfile ca.key -in "$1.csr" -out "$1.pem" \
+        -startdate "${2}0101000000Z" -enddate "${2}0201000000Z" "${@:3}" \
         -config <(printf '%s\n' '[ca]' 'default_ca=settings' '[settings]' 'database=index.txt' \
             'new_certs_dir=.' 'rand_serial=yes' 'default_md=sha256' 'policy=any' '[any]' \
-            'commonName=supplied' '[names]' 'subjectAltName=DNS:localhost')
+            'commonName=supplied' '[server]' 'subjectAltName=DNS:localhost' \
+            '[authority]' 'keyUsage=critical,keyCertSign' 'basicConstraints=critical,CA:TRUE')
+}
+
+# makeDatedServer NAME YEAR
+makeDatedServer() {
+    openssl req -new "${newKey[@]:0:5}" -subj /CN=server -keyout "$1.key" -out "$1.csr"
+    makeDated "$1" "$2" -cert ca.pem -extensions server
 }
 
 # Finally deletes the CA keys, so that nothing else can be signed with them.
@@ -43,11 +55,18 @@ makeAll() {
         makeCa strangers-ca "Unknown authority" &&
         makeServer cloud ca DNS:localhost,IP:127.0.0.1 &&
         makeServer elsewhere ca DNS:elsewhere.example &&
+        makeServer client ca DNS:localhost clientAuth &&
         makeServer stranger strangers-ca DNS:localhost,IP:127.0.0.1 &&
         makeCa intermediate "Intermediate authority" -CA ca.pem -CAkey ca.key &&
         makeServer partial intermediate DNS:localhost,IP:127.0.0.1 &&
-        makeExpired &&
-        rm ca.key strangers-ca.key intermediate.key
+        cat partial.pem intermediate.pem >chain.pem && cp partial.key chain.key &&
+        makeDatedServer expired 2020 &&
+        makeDatedServer future 2099 &&
+        makeCa alone localhost -addext subjectAltName=DNS:localhost &&
+        openssl req -new -key ca.key -subj "/CN=Mock cloud CA" -out expired-ca.csr &&
+        makeDated expired-ca 2020 -selfsign -extensions authority &&
+        makeCa impostor "Mock cloud CA" &&
+        rm ca.key strangers-ca.key intermediate.key impostor.key
 }
 
 if [[ $# -ne 1 ]]; then

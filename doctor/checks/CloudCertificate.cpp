@@ -56,11 +56,14 @@ Finding judgeIssuer(const Refusal& refusal) {
                                 "apt-get install --reinstall ca-certificates";
     if (issuerInFile(refusal) != nullptr) {
         return bad(
-            "cloud.other-ca", refusal.url,
+            "cloud.ca-other-key", refusal.url,
             "The server's certificate names the issuer " + issuer +
                 ". This issuer is in the CA file, but the signature was made with another key: " +
                 refusal.answer.error + ".",
-            std::string("Either the CA file is old, or the certificate is forged. ") + install);
+            thenRestart(
+                std::string("Either the CA file is old, or the certificate is forged. Ask the "
+                            "operator of the cloud. If the certificate is genuine: ") +
+                install));
     }
     const bool isExpected = top.issuer.find(expectedRoot) != std::string::npos;
     if (refusal.trusted.size() > 1 || isExpected) {
@@ -121,7 +124,16 @@ Finding judgeCertificate(const Refusal& refusal) {
                        ". The certificate is for: " + refusal.chain.front().hosts + ".",
                    "Ask the operator of the cloud for the correct host name. If "
                    "network.veyraServer already has it, the connection may be intercepted.");
-    default:
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
+    case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
+    case X509_V_ERR_CERT_SIGNATURE_FAILURE:
+    case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
+    case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
         return judgeIssuer(refusal);
+    default:
+        return bad("cloud.certificate-invalid", refusal.url,
+                   "The server's certificate cannot be used: " + refusal.answer.error + ".",
+                   "Ask the operator of the cloud for another certificate.");
     }
 }

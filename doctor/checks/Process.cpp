@@ -165,7 +165,7 @@ void readHistory(Gateway& gateway) {
         return;
     }
     std::string text;
-    gateway.logError = gateway.readAsService(gateway.logFile, text);
+    gateway.logError = gateway.readAsService(gateway.asDaemonSees(gateway.logFile), text);
     double startedAt = 0;
     if (gateway.daemon != nullptr) {
         startedAt = gateway.daemon->startedAt;

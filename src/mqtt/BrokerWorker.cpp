@@ -23,7 +23,8 @@ constexpr unsigned workerStackBytes = 1024 * 1024;
 constexpr unsigned workerStackBytes = 32708;
 #endif
 
-// Kept on purpose: this variable is never assigned, so the worker closes descriptor 0 when it ends.
+// Kept on purpose: nothing assigns it, so the worker closes descriptor 0 when it ends and after each
+// exception. A second exception would close a file that has received the number 0 since then.
 int sharedSocket = 0;
 
 // The stack of this thread is too small for the signal handler and its log record.
@@ -154,6 +155,7 @@ ThreadDescriptor brokerWorker = {workerStackBytes, {}, 0, MqttThreadFunction};
 int startThread(ThreadDescriptor& descriptor) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
+    // Fails on arm64, where the C library requires 128 KiB. The default stack is then used.
     pthread_attr_setstacksize(&attributes, descriptor.stackSize);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     return pthread_create(&descriptor.threadId, &attributes, descriptor.startRoutine, nullptr);

@@ -2,45 +2,20 @@
 
 import socket
 import threading
-from collections.abc import Iterator
-from contextlib import contextmanager, suppress
+import time
 from http.server import BaseHTTPRequestHandler, HTTPServer
 from pathlib import Path
-from socketserver import BaseRequestHandler, ThreadingTCPServer
 from unittest import skipUnless
 
 from testbed.cloud import Answer
 from testbed.environment import CA_DIRECTORY, BROKER_HOST, BROKER_PORT, CLOUD_PORT
 from testbed.environment import GATEWAY_SECRET, run
-from testbed.environment import Listener, find_program, silent_listener
+from testbed.environment import Listener, find_program
+from testbed.faulty_peers import name_server, scripted_broker, scripted_server, silent_listener
 from tests.daemon.doctor_test_case import DoctorTest
 
 CA_FILE = CA_DIRECTORY / "DigiCert_Global_Root_CA.pem"
 PASSWORDS = "topic readwrite lora/#"
-
-
-@contextmanager
-def scripted_broker(connack: bytes, suback: bytes) -> Iterator[None]:
-    """Answers every CONNECT and the first SUBSCRIBE of every connection with these bytes."""
-
-    class Connection(BaseRequestHandler):
-        def handle(self) -> None:
-            with suppress(ConnectionError):
-                while packet := self.request.recv(4096):
-                    if packet[0] == 0x10:
-                        self.request.sendall(connack)
-                    elif packet[0] == 0x82:
-                        self.request.sendall(suback)
-
-    class Broker(ThreadingTCPServer):
-        allow_reuse_address = daemon_threads = True
-
-    with Broker((BROKER_HOST, BROKER_PORT), Connection) as broker:
-        threading.Thread(target=broker.serve_forever, daemon=True).start()
-        try:
-            yield
-        finally:
-            broker.shutdown()
 
 
 class DoctorOnCloud(DoctorTest):
@@ -59,13 +34,20 @@ class DoctorOnCloud(DoctorTest):
 
     def test_tells_certificate_faults_apart(self) -> None:
         own = CA_FILE.read_text()
+        folder = self.testbed.folder / "certificates"
+        expired, impostor = [(folder / f"{n}.pem").read_text() for n in ("expired-ca", "impostor")]
         strangers = (CA_DIRECTORY / "Stranger.pem").read_text()
         cases = [
             ("cloud.other-ca", "stranger", own, 'CN = Unknown authority.*CN = Mock cloud CA'),
+            ("cloud.other-ca", "alone", own, 'CN = localhost.*CN = Mock cloud CA'),
+            ("cloud.ca-other-key", "cloud", impostor, 'CN = Mock cloud CA.* another key'),
+            ("cloud.other-ca", "chain", strangers, 'CN = Mock cloud CA.*CN = Unknown authority'),
             ("cloud.ca-missing", "cloud", strangers + strangers, "CN = Mock cloud CA"),
+            ("cloud.ca-expired", "cloud", expired, "has expired"),
             ("cloud.incomplete-chain", "partial", own, "CN = Intermediate authority"),
             ("cloud.host-mismatch", "elsewhere", own, "elsewhere.example"),
             ("cloud.certificate-expired", "expired", own, "expired"),
+            ("cloud.certificate-invalid", "client", own, "purpose"),
             ("cloud.ca-file", "cloud", "no certificate", "has no certificate"),
         ]
         for finding, certificate, trusted, says in cases:
@@ -73,6 +55,9 @@ class DoctorOnCloud(DoctorTest):
                 CA_FILE.write_text(trusted)
                 self.serve(certificate)
                 self.expect(finding, says=says)
+        self.serve("future")
+        CA_FILE.write_text(own)
+        self.expect("cloud.certificate-not-yet-valid")
         CA_FILE.unlink()
         self.expect("cloud.ca-file", says="No such file")
 
@@ -85,16 +70,33 @@ class DoctorOnCloud(DoctorTest):
             threading.Thread(target=plain.serve_forever, daemon=True).start()
             self.expect("cloud.no-tls", says="does not speak TLS")
             plain.shutdown()
+        alert = b"\x15\x03\x01\x00\x02\x02\x46"
+        with scripted_server("127.0.0.1", CLOUD_PORT, lambda _: alert):
+            self.expect("cloud.tls-version", says="protocol version")
         with silent_listener("127.0.0.1", CLOUD_PORT):
             self.expect("cloud.silent", says="127.0.0.1")
         self.testbed.configuration["network"]["veyraServer"] = "https://no.such.invalid/api/"
         self.stop_daemon()
         self.expect("cloud.no-route", says="no default route")
 
+    @skipUnless(Path("/etc/resolv.conf").exists(), "a mount needs the file")
+    def test_tells_faults_of_the_name_resolution_apart(self) -> None:
+        self.testbed.configuration["network"]["veyraServer"] = "https://cloud.invalid/api/"
+        self.testbed.configuration["mqtt"]["host"] = "broker.invalid"
+        self.stop_daemon()
+        for code, finding in ((3, "unresolved"), (2, "dns-failed"), (None, "dns-silent")):
+            with self.subTest(finding=finding), name_server(self.testbed.folder, code):
+                start = time.monotonic()
+                report = self.examine("--publish", "--sign", "m1/x")
+                self.assertLess(time.monotonic() - start, 20)
+                self.assertEqual(report.bad() - {"alive.not-running"},
+                                 {f"cloud.{finding}", "broker.unresolved"})
+
     def test_judges_the_response(self) -> None:
         html = {"Content-Type": "text/html"}
         cases = [
-            ("cloud.unavailable", Answer(503), "status 503"),
+            ("cloud.unavailable", Answer(502), "status 502"),
+            ("cloud.unavailable", Answer(504), "status 504"),
             ("cloud.html", Answer(200, headers=html), "HTML"),
             ("cloud.redirect", Answer(302, headers={"Location": "http://login/"}), "http://login/"),
             ("cloud.proxy-login", Answer(407), "proxy"),
@@ -117,7 +119,16 @@ class DoctorOnCloud(DoctorTest):
         self.serve("stranger")
         self.testbed.cloud.clock_ahead_s = 9999
         self.expect("cloud.other-ca")
-        self.assertEqual(self.examine().outcomes()["clock.unverified"], "unknown")
+        self.assertIn("clock.unverified", self.examine().unknown())
+        self.testbed.configuration["network"]["veyraServer"] = f"http://localhost:{CLOUD_PORT}/x/"
+        self.stop_daemon()
+        dated = (b"HTTP/1.1 200 OK\r\nDate: Sun, 22 Nov 2020 00:00:00 GMT\r\n"
+                 b"Content-Length: 0\r\n\r\n")
+        self.testbed.cloud.close()
+        with scripted_server("127.0.0.1", CLOUD_PORT, lambda _: dated):
+            report = self.examine()
+        self.assertIn("clock.unverified", report.unknown())
+        self.assertIn("settings.not-encrypted", report.bad())
 
     def test_uses_no_proxy_of_its_own(self) -> None:
         report = self.examine(environment={"https_proxy": "http://127.0.0.1:9"})
@@ -141,6 +152,28 @@ class DoctorOnCloud(DoctorTest):
         report = self.examine("--sign", "m1/x")
         self.assertEqual(report.outcomes()["signature.no-verdict"], "unknown")
         self.assertNotIn("/api/moved/x", [request.path for request in self.testbed.cloud.requests])
+        self.testbed.cloud.answer = Answer(stall_s=9)
+        self.assertIn("signature.no-response", self.examine("--sign", "m1/x").unknown())
+        self.testbed.configuration["network"]["gatewayKey"] = "0"
+        self.stop_daemon()
+        sent = len(self.testbed.cloud.requests)
+        report = self.examine("--sign", "m1/x")
+        self.assertIn({"check": "signature", "needs": "identity"}, report.data["skipped"])
+        self.assertEqual(len(self.testbed.cloud.requests), sent)
+
+    def test_reports_faults_of_the_services_proxy(self) -> None:
+        answer = (b"HTTP/1.1 407 Proxy\r\nDate: Sun, 22 Nov 2020 00:00:00 GMT\r\n"
+                  b"Content-Length: 0\r\n\r\n")
+        proxy = "http://127.0.0.3:3128"
+        with scripted_server("127.0.0.3", 3128, lambda _: answer):
+            for name in ("https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"):
+                with self.subTest(name=name):
+                    self.testbed.start_ready_daemon({name: proxy})
+                    report = self.examine()
+                    self.assertEqual((report.bad(), report.unknown()),
+                                     ({"cloud.proxy-login"}, {"clock.no-reference"}))
+            self.testbed.start_ready_daemon({"https_proxy": proxy, "NO_PROXY": "localhost"})
+            self.assertEqual(self.examine().bad(), set())
 
 
 class DoctorOnBroker(DoctorTest):
@@ -179,11 +212,12 @@ class DoctorOnBroker(DoctorTest):
             ("broker.credentials", b"\x20\x02\x00\x04", b""),
             ("broker.rejected", b"\x20\x02\x00\x02", b""),
             ("echo.denied", b"\x20\x02\x00\x00", b"\x90\x03\x00\x01\x80"),
+            ("replies.no-verdict", b"\x20\x02\x00\x00", b"\x90\x03\x00\x01\x80"),
         ]
         for finding, connack, suback in cases:
             with self.subTest(finding=finding), scripted_broker(connack, suback):
                 self.testbed.start_ready_daemon()
-                self.assertIn(finding, self.examine().outcomes())
+                self.assertIn(finding, self.examine("--publish").outcomes())
                 self.testbed.kill_daemon()
 
     @skipUnless(Path("/etc/hosts").exists(), "a mount needs the file")
@@ -193,6 +227,7 @@ class DoctorOnBroker(DoctorTest):
         run("mount", "--bind", hosts, "/etc/hosts")
         self.testbed.configuration["mqtt"]["host"] = "broker"
         self.stop_daemon()
+        self.assertIn("broker.ok", self.examine().outcomes())
         with silent_listener("::1", BROKER_PORT):
             report = self.examine()
             self.assertEqual(report.bad(), {"broker.address-silent", "alive.not-running"})

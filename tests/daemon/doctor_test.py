@@ -2,8 +2,11 @@
 
 import json
 import os
+import signal
+import socket
 import subprocess
 import time
+from unittest import skipIf
 
 from testbed.cloud import Answer
 from testbed.environment import SANITIZED, UPSTREAM_PORT, check_in
@@ -119,13 +122,30 @@ class Doctor(DoctorTest):
 
     def test_counts_datagrams_that_go_elsewhere(self) -> None:
         self.testbed.start_ready_daemon()
-        for host, port, finding in (("127.0.0.1", 1780, "traffic.other-port"),
-                                    ("::1", UPSTREAM_PORT, "traffic.ipv6")):
-            with self.subTest(finding=finding):
+        listening = self.enterContext(socket.socket(socket.AF_INET, socket.SOCK_DGRAM))
+        listening.bind(("127.0.0.1", 1782))
+        cases = [
+            ("127.0.0.1", 1780, check_in(), ["traffic.other-port"]),
+            ("::1", UPSTREAM_PORT, check_in(), ["traffic.ipv6"]),
+            ("127.0.0.1", 1781, "of another program", []),
+            ("127.0.0.1", 1782, check_in(), []),
+        ]
+        for host, port, datagram, findings in cases:
+            with self.subTest(port=port):
                 doctor = subprocess.Popen([*self.command(), "--json"], stdout=subprocess.PIPE)
                 while doctor.poll() is None:
-                    self.testbed.send(check_in(), host, port)
+                    self.testbed.send(datagram, host, port)
                     time.sleep(0.1)
                 report = json.loads(doctor.communicate()[0])
                 bad = [check["id"] for check in report["checks"] if check["outcome"] == "bad"]
-                self.assertEqual(bad, [finding])
+                self.assertEqual(bad, findings)
+
+    @skipIf(IS_EMULATED, "the signal would reach the emulator")
+    def test_ends_with_a_report_when_it_takes_too_long(self) -> None:
+        self.testbed.start_ready_daemon()
+        doctor = subprocess.Popen(self.command("--json"), stdout=subprocess.PIPE)
+        time.sleep(1)
+        doctor.send_signal(signal.SIGALRM)
+        failure = json.loads(doctor.communicate()[0])
+        self.assertEqual((doctor.returncode, failure["outcome"]), (2, "error"))
+        self.assertIn("25 s", failure["error"])

@@ -2,10 +2,13 @@
 import json
 import os
 import subprocess
+from collections.abc import Sequence
 from dataclasses import dataclass
+from pathlib import Path
 from typing import Any
 
-from testbed.environment import BUILD
+from testbed.environment import BUILD, DAEMON, run
+from testbed.processes import Process, eventually, is_bound
 from tests.daemon.daemon_test_case import DaemonTest
 
 DOCTOR = os.environ.get("VEYRA_DOCTOR_PROGRAM", str(BUILD / "lora-veyra-doctor"))
@@ -27,6 +30,9 @@ class Report:
     def bad(self) -> set[str]:
         return {id for id, outcome in self.outcomes().items() if outcome == "bad"}
 
+    def unknown(self) -> set[str]:
+        return {id for id, outcome in self.outcomes().items() if outcome == "unknown"}
+
     def finding(self, finding_id: str) -> dict[str, Any]:
         checks: list[dict[str, Any]] = self.data["checks"]
         found = [check for check in checks if check["id"] == finding_id]
@@ -35,30 +41,30 @@ class Report:
 
 
 class DoctorTest(DaemonTest):
-    def command(self, *options: object, program: object = DOCTOR) -> list[str]:
+    doctor: Sequence[object] = (DOCTOR,)  # the start of the doctor's command
+
+    def command(self, *options: object) -> list[str]:
         """Adds options that name the files if no daemon runs from which the doctor takes them."""
         daemon = self.testbed.daemon
         runs = daemon is not None and daemon.wait(0) is None
         files = [] if runs else self.testbed.usual_options()
         process = ["--pid", daemon.proc.name] if daemon and runs and IS_EMULATED else []
-        return [str(part) for part in (program, *files, *process, *options)]
+        return [str(part) for part in (*self.doctor, *files, *process, *options)]
 
-    def examine(
-        self,
-        *options: object,
-        program: object = DOCTOR,
-        environment: dict[str, str] | None = None,
-    ) -> Report:
-        command = [*self.command(*options, program=program), "--json"]
+    def examine(self, *options: object, environment: dict[str, str] | None = None) -> Report:
+        command = [*self.command(*options), "--json"]
         done = subprocess.run(command, capture_output=True, text=True, timeout=RUN_LIMIT_S,
                               env={**os.environ, "TZ": "Asia/Tokyo", **(environment or {})})
         self.assertEqual(done.stderr, "")
         return Report(done.returncode, json.loads(done.stdout), done.stdout)
 
-    def expect_bad(self, finding_id: str, *options: object, says: str = ".") -> Report:
+    def expect_bad(
+        self, finding_id: str, *options: object, says: str = ".", unknown: str = ""
+    ) -> Report:
         """The doctor reports this problem, and no other; `says` is a pattern of its cause."""
         report = self.examine(*options)
         self.assertEqual(report.bad(), {finding_id}, report.text)
+        self.assertEqual(report.unknown(), set(unknown.split()), report.text)
         self.assertRegex(report.finding(finding_id)["cause"], says)
         self.assertNotEqual(report.finding(finding_id)["fix"], "")
         self.assertEqual((report.status, report.data["outcome"]), (1, "bad"))
@@ -68,3 +74,30 @@ class DoctorTest(DaemonTest):
         """Keeps the current configuration and stops the daemon."""
         self.testbed.kill_daemon()
         self.testbed.write_configuration()
+
+    def start_second(self, below: Sequence[object] = (), program: object = DAEMON) -> Process:
+        """Starts another daemon, with another port."""
+        configuration = json.loads(json.dumps(self.testbed.configuration))
+        configuration["udp"]["veyraPort"] = 1791
+        file = self.testbed.folder / "second.conf"
+        file.write_text(json.dumps(configuration))
+        options = [*self.testbed.usual_options(), "-c", file, "-l", file.with_suffix(".log")]
+        second = Process([*below, program, *options], self.testbed.folder, "second")
+        self.addCleanup(second.kill)
+        self.assertTrue(eventually(lambda: is_bound("udp", 1791)), second.errors())
+        return second
+
+    def write_kernel_record(self, text: str) -> None:
+        """Makes this record the only one in the kernel's log."""
+        kernel = self.testbed.folder / "kmsg"
+        if not kernel.exists():
+            kernel.touch()
+            run("mount", "--bind", kernel, "/dev/kmsg")
+        kernel.write_text(f"6,1,2,-;{text}\n")
+
+    def install_unit(self, lines: str, name: str = "lora-veyra-server.service") -> None:
+        """Installs this unit, or a drop-in of it, as the only one."""
+        units = Path("/etc/systemd/system")
+        run("mount", "-t", "tmpfs", "units", units)
+        (units / name).parent.mkdir(exist_ok=True)
+        (units / name).write_text(f"[Service]\n{lines}\n")

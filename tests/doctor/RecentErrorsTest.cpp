@@ -52,6 +52,28 @@ TEST(RecentErrors, AreNotReportedWhenTheyAreOverOrNormal) {
     EXPECT_EQ(judged(start + rebuilt + "30001.\n").front().id, "errors.link-rebuilt");
 }
 
+TEST(RecentErrors, AreSortedByTheTextsOfTheRecords) {
+    const struct {
+        const char* record;
+        const char* id;
+    } cases[] = {
+        {"ERROR Exception caught during CURL call: x", "errors.locked"},
+        {"ERROR EXCEPTION: Failed to parse JSON x", "errors.invalid-datagram"},
+        {"ERROR Expected JSON object x", "errors.invalid-datagram"},
+        {"ERROR CURL call to Server failed x", "errors.request-failed"},
+        {"ERROR MQTT Impossible to connect x", "errors.broker-rejected"},
+        {"ERROR File x Line 284: Unable to bind socket", "errors.port-in-use"},
+        {"ERROR x", "errors.other"},
+        {"WARNING x", ""},
+        {"ERROR Curl call failed x", ""},
+    };
+    for (const auto& [record, id] : cases) {
+        const std::string line = "2026-11-21T10:00:05.000Z " + std::string(record) + "\n";
+        EXPECT_EQ(judged(start + line).front().id, id);
+        EXPECT_EQ(judged(start + line, tenOClock + 4).front().id, "") << "of the future";
+    }
+}
+
 TEST(RecentErrors, AreNotFoundInQuotedDatagrams) {
     const std::string quoting =
         "2026-11-21T10:00:05.000Z TRACE Parse upstream message [x failed CODE: Circuit is broken]\n"

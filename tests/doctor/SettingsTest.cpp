@@ -75,6 +75,7 @@ TEST(Settings, AcceptsEffectiveValuesAndKeysOfOtherPrograms) {
         {"mqtt_bridge.host", "1"},  {"udp2.veyraPort", "1"},    {"hosts", "[]"},
         {"mqtt.hosts", "[]"},       {"logs.level", "1"},        {"networks", "1"},
         {"udp.port", "1"},          {"mqtt.clientId", "\"x\""}, {"gatewayKey", "\"x\""},
+        {"mqtt.usernames", "1"},    {"MQTT.host", "1"},         {"mqtt.enabled", "1"},
     };
     for (const auto& accepted : cases) {
         EXPECT_TRUE(judged(with(accepted.name, accepted.json)).empty()) << accepted.name;

@@ -1,0 +1,120 @@
+# The doctor of root beside a daemon of the packaged user, and the doctor of an ordinary user.
+
+import os
+import socket
+from pathlib import Path
+from unittest import skipIf
+
+from testbed import service_user
+from testbed.environment import DAEMON, UPSTREAM_PORT
+from testbed.processes import eventually, is_bound
+from tests.daemon.doctor_test_case import DOCTOR, IS_EMULATED, DoctorTest
+
+SERVICE = service_user.SERVICE_ID
+NOBODY = 65534
+
+
+@skipIf(IS_EMULATED, "the executable of an emulated daemon is the emulator")
+@skipIf(not service_user.exist(), "only root can start a testbed with several users")
+class DoctorOnUsers(DoctorTest):
+    def setUp(self) -> None:
+        super().setUp()
+        folder = self.testbed.folder
+        service_user.add(folder)
+        service_user.install([DAEMON, DOCTOR], folder / "installed")
+        self.program = folder / "installed/lora-veyra-server"
+        self.doctor = (folder / "installed/lora-veyra-doctor",)
+        folder.chmod(0o755)
+        os.chown(folder, SERVICE, SERVICE)
+        self.conf, self.device = folder / "daemon.conf", folder / "run/config/device_info.json"
+
+    def start(self, user: int = SERVICE) -> None:
+        below = service_user.run_as(user)
+        self.testbed.start_daemon(below=below, program=str(self.program))
+        self.assert_logged("MQTT - subscribed")
+
+    def run_as(self, user: int) -> None:
+        self.doctor = (*service_user.run_as(user), *self.doctor[-1:])
+
+    def test_reads_each_file_as_the_service_user(self) -> None:
+        self.start()
+        report = self.examine()
+        self.assertEqual((report.status, report.data["outcome"]), (0, "ok"), report.text)
+        self.assertRegex(report.finding("service.ok")["subject"], "^as lora-veyra, since")
+        certificate = Path("/etc/ssl/certs/DigiCert_Global_Root_CA.pem")
+        cases = {
+            self.conf: "configuration.unreadable",
+            self.device: "identity.device-unreadable",
+            self.testbed.log_file: "log.not-writable",
+            certificate: "cloud.ca-file",
+        }
+        for file, finding in cases.items():
+            with self.subTest(file=file):
+                before = file.stat()
+                os.chown(file, 0, 0)
+                file.chmod(0o600)
+                report = self.examine()
+                self.assertIn("Permission denied", report.finding(finding)["cause"])
+                self.assertEqual(report.bad(), {finding}, report.text)
+                os.chown(file, before.st_uid, before.st_gid)
+                file.chmod(before.st_mode)
+        for file in cases:
+            os.chown(file, 0, service_user.GROUP_ID)
+            file.chmod(0o660)
+        self.assertEqual(self.examine().bad(), set(), "the second group gives access")
+
+    def test_reports_what_an_ordinary_user_cannot_see(self) -> None:
+        self.start()
+        self.run_as(NOBODY)
+        options = self.testbed.usual_options()
+        hidden = {"log.hidden", "port.owner-hidden", "alive.hidden", "traffic.hidden",
+                  "errors.no-log"}
+        report = self.examine(*options)
+        self.assertEqual((report.status, report.data["outcome"], report.bad()),
+                         (2, "unknown", set()))
+        self.assertEqual(report.unknown(), hidden)
+        self.conf.chmod(0o600)
+        self.assertEqual(self.examine(*options).unknown(),
+                         {"configuration.hidden", "alive.hidden", "clock.no-reference"})
+        self.run_as(SERVICE)
+        self.assertEqual(self.examine().unknown(), {"configuration.hidden", "clock.no-reference"})
+
+    def test_trusts_only_the_user_of_the_service(self) -> None:
+        self.start()
+        other = self.start_second(below=service_user.run_as(NOBODY), program=self.program)
+        self.assertIn("service.other-process", self.examine().bad())
+        other.kill()
+        self.testbed.kill_daemon()
+        os.chown(self.testbed.folder, NOBODY, NOBODY)
+        self.start(NOBODY)
+        os.chown(self.testbed.folder, SERVICE, SERVICE)
+        options = [*self.testbed.usual_options(), "-l", self.testbed.folder / "new.log"]
+        self.assertEqual(self.examine(*options).bad(), {"alive.other-user", "port.in-use"})
+        self.install_unit("User=nobody")
+        self.assertEqual(self.examine().bad(), set())
+
+    def test_examines_a_daemon_in_other_namespaces(self) -> None:
+        own = self.testbed.folder / "own"
+        own.mkdir()
+        mount = ["unshare", "--mount", "sh", "-c", 'mount -t tmpfs own "$0" && exec "$@"', own]
+        options = ["-l", own / "daemon.log"]
+        self.testbed.start_daemon(*options, below=mount, program=str(self.program))
+        self.assertTrue(eventually(lambda: is_bound("udp", UPSTREAM_PORT)))
+        report = self.examine()
+        self.assertEqual((report.bad(), report.unknown()), (set(), set()))
+        daemon = self.testbed.start_daemon(below=["unshare", "--net"], program=str(self.program))
+        self.assert_logged("Start VeyraReceiveFunction thread")
+        self.assertEqual(self.examine("--alive").bad(), {"alive.not-running"})
+        named = self.examine("--alive", "--pid", daemon.proc.name)
+        self.assertEqual(named.bad(), {"alive.not-linked"})
+
+    def test_judges_the_port_with_the_rights_of_the_service_user(self) -> None:
+        self.testbed.configuration["udp"]["veyraPort"] = 80
+        self.stop_daemon()
+        self.assertIn("port.privileged", self.examine().bad())
+        Path("/proc/sys/net/ipv4/ip_unprivileged_port_start").write_text("80")
+        self.assertIn("port.ok", self.examine().outcomes())
+        self.run_as(NOBODY)
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
+            other.bind(("127.0.0.1", 80))
+            self.assertIn("port.owner-hidden", self.examine().unknown())
