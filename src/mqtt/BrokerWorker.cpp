@@ -23,8 +23,9 @@ constexpr unsigned workerStackBytes = 1024 * 1024;
 constexpr unsigned workerStackBytes = 32708;
 #endif
 
-// Kept on purpose: nothing assigns it, so the worker closes descriptor 0 when it ends and after each
-// exception. A second exception would close a file that has received the number 0 since then.
+// Kept on purpose: this variable is never assigned, so the worker closes descriptor 0 when it ends
+// and after each exception. A second exception would close a file that has received the number 0
+// since then.
 int sharedSocket = 0;
 
 // The stack of this thread is too small for the signal handler and its log record.

@@ -52,7 +52,7 @@ Mosquitto::Mosquitto(const char* idText, const char* hostText, int portNumber)
 
 Mosquitto::~Mosquitto() {
     disconnect();
-    // Only reduces the number of users: startup has added one that stays.
+    // Only reduces the library's count of users: startup has added one user permanently.
     mosqpp::lib_cleanup();
     // The base destructor cancels and joins the network thread too, but a callback could then run
     // on an object of which only the base is left.
