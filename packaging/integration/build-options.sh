@@ -10,7 +10,7 @@ fail() {
 }
 configure() { cmake -S "$SOURCE" -B "$@" >log 2>&1; }
 build() { cmake --build "$1" -j 2 "${@:2}" >log 2>&1 || fail "building $1"; }
-# rejected TEXT ARG...: the configuration stops and says why.
+# rejected TEXT ARG...: CMake stops with a message that contains TEXT.
 rejected() {
     ! configure "${@:2}" || fail "accepted: ${*:2}"
     tr -s '\n ' ' ' <log | grep -qF -- "$1" || fail "no message with \"$1\""
@@ -29,7 +29,7 @@ testHardening() {
     local type
     for type in "" RelWithDebInfo MinSizeRel; do
         configure "type-$type" -DBUILD_TESTING=OFF -DVEYRA_BUILD_DOCTOR=OFF -DCMAKE_BUILD_TYPE="$type" ||
-            fail "build type \"$type\""
+            fail "configuring the build type \"$type\""
         build "type-$type"
         readelf -d "type-$type/lora-veyra-server" | grep -q BIND_NOW || fail "\"$type\": lazy binding"
         readelf -s --wide "type-$type/lora-veyra-server" >symbols
@@ -61,7 +61,8 @@ testPlatforms() {
     rejected "no such file" rejected -DZEP_PLATFORM_ROOT="$PWD/zep-moved"
     rejected "Required there" rejected -DZEP_PLATFORM_ROOT="$PWD/nothing"
     for root in "$PLATFORM" "$PWD/zep-multiarch" "$PWD/zep-64"; do
-        configure platform-roots -DBUILD_TESTING=OFF -DZEP_PLATFORM_ROOT="$root" || fail "$root"
+        configure platform-roots -DBUILD_TESTING=OFF -DZEP_PLATFORM_ROOT="$root" ||
+            fail "configuring with $root"
         build platform-roots
         neededBy platform-roots/lora-veyra-server >>needed
         platform-roots/lora-veyra-server --version || fail "$root: the program does not start"
@@ -75,7 +76,8 @@ testPlatforms() {
 # other's paths.
 testPaths() {
     local sbin=$3 configuration=$4 log=$5 unit=$6/lora-veyra-server.service stage=$PWD/$1-stage file
-    configure "$1" -DBUILD_TESTING=OFF -DCMAKE_INSTALL_PREFIX="$2" "${@:7}" || fail "$1"
+    configure "$1" -DBUILD_TESTING=OFF -DCMAKE_INSTALL_PREFIX="$2" "${@:7}" ||
+        fail "configuring $1"
     build "$1"
     DESTDIR=$stage cmake --install "$1" >log 2>&1 || fail "installing $1"
     "$stage$sbin/lora-veyra-server" --version || fail "$1: the program does not find its library"
@@ -130,7 +132,7 @@ testSanitizedByFlags() {
         fail "configuring with the user's own sanitizer flags"
     build sanitized
     ctest --test-dir sanitized -j 4 -R 'CircuitBreaker|relay' --no-tests=error --output-on-failure >log ||
-        fail "the tests with the user's own sanitizer flags"
+        fail "running the tests with the user's own sanitizer flags"
 }
 
 cd "$(mktemp --directory)"
