@@ -1,4 +1,4 @@
-"""The mock cloud: an HTTPS server that checks every request like the Veyra cloud.
+"""The mock cloud: an HTTPS server that checks every request as the Veyra cloud does.
 
 `python3 -m testbed.cloud CERTIFICATE KEY SECRET PORT` runs it and prints each request as JSON.
 """

@@ -50,7 +50,7 @@ def run(*command: object) -> None:
 
 
 def trust(certificates: Path) -> None:
-    """Installs the CA certificate of the mock cloud as the one that the daemon trusts.
+    """Installs the CA certificate of the mock cloud as the certificate that the daemon trusts.
 
     The directory also has the CA certificate of a stranger, which the daemon must not trust.
     """
@@ -127,7 +127,7 @@ class ServiceManager:
 
 
 def replace_syslog() -> socket.socket:
-    """Gives this namespace a /dev of its own, and replaces the syslog daemon by a socket."""
+    """Gives this namespace a /dev of its own, and replaces the syslog daemon with a socket."""
     run("mount", "-t", "tmpfs", "dev", "/mnt")
     for node in ("null", "urandom"):
         (Path("/mnt") / node).touch()
@@ -144,7 +144,7 @@ class TestEnvironment:
 
     def __init__(self) -> None:
         self.folder = Path(tempfile.mkdtemp(prefix="veyra-testbed-"))
-        atexit.register(shutil.rmtree, self.folder, ignore_errors=True)  # a signal may end this
+        atexit.register(shutil.rmtree, self.folder, ignore_errors=True)  # a signal may end the process
         certificates = self.folder / "certificates"
         run(TESTBED / "make-certificates.sh", certificates)
         trust(certificates)
@@ -189,7 +189,7 @@ class TestEnvironment:
     def start_broker(self, settings: str = "allow_anonymous true") -> None:
         self.kill_broker()
         file = self.folder / "broker.conf"
-        # Started by root, it would switch to a user without access to its files.
+        # If root starts mosquitto, it switches to a user that cannot read these files.
         file.write_text(
             f"listener {BROKER_PORT} {BROKER_HOST}\nuser root\nmax_queued_messages 0\n"
             f"log_type all\n{settings}\n"

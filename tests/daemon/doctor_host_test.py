@@ -167,7 +167,7 @@ class DoctorOnProcess(DoctorTest):
         shutil.copy(DAEMON, daemon)
         self.expect_bad("service.program-replaced")
 
-    @skipIf(IS_EMULATED, "--pid names one of the two")
+    @skipIf(IS_EMULATED, "under an emulator, --pid names only one of the two daemons")
     def test_reports_two_daemons(self) -> None:
         daemon = self.testbed.start_ready_daemon()
         second = self.start_second()
@@ -323,7 +323,7 @@ class DoctorOnProcess(DoctorTest):
         resource.prlimit(pid, resource.RLIMIT_AS, (size + size // 20, size * 2))
         self.expect_bad("service.memory-limit")
 
-    @skipIf(IS_EMULATED, "the test's fault is a native library")
+    @skipIf(IS_EMULATED, "the library that simulates the fault is native code")
     def test_reports_a_failed_licence_check(self) -> None:
         self.stop_daemon()
         refusing = {"LD_PRELOAD": "libfaults.so", "LD_LIBRARY_PATH": str(BUILD / "tests"),

@@ -79,7 +79,7 @@ class DoctorOnCloud(DoctorTest):
         self.stop_daemon()
         self.expect("cloud.no-route", says="no default route")
 
-    @skipUnless(Path("/etc/resolv.conf").exists(), "a mount needs the file")
+    @skipUnless(Path("/etc/resolv.conf").exists(), "the test mounts a file there")
     def test_tells_faults_of_the_name_resolution_apart(self) -> None:
         self.testbed.configuration["network"]["veyraServer"] = "https://cloud.invalid/api/"
         self.testbed.configuration["mqtt"]["host"] = "broker.invalid"
@@ -220,7 +220,7 @@ class DoctorOnBroker(DoctorTest):
                 self.assertIn(finding, self.examine("--publish").outcomes())
                 self.testbed.kill_daemon()
 
-    @skipUnless(Path("/etc/hosts").exists(), "a mount needs the file")
+    @skipUnless(Path("/etc/hosts").exists(), "the test mounts a file there")
     def test_names_an_address_that_delays_the_start(self) -> None:
         hosts = self.testbed.folder / "hosts"
         hosts.write_text(f"127.0.0.1 localhost\n::1 broker\n{BROKER_HOST} broker\n")
