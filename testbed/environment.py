@@ -144,7 +144,8 @@ class TestEnvironment:
 
     def __init__(self) -> None:
         self.folder = Path(tempfile.mkdtemp(prefix="veyra-testbed-"))
-        atexit.register(shutil.rmtree, self.folder, ignore_errors=True)  # a signal may end the process
+        # A signal may end the process.
+        atexit.register(shutil.rmtree, self.folder, ignore_errors=True)
         certificates = self.folder / "certificates"
         run(TESTBED / "make-certificates.sh", certificates)
         trust(certificates)

@@ -1,4 +1,4 @@
-"""The users of an installed package, in the namespace of the test, and programs that they can run."""
+"""The users of an installed package, and programs that they can run."""
 
 import shutil
 from collections.abc import Iterable
