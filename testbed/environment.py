@@ -126,19 +126,6 @@ class ServiceManager:
         self.timed().clear()
 
 
-def replace_syslog() -> socket.socket:
-    """Gives this namespace a /dev of its own, and replaces the syslog daemon with a socket."""
-    run("mount", "-t", "tmpfs", "dev", "/mnt")
-    for node in ("null", "urandom"):
-        (Path("/mnt") / node).touch()
-        run("mount", "--bind", f"/dev/{node}", f"/mnt/{node}")
-    run("mount", "--move", "/mnt", "/dev")
-    syslog = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-    syslog.bind("/dev/log")
-    syslog.settimeout(5)
-    return syslog
-
-
 class TestEnvironment:
     """A context manager: everything is stopped at the end of the with statement."""
 

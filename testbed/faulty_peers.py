@@ -7,7 +7,8 @@ from contextlib import AbstractContextManager, ExitStack, contextmanager, suppre
 from pathlib import Path
 from socketserver import BaseRequestHandler, BaseServer, ThreadingTCPServer, UDPServer
 
-from testbed.environment import BROKER_HOST, BROKER_PORT, run
+from testbed.environment import BROKER_HOST, BROKER_PORT
+from testbed.system import replace_file
 
 
 @contextmanager
@@ -72,9 +73,6 @@ def name_server(folder: Path, code: int | None) -> Iterator[None]:
                 head = query[:2] + bytes([0x81, 0x80 | code]) + query[4:6] + bytes(6)
                 server.sendto(head + query[12:], self.client_address)
 
-    settings = folder / "resolv.conf"
-    settings.write_text("nameserver 127.0.0.53\n")
-    run("mount", "--bind", settings, "/etc/resolv.conf")
+    replace_file("/etc/resolv.conf", "nameserver 127.0.0.53\n", folder)
     with serving(UDPServer(("127.0.0.53", 53), Query)):
         yield
-    run("umount", "/etc/resolv.conf")

@@ -7,6 +7,7 @@ from http.server import BaseHTTPRequestHandler, HTTPServer
 from pathlib import Path
 from unittest import skipUnless
 
+from testbed import system
 from testbed.cloud import Answer
 from testbed.environment import CA_DIRECTORY, BROKER_HOST, BROKER_PORT, CLOUD_PORT
 from testbed.environment import GATEWAY_SECRET, run
@@ -91,6 +92,7 @@ class DoctorOnCloud(DoctorTest):
                 self.assertLess(time.monotonic() - start, 20)
                 self.assertEqual(report.bad() - {"alive.not-running"},
                                  {f"cloud.{finding}", "broker.unresolved"})
+                self.assertIn({"check": "signature", "needs": "cloud"}, report.data["skipped"])
 
     def test_judges_the_response(self) -> None:
         html = {"Content-Type": "text/html"}
@@ -222,9 +224,8 @@ class DoctorOnBroker(DoctorTest):
 
     @skipUnless(Path("/etc/hosts").exists(), "the test mounts a file there")
     def test_names_an_address_that_delays_the_start(self) -> None:
-        hosts = self.testbed.folder / "hosts"
-        hosts.write_text(f"127.0.0.1 localhost\n::1 broker\n{BROKER_HOST} broker\n")
-        run("mount", "--bind", hosts, "/etc/hosts")
+        hosts = f"127.0.0.1 localhost\n::1 broker\n{BROKER_HOST} broker\n"
+        system.replace_file("/etc/hosts", hosts, self.testbed.folder)
         self.testbed.configuration["mqtt"]["host"] = "broker"
         self.stop_daemon()
         self.assertIn("broker.ok", self.examine().outcomes())

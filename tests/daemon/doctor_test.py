@@ -2,6 +2,7 @@
 
 import json
 import os
+import pty
 import signal
 import socket
 import subprocess
@@ -67,6 +68,15 @@ class Doctor(DoctorTest):
         self.assertIn("network.veyraServer", fix + lines[lines.index(fix) + 1])
         self.assertEqual(lines[-1], "1 problem found. Fix first: cloud (cloud.unreachable).")
         self.assertNotIn("\033", done.stdout)
+        done = subprocess.run([*self.doctor, "-c", "/nowhere/" + 99 * "\u20ac"], capture_output=True)
+        self.assertTrue(all(len(line) <= 80 for line in done.stdout.decode().splitlines()))
+
+    def test_uses_colours_only_on_a_terminal(self) -> None:
+        for variables, colour in (({}, b"\033[31m"), ({"NO_COLOR": "1"}, b"bad  ")):
+            terminal, end = pty.openpty()
+            subprocess.run([*self.doctor, "--alive"], stdout=end, env={**os.environ, **variables})
+            os.close(end)
+            self.assertTrue(os.read(terminal, 99).startswith(colour))
 
     def test_skips_checks_that_depend_on_a_failed_check(self) -> None:
         self.stop_daemon()
@@ -82,6 +92,8 @@ class Doctor(DoctorTest):
         self.testbed.start_ready_daemon()
         report = self.examine("--alive")
         self.assertEqual((report.status, report.outcomes()), (0, {"alive.ok": "ok"}))
+        text = subprocess.run(self.command("--alive"), capture_output=True, text=True).stdout
+        self.assertRegex(text, r"\Aok +alive +process \d+\nNo problem found\.\n\Z")
         self.assertEqual(set(self.examine("--alive", "-c", "/nowhere").outcomes()), {"alive.ok"})
         self.testbed.kill_daemon()
         self.assertEqual(self.examine("--alive").bad(), {"alive.killed"})
@@ -118,7 +130,10 @@ class Doctor(DoctorTest):
         done = subprocess.run(self.command(), capture_output=True, timeout=RUN_LIMIT_S)
         self.assertIn("not JSON", done.stdout.decode())
         self.assertIn("redirects to http://x/?[2J", done.stdout.decode())
-        self.assertNotRegex(done.stdout.decode(), "[\x00-\x09\x0b-\x1f\x7f-\x9f\u202e]")
+        controls = "[\x00-\x09\x0b-\x1f\x7f-\x9f\u202e]"
+        self.assertNotRegex(done.stdout.decode(), controls)
+        for finding in self.examine().data["checks"]:
+            self.assertNotRegex(finding["cause"] + finding["subject"], controls)
 
     def test_counts_datagrams_that_go_elsewhere(self) -> None:
         self.testbed.start_ready_daemon()

@@ -4,10 +4,9 @@ import os
 import subprocess
 from collections.abc import Sequence
 from dataclasses import dataclass
-from pathlib import Path
 from typing import Any
 
-from testbed.environment import BUILD, DAEMON, run
+from testbed.environment import BUILD, DAEMON
 from testbed.processes import Process, eventually, is_bound
 from tests.daemon.daemon_test_case import DaemonTest
 
@@ -86,18 +85,3 @@ class DoctorTest(DaemonTest):
         self.addCleanup(second.kill)
         self.assertTrue(eventually(lambda: is_bound("udp", 1791)), second.errors())
         return second
-
-    def write_kernel_record(self, text: str) -> None:
-        """Makes this record the only one in the kernel's log."""
-        kernel = self.testbed.folder / "kmsg"
-        if not kernel.exists():
-            kernel.touch()
-            run("mount", "--bind", kernel, "/dev/kmsg")
-        kernel.write_text(f"6,1,2,-;{text}\n")
-
-    def install_unit(self, lines: str, name: str = "lora-veyra-server.service") -> None:
-        """Installs this unit, or a drop-in of it, as the only one."""
-        units = Path("/etc/systemd/system")
-        run("mount", "-t", "tmpfs", "units", units)
-        (units / name).parent.mkdir(exist_ok=True)
-        (units / name).write_text(f"[Service]\n{lines}\n")

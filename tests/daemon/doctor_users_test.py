@@ -5,23 +5,23 @@ import socket
 from pathlib import Path
 from unittest import skipIf
 
-from testbed import service_user
+from testbed import system
 from testbed.environment import DAEMON, UPSTREAM_PORT
 from testbed.processes import eventually, is_bound
 from tests.daemon.doctor_test_case import DOCTOR, IS_EMULATED, DoctorTest
 
-SERVICE = service_user.SERVICE_ID
+SERVICE = system.SERVICE_ID
 NOBODY = 65534
 
 
 @skipIf(IS_EMULATED, "the executable of an emulated daemon is the emulator")
-@skipIf(not service_user.exist(), "only root can start a testbed with several users")
+@skipIf(not system.has_users(), "only root can start a testbed with several users")
 class DoctorOnUsers(DoctorTest):
     def setUp(self) -> None:
         super().setUp()
         folder = self.testbed.folder
-        service_user.add(folder)
-        service_user.install([DAEMON, DOCTOR], folder / "installed")
+        system.add_users(folder)
+        system.install([DAEMON, DOCTOR], folder / "installed")
         self.program = folder / "installed/lora-veyra-server"
         self.doctor = (folder / "installed/lora-veyra-doctor",)
         folder.chmod(0o755)
@@ -29,12 +29,12 @@ class DoctorOnUsers(DoctorTest):
         self.conf, self.device = folder / "daemon.conf", folder / "run/config/device_info.json"
 
     def start(self, user: int = SERVICE) -> None:
-        below = service_user.run_as(user)
+        below = system.run_as(user)
         self.testbed.start_daemon(below=below, program=str(self.program))
         self.assert_logged("MQTT - subscribed")
 
     def run_as(self, user: int) -> None:
-        self.doctor = (*service_user.run_as(user), *self.doctor[-1:])
+        self.doctor = (*system.run_as(user), *self.doctor[-1:])
 
     def test_reads_each_file_as_the_service_user(self) -> None:
         self.start()
@@ -55,11 +55,12 @@ class DoctorOnUsers(DoctorTest):
                 file.chmod(0o600)
                 report = self.examine()
                 self.assertIn("Permission denied", report.finding(finding)["cause"])
+                self.assertNotIn(f"{file} &&", report.finding(finding)["fix"], "not root's path")
                 self.assertEqual(report.bad(), {finding}, report.text)
                 os.chown(file, before.st_uid, before.st_gid)
                 file.chmod(before.st_mode)
         for file in cases:
-            os.chown(file, 0, service_user.GROUP_ID)
+            os.chown(file, 0, system.GROUP_ID)
             file.chmod(0o660)
         self.assertEqual(self.examine().bad(), set(), "the second group gives access")
 
@@ -81,7 +82,7 @@ class DoctorOnUsers(DoctorTest):
 
     def test_trusts_only_the_user_of_the_service(self) -> None:
         self.start()
-        other = self.start_second(below=service_user.run_as(NOBODY), program=self.program)
+        other = self.start_second(below=system.run_as(NOBODY), program=self.program)
         self.assertIn("service.other-process", self.examine().bad())
         other.kill()
         self.testbed.kill_daemon()
@@ -90,7 +91,7 @@ class DoctorOnUsers(DoctorTest):
         os.chown(self.testbed.folder, SERVICE, SERVICE)
         options = [*self.testbed.usual_options(), "-l", self.testbed.folder / "new.log"]
         self.assertEqual(self.examine(*options).bad(), {"alive.other-user", "port.in-use"})
-        self.install_unit("User=nobody")
+        system.install_unit("User=nobody")
         self.assertEqual(self.examine().bad(), set())
 
     def test_examines_a_daemon_in_other_namespaces(self) -> None:

@@ -7,7 +7,8 @@ from itertools import product
 from pathlib import Path
 from unittest import skipIf
 
-from testbed.environment import BUILD, DAEMON, UPSTREAM_PORT, check_in, replace_syslog, run
+from testbed.environment import BUILD, DAEMON, UPSTREAM_PORT, check_in, run
+from testbed.system import replace_syslog
 from testbed.processes import Process, text_of
 from tests.daemon.daemon_test_case import DaemonTest, without_times
 
