@@ -15,11 +15,17 @@ struct Finding {
     std::string id;      // stable, such as "broker.refused"; empty when the outcome is OK
     std::string subject; // what was examined
     std::string cause;
-    std::string fix;   // what to do about a problem; a command where possible
+    std::string fix;   // what to do about a problem, with command() where possible
     Json::Value facts; // numbers and names for programs that read the report
 };
 
 using Findings = std::vector<Finding>;
+
+// A line of a fix that is a command. The report does not break it: a technician copies it to a shell
+// of root, where the second half of a broken line would be a command of its own.
+inline std::string command(const std::string& text) {
+    return "\n  " + text;
+}
 
 inline Finding ok(std::string subject, Json::Value facts = {}) {
     return {Outcome::OK, {}, std::move(subject), {}, {}, std::move(facts)};

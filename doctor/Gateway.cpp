@@ -57,12 +57,43 @@ bool Gateway::isOwnPath(const std::string& path) const {
     const bool isPlain = path.find_first_not_of(plain) == std::string::npos;
     const bool isPackaged =
         path == VEYRA_DEFAULT_CONFIGURATION_FILE || path == VEYRA_DEFAULT_LOG_FILE;
-    return isPlain && (isPackaged || path == options.configurationFile || path == options.logFile);
+    const bool isOwn = isPackaged || path == options.configurationFile || path == options.logFile;
+    return isPlain && isOwn && onlyRootCanChange(path);
 }
 
-int Gateway::readAsService(const std::string& path, std::string& text) const {
+bool Gateway::mayReach(const std::string& path) const {
     const ActingAs actor(user);
-    return readText(path, text);
+    return accessError(std::filesystem::path(path).parent_path(), X_OK) == 0;
+}
+
+int Gateway::readAsService(const std::string& path, std::string& text,
+                           std::size_t limitBytes) const {
+    const ActingAs actor(user);
+    return readText(path, text, limitBytes);
+}
+
+void Gateway::readHistory() {
+    constexpr std::size_t longest = 4 << 20; // at the level TRACE this can be a few minutes
+    if (configuration.isObject() && configuration["log"]["syslog"].asBool()) {
+        return;
+    }
+    double startedAt = 0;
+    if (daemon != nullptr) {
+        startedAt = daemon->startedAt;
+    }
+    std::string text;
+    const std::string file = asDaemonSees(logFile);
+    logError = readAsService(file, text, longest);
+    const auto read = [&] {
+        return readLogHistory(text, std::time(nullptr), static_cast<std::time_t>(startedAt));
+    };
+    history = read();
+    if (history.startedAt == 0 && text.size() < longest) { // rotated since the start
+        std::string before;
+        readAsService(file + ".1", before, longest);
+        text.insert(0, before);
+        history = read();
+    }
 }
 
 std::string Gateway::asDaemonSees(const std::string& path) const {

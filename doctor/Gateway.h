@@ -25,11 +25,19 @@ struct Gateway {
     std::string rightsHint() const;
 
     // Whether a fix may tell root to run a command on this path. True for a path of the package or
-    // of the caller, false for a path that a process of the service user chose.
+    // of the caller where only root can put another file or a link, false for a path that a process of
+    // the service user chose.
     bool isOwnPath(const std::string& path) const;
 
+    // Whether the service user may enter the directory of this file.
+    bool mayReach(const std::string& path) const;
+
     // Reads a file as the service user. Returns errno, or 0.
-    int readAsService(const std::string& path, std::string& text) const;
+    int readAsService(const std::string& path, std::string& text,
+                      std::size_t limitBytes = 1 << 20) const;
+
+    // Reads the log into `history`, unless the records are in syslog.
+    void readHistory();
 
     // The path by which the doctor reaches the file that the daemon sees at the absolute path
     // `path`. The mounts of the daemon may differ from those of the doctor.

@@ -3,6 +3,8 @@
 #include "VeyraServer/Version.h"
 #include "host/Text.h"
 
+#include <ZEP/Text.h>
+
 #include <cstdio>
 #include <cstring>
 #include <sstream>
@@ -42,6 +44,15 @@ Json::Value makeRoot() {
     return root;
 }
 
+// Foreign text as it may be printed. A value of a megabyte is shortened.
+std::string shown(const std::string& text) {
+    constexpr std::size_t longest = 4096;
+    if (text.size() > longest) {
+        return printable(text.substr(0, longest)) + "...";
+    }
+    return printable(text);
+}
+
 // At most `room` bytes of the word, without a part of a UTF-8 sequence.
 std::size_t wholeCharacters(const std::string& word, std::size_t room) {
     while (room > 0 && (static_cast<unsigned char>(word[room]) & 0xC0U) == 0x80) {
@@ -50,13 +61,12 @@ std::size_t wholeCharacters(const std::string& word, std::size_t room) {
     return room;
 }
 
-// Splits the text into lines of at most 80 characters. The first line begins with `start`; the
-// other lines are indented by its length. With `breaksWords` a word that is too long is broken: a
-// terminal must not continue it at the left edge, where it could look like a line of its own.
-std::vector<std::string> wrapped(const std::string& start, const std::string& text,
-                                 bool breaksWords = true) {
+// Splits the text into lines of at most 80 characters. The first line begins with `start`; the other
+// lines are indented by its length. A word that is too long is broken: a terminal must not continue it
+// at the left edge, where it could look like a line of its own.
+std::vector<std::string> wrapped(const std::string& start, const std::string& text) {
     std::vector<std::string> lines{start};
-    std::istringstream words(printable(text));
+    std::istringstream words(shown(text));
     for (std::string word; words >> word;) {
         const bool isFirst = lines.back().size() == start.size();
         if (!isFirst && lines.back().size() + 1 + word.size() > lineWidth) {
@@ -64,7 +74,7 @@ std::vector<std::string> wrapped(const std::string& start, const std::string& te
         } else if (!isFirst) {
             lines.back() += ' ';
         }
-        while (breaksWords && lines.back().size() + word.size() > lineWidth) {
+        while (lines.back().size() + word.size() > lineWidth) {
             const std::size_t room = wholeCharacters(word, lineWidth - lines.back().size());
             lines.back() += word.substr(0, room);
             word.erase(0, room);
@@ -81,15 +91,43 @@ void printText(const std::string& start, const std::string& text) {
     }
 }
 
-// Each line of a fix, such as a command, on a line of its own.
+// Prints each line of a fix on a line of its own. A command continues the line before it if there is
+// room for all of it.
 void printLines(std::string start, const std::string& text) {
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        for (const std::string& part : wrapped(start, line, false)) {
-            std::printf("%s\n", part.c_str());
+    std::vector<std::string> lines;
+    std::istringstream parts(text);
+    for (std::string part; std::getline(parts, part);) {
+        const bool isCommand = part.rfind("  ", 0) == 0;
+        if (isCommand && lines.empty()) {
+            lines.push_back(start + shown(part.substr(2)));
+        } else if (isCommand && lines.back().size() + part.size() <= lineWidth) {
+            lines.back() += shown(part.substr(1));
+        } else if (isCommand) {
+            lines.push_back(start + shown(part));
+        } else if (!part.empty()) {
+            const std::vector<std::string> more = wrapped(start, part);
+            lines.insert(lines.end(), more.begin(), more.end());
         }
-        start.assign(start.size(), ' ');
+        if (!lines.empty()) {
+            start.assign(start.size(), ' ');
+        }
     }
+    for (const std::string& line : lines) {
+        std::printf("%s\n", line.c_str());
+    }
+}
+
+// The text of a fix for programs, with its line breaks.
+std::string shownLines(const std::string& text) {
+    std::istringstream parts(text);
+    std::string result;
+    for (std::string part; std::getline(parts, part);) {
+        if (!result.empty()) {
+            result += '\n';
+        }
+        result += shown(ZEP::Text::trim(part));
+    }
+    return result;
 }
 
 } // namespace
@@ -114,9 +152,9 @@ void Report::add(const std::string& check, const Finding& finding) {
     entry["check"] = check;
     entry["outcome"] = styleOf(finding.outcome).word;
     entry["id"] = finding.id.empty() ? check + ".ok" : finding.id;
-    entry["subject"] = printable(finding.subject);
-    entry["cause"] = printable(finding.cause);
-    entry["fix"] = printable(finding.fix);
+    entry["subject"] = shown(finding.subject);
+    entry["cause"] = shown(finding.cause);
+    entry["fix"] = shownLines(finding.fix);
     if (!json) {
         printFinding(check, finding);
     }

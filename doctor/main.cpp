@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <curl/curl.h>
+#include <fcntl.h>
 #include <mosquitto.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -51,6 +52,17 @@ void limitMemory() {
 #endif
 }
 
+// Without standard descriptors, the report would be written into the next file that is opened.
+void openStandardDescriptors() {
+    while (true) {
+        const int descriptor = open("/dev/null", O_RDWR);
+        if (descriptor < 0 || descriptor > STDERR_FILENO) {
+            close(descriptor);
+            return;
+        }
+    }
+}
+
 int run(const Options& options) {
     try {
         const bool inColour = isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
@@ -65,6 +77,7 @@ int run(const Options& options) {
 } // namespace
 
 int main(int argc, char* argv[]) {
+    openStandardDescriptors();
     const Options options = parseOptions(argc, argv);
     if (!options.fault.empty()) {
         printFailure(options.json != 0, options.fault);

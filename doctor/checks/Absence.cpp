@@ -5,11 +5,9 @@
 
 #include <ZEP/Licence.h>
 
-namespace {
+#include <sys/stat.h>
 
-constexpr const char* findOthers =
-    "Find out who starts it, and stop it: ps -o pid,user,args -C lora-veyra-server";
-constexpr const char* findCause = "See the daemon's last records: journalctl -u lora-veyra-server";
+namespace {
 
 std::string lastErrorOf(const Gateway& gateway) {
     constexpr std::size_t longest = 200;
@@ -23,7 +21,7 @@ std::string lastErrorOf(const Gateway& gateway) {
 
 // How the last run ended, according to the service manager, the kernel and the log.
 Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
-    const std::string start = "Start it: " + serviceCommand("start");
+    const std::string start = "Start it:" + command(serviceCommand("start"));
     const std::string error = lastErrorOf(gateway);
     const std::string& result = gateway.service.result;
     if (!result.empty() && result != "success") {
@@ -45,13 +43,43 @@ Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
         return bad(
             "alive.killed", subject,
             "The daemon is not running. It was killed or it aborted: its log has no stop record.",
-            start + "\nSee why: journalctl -u lora-veyra-server");
+            start + "\n" + seeWhy());
     }
     if (!error.empty()) {
         return bad("alive.not-running", subject, "The daemon is not running." + error,
                    "Fix the cause of this error.\n" + start);
     }
     return bad("alive.not-running", subject, "The daemon is not running.", start);
+}
+
+// What makes every start fail; empty when nothing is known.
+Findings judgeObstacle(const Gateway& gateway, const std::string& subject) {
+    if (gateway.service.isMasked) {
+        return {bad("alive.masked", subject, "The unit is masked, so systemd refuses to start it.",
+                    "Unmask and start it:" + command("systemctl unmask lora-veyra-server") +
+                        command(serviceCommand("start")))};
+    }
+    const std::string& user = gateway.service.user;
+    if (!user.empty() && !userExists(user)) {
+        return {bad("alive.no-user", subject,
+                    "The user of the service does not exist: " + user + ".",
+                    "Install the package again, or correct User= in the unit.")};
+    }
+    const ActingAs service(gateway.user);
+    struct stat status {};
+    const bool isEmpty = stat(subject.c_str(), &status) == 0 && status.st_size == 0;
+    if (isEmpty || accessError(subject, X_OK) != 0) {
+        return {bad("alive.not-executable", subject,
+                    "The program is missing, empty or not executable for the user " +
+                        gateway.user.name + ".",
+                    "Install the package again.")};
+    }
+    return {};
+}
+
+bool hasLicence(const ServiceUser& user) {
+    const ActingAs service(user);
+    return ZEP::Licence::check();
 }
 
 } // namespace
@@ -66,7 +94,7 @@ Findings judgeRestarts(const Gateway& gateway) {
                 "The daemon was started " + std::to_string(starts) +
                     " times within 3 minutes. It ended each time without a stop record." +
                     lastErrorOf(gateway),
-                gateway.problems.empty() ? findCause : "Fix the problems above first.")};
+                gateway.problems.empty() ? seeWhy() : "Fix the problems above first.")};
 }
 
 Finding judgeAbsence(const Gateway& gateway) {
@@ -82,10 +110,23 @@ Finding judgeAbsence(const Gateway& gateway) {
         return bad("alive.other-user", subject,
                    "The program runs as a user other than " + gateway.user.name + ": " +
                        describeProcess(pid) + ". This process is not the daemon of the service.",
-                   std::string(findOthers) + "\n" + serviceCommand("start"));
+                   "Find out who starts it, and stop it:" +
+                       command("ps -o pid,user,args -C lora-veyra-server") +
+                       "\nStart the service:" + command(serviceCommand("start")));
     }
-    const ActingAs service(gateway.user);
-    if (!ZEP::Licence::check()) {
+    if (!gateway.daemons.elsewhere.empty()) {
+        const int pid = gateway.daemons.elsewhere.front();
+        return unknown("alive.other-network", subject,
+                       "No daemon runs in this network namespace. In another one, such as a "
+                       "container's, a daemon runs as " +
+                           describeProcess(pid) + ".",
+                       "If that is the daemon of this gateway:" +
+                           command("lora-veyra-doctor --pid " + std::to_string(pid)));
+    }
+    if (Findings found = judgeObstacle(gateway, subject); !found.empty()) {
+        return found.front();
+    }
+    if (!hasLicence(gateway.user)) {
         return bad("alive.no-licence", subject,
                    "The licence check rejects this hardware. The daemon ends with status 1.",
                    "Install the platform library that belongs to this gateway.");

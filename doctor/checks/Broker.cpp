@@ -5,25 +5,38 @@
 #include <cerrno>
 #include <cstring>
 #include <mqtt_protocol.h>
+#include <netdb.h>
 
 namespace {
 
 constexpr long addressesMs = 6000;
 constexpr long connackMs = 3000;
+constexpr int brokerUnavailable = 3; // a return code of CONNACK
 constexpr const char* fixAddress = "Start the broker, or correct mqtt.host and mqtt.port.";
 
 // The daemon waits about two minutes for each address that does not answer.
 Finding judgeAddresses(const std::string& subject, const BrokerAddress& broker,
-                       const std::vector<HostAddress>& tried) {
-    if (tried.empty()) {
-        return bad("broker.unresolved", subject, "The name " + broker.host + " cannot be resolved.",
+                       const AddressTrial& trial) {
+    if (trial.resolverError == EAI_NONAME) {
+        return bad("broker.unresolved", subject, "The name " + broker.host + " does not exist.",
                    thenRestart("Write an address such as 127.0.0.1 into mqtt.host."));
     }
-    const HostAddress& last = tried.back();
+    if (trial.tried.empty()) {
+        return unknown("broker.dns-failed", subject,
+                       "No name server resolved the name " + broker.host + " within 4 s.",
+                       thenRestart("Check /etc/resolv.conf, or write an address such as 127.0.0.1 "
+                                   "into mqtt.host."));
+    }
+    const HostAddress& last = trial.tried.back();
     const std::string reason = last.text + ": " + std::strerror(last.error) + ".";
     if (last.error == ETIMEDOUT) {
         return bad("broker.silent", subject, "The broker's host does not answer at " + reason,
                    "Check the host and its firewall, or correct mqtt.host.");
+    }
+    if (last.error != ECONNREFUSED) {
+        return bad("broker.no-route", subject, "The gateway cannot reach " + reason,
+                   "Check the network and the firewall:" + command("ip route") +
+                       "\nIf they are correct, correct mqtt.host.");
     }
     return bad("broker.refused", subject, "No broker listens at " + reason, fixAddress);
 }
@@ -43,26 +56,43 @@ Findings judgeSilentAddress(const std::string& subject, const std::vector<HostAd
     return {};
 }
 
+// The codes are those of MQTT 3.1.1. Brokers also send code 5 to a client id that they do not allow.
 Finding judgeConnack(const std::string& subject, int code, bool isAnonymous) {
-    const bool isCredentials = code == 4 || code == 5;
-    if (isCredentials && isAnonymous) {
-        return bad("broker.anonymous", subject, "The broker rejects clients without a username.",
-                   thenRestart("Set mqtt.username and mqtt.password."));
+    constexpr int wrongProtocol = 1;
+    constexpr int wrongClientId = 2;
+    const std::string number = " (code " + std::to_string(code) + ").";
+    if (code == wrongProtocol) {
+        return bad("broker.protocol", subject, "The broker does not accept MQTT 3.1.1" + number,
+                   "Install a broker that supports MQTT 3.1.1, or enable it.");
     }
-    if (isCredentials) {
-        return bad("broker.credentials", subject,
-                   "The broker rejects the username or the password (code " + std::to_string(code) +
-                       ").",
-                   thenRestart("Correct mqtt.username and mqtt.password, or the broker's users."));
+    if (code == wrongClientId) {
+        return unknown("broker.rejected", subject,
+                       "The broker rejects the client id of the doctor" + number);
     }
-    return unknown("broker.rejected", subject,
-                   "The broker rejects the doctor with code " + std::to_string(code) +
-                       ", perhaps because of the doctor's client id.");
+    if (code == brokerUnavailable) {
+        return bad("broker.unavailable", subject,
+                   "The broker reports that it is unavailable" + number, "See the broker's log.");
+    }
+    if (isAnonymous) {
+        return bad(
+            "broker.anonymous", subject,
+            "The broker does not accept the doctor without a username" + number +
+                " Either it requires one, or it allows only certain client ids.",
+            thenRestart("Set mqtt.username and mqtt.password. If they are not necessary, see "
+                        "clientid_prefixes in the broker's settings."));
+    }
+    return bad(
+        "broker.credentials", subject,
+        "The broker does not accept the doctor with this username and password" + number +
+            " Either they are wrong, or the broker allows only certain client ids.",
+        thenRestart("Correct mqtt.username and mqtt.password, or the broker's users. If they "
+                    "are correct, see clientid_prefixes in the broker's settings."));
 }
 
 // The address accepts connections, but no answer to CONNECT arrived.
 Finding judgeSilence(const Gateway& gateway, const std::string& subject, int port, bool isEnded) {
     constexpr long handshakeMs = 2000;
+    const ActingAs service(gateway.user); // a firewall rule may depend on the user
     if (speaksTls(gateway.brokerHost, port, gateway.limitMs(handshakeMs))) {
         return bad("broker.tls", subject,
                    "The broker expects TLS at this port. The daemon does not support TLS.",
@@ -118,6 +148,11 @@ Finding judgeAnswer(Gateway& gateway, const std::string& subject, const BrokerAd
     return ok(subject);
 }
 
+AddressTrial tryAsService(const Gateway& gateway, const BrokerAddress& broker) {
+    const ActingAs service(gateway.user); // a firewall rule may depend on the user
+    return tryAddresses(broker, gateway.limitMs(addressesMs));
+}
+
 // While the daemon is connected, the doctor's own failure proves nothing about the daemon.
 Finding asObserved(Finding finding, bool isLinked) {
     if (isLinked && finding.outcome == Outcome::BAD) {
@@ -141,16 +176,16 @@ Findings checkBroker(Gateway& gateway) {
         return {bad("broker.refused", subject, "mqtt.port is not a port number.",
                     thenRestart("Write a number from 1 to 65535 into mqtt.port."))};
     }
-    const auto tried = tryAddresses(broker, gateway.limitMs(addressesMs));
+    const AddressTrial trial = tryAsService(gateway, broker);
     const bool isLinked = gateway.isLinked(gateway.look());
-    if (tried.empty() || tried.back().error != 0) {
-        const Finding finding = judgeAddresses(subject, broker, tried);
+    if (trial.tried.empty() || trial.tried.back().error != 0) {
+        const Finding finding = judgeAddresses(subject, broker, trial);
         return {asObserved(finding, isLinked)};
     }
-    gateway.brokerHost = tried.back().text;
+    gateway.brokerHost = trial.tried.back().text;
     const Finding finding = judgeAnswer(gateway, subject, broker);
     if (finding.outcome == Outcome::OK) {
-        Findings silent = judgeSilentAddress(subject, tried);
+        Findings silent = judgeSilentAddress(subject, trial.tried);
         if (!silent.empty()) {
             return silent;
         }

@@ -25,5 +25,8 @@ Findings checkRecentErrors(Gateway& gateway);
 // Appends "Then restart: COMMAND" to a fix that takes effect at the next start.
 std::string thenRestart(const std::string& fix);
 
+// "See why: COMMAND", with the place of the daemon's last records on this gateway.
+std::string seeWhy();
+
 // The fix if the caller has no permission.
 constexpr const char* runAsRoot = "Run the doctor as root.";

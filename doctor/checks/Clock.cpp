@@ -12,7 +12,8 @@ Finding judgeClock(std::time_t now, const HttpAnswer& cloud) {
     constexpr std::time_t saneTo = 4102444800;   // 2100
     constexpr std::time_t toleranceS = 60;
     const std::string subject = utcText(now);
-    const char* const fix = "Set the clock with NTP, or by hand: date -u -s 'YYYY-MM-DD hh:mm:ss'";
+    const std::string fix =
+        "Set the clock with NTP, or by hand:" + command("date -u -s 'YYYY-MM-DD hh:mm:ss'");
     if (now < saneFrom || now > saneTo) {
         return bad("clock.not-set", subject,
                    "The clock is not set, so certificates and signatures are rejected.", fix);
@@ -22,6 +23,10 @@ Finding judgeClock(std::time_t now, const HttpAnswer& cloud) {
             "clock.unverified", subject,
             "The server reports " + utcText(cloud.date) +
                 ", but nothing proves that it is the cloud. Do not set the clock to this time.");
+    }
+    if (cloud.date != 0 && (cloud.date < saneFrom || cloud.date > saneTo)) {
+        return unknown("clock.no-reference", subject,
+                       "The cloud's own clock is wrong: it reports " + utcText(cloud.date) + ".");
     }
     if (cloud.date != 0) {
         const std::time_t aheadS = cloud.dateTaken - cloud.date;

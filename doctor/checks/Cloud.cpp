@@ -12,11 +12,12 @@
 namespace {
 
 constexpr const char* fixAddress =
-    "Correct scheme, host and port in network.veyraServer, or the proxy setting of the service.";
+    "Check scheme, host and port in network.veyraServer, and the proxy setting of the service. If "
+    "they are correct, ask the operator of the cloud.";
 
 // The error message of libcurl with the addresses that it tried.
 std::string errorOf(const HttpAnswer& answer) {
-    std::string text = answer.error;
+    std::string text = masked(answer.error); // may quote the proxy with its password
     if (answer.systemError != 0 && answer.code != CURLE_OPERATION_TIMEDOUT) {
         text += std::string(": ") + std::strerror(answer.systemError);
     }
@@ -47,7 +48,8 @@ Finding judgeTimeout(const std::string& url, const HttpAnswer& answer) {
     }
     if (isVerified(url) && !answer.isEncrypted) {
         return bad("cloud.no-tls", url,
-                   "The server accepts the connection, but does not answer the TLS handshake: " +
+                   "The connection is open, but no TLS handshake took place within the doctor's "
+                   "time limit: " +
                        errorOf(answer),
                    fixAddress);
     }
@@ -69,12 +71,14 @@ Finding judgeUnresolved(const Gateway& gateway, const std::string& url,
     constexpr long resolverMs = 3000;
     const HttpAnswer& answer = gateway.cloud;
     if (resolveWithin(hostOf(fullUrl), 443, gateway.limitMs(resolverMs)).error == EAI_NONAME) {
-        return bad("cloud.unresolved", url, "The host name does not exist: " + errorOf(answer),
-                   thenRestart("Correct the host in network.veyraServer."));
+        return bad("cloud.unresolved", url,
+                   "The name servers do not know the host name: " + errorOf(answer),
+                   thenRestart("Correct the host in network.veyraServer. If it is correct, check "
+                               "/etc/resolv.conf, /etc/hosts and /etc/nsswitch.conf."));
     }
     if (!hasDefaultRoute() && !hasLocalNameServer()) {
         return bad("cloud.no-route", url, "The gateway has no default route: " + errorOf(answer),
-                   "Check the network: ip route");
+                   "Check the network:" + command("ip route"));
     }
     return bad("cloud.dns-failed", url,
                "The name servers give no usable result: " + errorOf(answer),
@@ -85,7 +89,7 @@ Finding judgeConnection(const std::string& url, const HttpAnswer& answer) {
     if (answer.systemError == ENETUNREACH || answer.systemError == EHOSTUNREACH) {
         return bad("cloud.no-route", url,
                    "The gateway has no route to the cloud: " + errorOf(answer),
-                   "Check the network: ip route");
+                   "Check the network:" + command("ip route"));
     }
     if (answer.error.find("response 407") != std::string::npos) {
         return bad("cloud.proxy-login", url, "The proxy requires a username and a password.",
@@ -102,7 +106,23 @@ Finding judgeConnection(const std::string& url, const HttpAnswer& answer) {
                    "The server offers no TLS version that this gateway accepts: " + errorOf(answer),
                    "The server needs TLS 1.2 or newer: ask the operator of the cloud.");
     }
+    if (answer.error.find("handshake failure") != std::string::npos ||
+        answer.error.find("certificate required") != std::string::npos ||
+        answer.error.find("alert bad certificate") != std::string::npos) {
+        return bad("cloud.tls-rejected", url,
+                   "The server ended the TLS handshake: " + errorOf(answer),
+                   "Ask the operator of the cloud what the server requires, such as a client "
+                   "certificate. The daemon has none.");
+    }
     return bad("cloud.unreachable", url, errorOf(answer), fixAddress);
+}
+
+// libcurl repeats a POST request as GET after these statuses; after 307 and 308 it does not.
+std::string lossOfMethod(long status) {
+    if (status == 301 || status == 302 || status == 303) {
+        return " A redirected POST request arrives as a GET request.";
+    }
+    return {};
 }
 
 Finding judgeStatus(const std::string& url, const HttpAnswer& answer) {
@@ -121,9 +141,14 @@ Finding judgeStatus(const std::string& url, const HttpAnswer& answer) {
     if (isRedirect && answer.location.find("//") != std::string::npos) {
         return bad("cloud.redirect", url,
                    "The server redirects to " + masked(answer.location) + " (status " + status +
-                       "). A redirected POST request arrives as a GET request.",
+                       ")." + lossOfMethod(answer.status),
                    thenRestart("Write the address of the API itself into network.veyraServer. On a "
                                "network with a login page, log in first."));
+    }
+    constexpr long networkAuthentication = 511;
+    if (answer.status == networkAuthentication) {
+        return bad("cloud.network-login", url, "The network requires a login (status 511).",
+                   "Log in to the network, or ask its operator.");
     }
     if (answer.status == 200 && isHtml) {
         return bad("cloud.html", url, "The server sends an HTML page instead of an API response.",
@@ -153,6 +178,9 @@ Finding judgeRefusal(Gateway& gateway, const std::string& url, const std::string
                      const std::string& caText) {
     constexpr long lookMs = 2000;
     HttpAnswer& answer = gateway.cloud;
+    if (!isVerified(fullUrl)) { // the daemon's CA file is not used then
+        return judgeConnection(url, answer);
+    }
     const std::vector<Certificate> chain =
         lookAtCertificates(fullUrl, gateway.limitMs(lookMs), answer);
     if (chain.empty()) {
@@ -180,6 +208,19 @@ Finding judgeAnswer(Gateway& gateway, const std::string& url, const std::string&
     }
 }
 
+// A request of the daemon that has just succeeded proves more than the doctor's own request.
+Finding asObserved(const Gateway& gateway, Finding finding) {
+    constexpr std::time_t recentS = 60;
+    const std::time_t successAt = gateway.history.currentSuccessAt();
+    if (finding.outcome == Outcome::BAD && successAt > std::time(nullptr) - recentS) {
+        finding.outcome = Outcome::UNKNOWN;
+        finding.cause +=
+            " However, a request of the daemon succeeded at " + utcText(successAt) + ".";
+        finding.fix.clear();
+    }
+    return finding;
+}
+
 } // namespace
 
 Findings checkCloud(Gateway& gateway) {
@@ -194,9 +235,10 @@ Findings checkCloud(Gateway& gateway) {
     if (Findings faults = judgeCaFile(url, caError, caText); !faults.empty()) {
         return faults;
     }
+    gateway.readHistory();
     const ActingAs service(gateway.user); // a firewall rule may depend on the user
     gateway.cloud = askCloud(fullUrl, gateway.limitMs(requestMs));
-    Finding finding = judgeAnswer(gateway, url, fullUrl, caText);
+    Finding finding = asObserved(gateway, judgeAnswer(gateway, url, fullUrl, caText));
     if (finding.outcome == Outcome::BAD && gateway.daemon != nullptr) {
         for (const std::string& proxy : gateway.daemon->proxies) {
             finding.cause += " The service has the proxy setting " + masked(proxy) + ".";

@@ -52,8 +52,8 @@ Finding judgeIssuer(const Refusal& refusal) {
     const std::string issuer = "\"" + top.issuer + "\"";
     const std::string file =
         std::string(" The CA file ") + cloudCaFile + " contains " + namesOf(refusal.trusted);
-    const char* const install = "Put the CA certificate of the cloud into the file:\n"
-                                "apt-get install --reinstall ca-certificates";
+    const std::string install = "Put the CA certificate of the cloud into the file:" +
+                                command("apt-get install --reinstall ca-certificates");
     if (issuerInFile(refusal) != nullptr) {
         return bad(
             "cloud.ca-other-key", refusal.url,
@@ -116,7 +116,7 @@ Finding judgeCertificate(const Refusal& refusal) {
         return judgeExpired(refusal);
     case X509_V_ERR_CERT_NOT_YET_VALID:
         return bad("cloud.certificate-not-yet-valid", refusal.url, refusal.answer.error + ".",
-                   "Set the clock: date -u -s 'YYYY-MM-DD hh:mm:ss'");
+                   "Set the clock:" + command("date -u -s 'YYYY-MM-DD hh:mm:ss'"));
     case X509_V_OK: // libcurl itself compares the host when OpenSSL has no objection
     case X509_V_ERR_UNSPECIFIED:
         return bad("cloud.host-mismatch", refusal.url,

@@ -17,10 +17,17 @@ Finding unreadable(const Gateway& gateway, int error) {
     if (error == EACCES && !gateway.isRoot) {
         return unknown("configuration.hidden", path, reason + ".", runAsRoot);
     }
+    if (error == EACCES && !gateway.mayReach(path)) {
+        return bad("configuration.unreadable", path,
+                   "The user " + gateway.user.name +
+                       " has no permission to enter a directory of this path.",
+                   thenRestart("Let this user enter each directory, or correct -c in the start "
+                               "command."));
+    }
     if (error == EACCES && isOwn) {
         return bad("configuration.unreadable", path,
                    "The user " + gateway.user.name + " cannot read the file: " + reason + ".",
-                   thenRestart("chgrp lora-veyra " + path + " && chmod 640 " + path));
+                   thenRestart(command("chgrp lora-veyra " + path) + command("chmod 640 " + path)));
     }
     if (error == EACCES) {
         return bad("configuration.unreadable", path,
@@ -91,6 +98,15 @@ Findings parseFindings(Gateway& gateway) {
                     "The file begins with a byte order mark, which is not JSON.",
                     thenRestart("Save the file without a byte order mark."))};
     }
+    if (text.rfind("\xFF\xFE", 0) == 0 || text.rfind("\xFE\xFF", 0) == 0) {
+        return {bad("configuration.byte-order-mark", path, "The file is in UTF-16.",
+                    thenRestart("Save the file as UTF-8 without a byte order mark."))};
+    }
+    if (text.find('\0') != std::string::npos) {
+        return {bad("configuration.invalid-json", path,
+                    "The file contains NUL bytes. A power failure can cause this.",
+                    thenRestart("Restore the file."))};
+    }
     if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
         return {bad("configuration.invalid-json", path, "The file is empty.",
                     thenRestart("Restore the file."))};
@@ -117,7 +133,14 @@ Findings parseFindings(Gateway& gateway) {
 } // namespace
 
 std::string thenRestart(const std::string& fix) {
-    return fix + "\nThen restart: " + serviceCommand("restart");
+    return fix + "\nThen restart:" + command(serviceCommand("restart"));
+}
+
+std::string seeWhy() {
+    if (systemdRuns()) {
+        return "See why:" + command("journalctl -u lora-veyra-server");
+    }
+    return "See why: the end of the log, and the kernel's messages:" + command("dmesg | tail");
 }
 
 Findings checkConfiguration(Gateway& gateway) {

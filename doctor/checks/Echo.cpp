@@ -4,6 +4,8 @@
 #include "common/Clock.h"
 #include "mqtt/Mosquitto.h"
 
+#include <algorithm>
+
 namespace {
 
 constexpr long listenMs = 6500; // the daemon publishes every 5 s
@@ -55,9 +57,10 @@ Findings checkEcho(Gateway& gateway) {
     probe.subscribe("lora/veyra", 0); // QoS 0, because one of many replies is enough
     std::uint64_t nextLookMs = 0;
     const auto isDone = [&] {
-        if (monotonicMillis() >= nextLookMs) { // messages are handled between two looks
+        const std::uint64_t nowMs = monotonicMillis();
+        if (nowMs >= nextLookMs) { // messages are handled between two looks
             gateway.look();
-            nextLookMs = monotonicMillis() + pauseMs;
+            nextLookMs = monotonicMillis() + std::max(pauseMs, 3 * (monotonicMillis() - nowMs));
         }
         const bool isSteady = gateway.links.size() == 1;
         return (probe.keepaliveWasSeen && isSteady) || probe.isDenied;
@@ -80,6 +83,16 @@ Findings checkEcho(Gateway& gateway) {
     if (!isOpen) {
         return {unknown("echo.ended", keepaliveTopic,
                         "The broker ended the doctor's connection before a keepalive arrived.")};
+    }
+    if (!probe.isSubscribed) {
+        return {unknown("echo.no-answer", keepaliveTopic,
+                        "The broker did not answer the doctor's subscription.",
+                        "See the broker's log. The broker may hang.")};
+    }
+    const char state = gateway.look().status.state;
+    if (state == 0 || state == 'Z') {
+        return {unknown("echo.no-daemon", keepaliveTopic, "The daemon ended during this run.",
+                        "Run the doctor again.")};
     }
     const bool wasRebuilt = gateway.history.events.count(LogHistory::Kind::LINK_REBUILT) != 0;
     return {judgeSilence(gateway.links.size() == 1 && !wasRebuilt)};

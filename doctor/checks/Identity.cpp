@@ -68,7 +68,7 @@ Findings judgeKey(const std::string& key) {
     }
     if (parsed->find_first_not_of('0') == std::string::npos) {
         return {bad("identity.key-placeholder", subject,
-                    "The key is all zeros: it is the placeholder of the package.",
+                    "The key is all zeros, as the placeholder of the package.",
                     thenRestart("Write the gateway's own key, or null to use the device's uuid."))};
     }
     return {};

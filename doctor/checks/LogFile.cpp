@@ -36,8 +36,9 @@ Finding judgeWriteError(const Gateway& gateway, int error) {
     }
     if (error == ENOENT && gateway.isOwnPath(path)) {
         const std::string directory = std::filesystem::path(path).parent_path();
-        return bad("log.not-writable", path, "The directory does not exist.",
-                   thenRestart("install -d -m 750 -o " + gateway.user.name + " " + directory));
+        return bad(
+            "log.not-writable", path, "The directory does not exist.",
+            thenRestart(command("install -d -m 750 -o " + gateway.user.name + " " + directory)));
     }
     if (error == EROFS) {
         return bad(
@@ -104,7 +105,7 @@ Findings checkLogFile(Gateway& gateway) {
                     "The log file was moved or deleted while the daemon had it open. The daemon "
                     "writes to " +
                         printable(other) + ".",
-                    "Restart: " + serviceCommand("restart"))};
+                    "Restart:" + command(serviceCommand("restart")))};
     }
     return {judgeFile(gateway)};
 }

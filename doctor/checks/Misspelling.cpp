@@ -41,6 +41,11 @@ bool isMisspelt(const std::string& given, const std::string& known) {
     if (left == right) {
         return true;
     }
+    const bool hasSameLetters =
+        left.size() == right.size() && std::is_permutation(left.begin(), left.end(), right.begin());
+    if (hasSameLetters) {
+        return true;
+    }
     const std::size_t common = std::min(left.size(), right.size());
     const bool isExtension = left.compare(0, common, right, 0, common) == 0;
     return !isExtension && common >= shortestName && editDistance(left, right) <= mostSlips;

@@ -13,7 +13,8 @@ bool isAtPort(const Socket& socket, int port) {
 }
 
 Finding judgeOwner(const Gateway& gateway, const std::string& subject, const Socket& taken) {
-    const int owner = ownerOf(taken.inode);
+    constexpr long searchMs = 2000;
+    const int owner = ownerOf(taken.inode, gateway.limitMs(searchMs));
     if (owner == 0) {
         return unknown("port.owner-hidden", subject,
                        "Another process has the port, and the doctor cannot identify it.",
@@ -36,7 +37,7 @@ Finding judgeMissing(const std::string& subject, const Look& look) {
             Finding finding = bad("port.other", subject,
                                   "The daemon listens on port " + std::to_string(socket.localPort) +
                                       ". The configuration was changed after the daemon started.",
-                                  "Restart: " + serviceCommand("restart"));
+                                  "Restart:" + command(serviceCommand("restart")));
             finding.facts["listensOn"] = socket.localPort;
             return finding;
         }
@@ -77,9 +78,25 @@ const Socket* findAtPort(const Look& look, int port) {
     return found;
 }
 
-Finding describe(const std::string& subject, const Socket& own) {
+// The datagrams that the kernel dropped at this socket before this run.
+std::uint64_t dropsBefore(const Gateway& gateway, const Socket& own) {
+    for (const Socket& socket : gateway.firstLook.sockets) {
+        if (socket.inode == own.inode) {
+            return socket.drops;
+        }
+    }
+    return own.drops;
+}
+
+Finding describe(const Gateway& gateway, const std::string& subject, const Socket& own) {
     Finding finding = ok(subject);
-    if (own.drops > 0) {
+    if (const std::uint64_t before = dropsBefore(gateway, own); own.drops > before) {
+        finding = bad("port.dropping", subject,
+                      "The kernel dropped " +
+                          counted(static_cast<long long>(own.drops - before), "datagram") +
+                          " during this run: they arrive faster than the cloud responds.",
+                      "See \"Sizing\" in operations.md.");
+    } else if (own.drops > 0) {
         finding.subject +=
             ", " + counted(static_cast<long long>(own.drops), "datagram") + " dropped";
     }
@@ -99,7 +116,7 @@ Findings checkPort(Gateway& gateway) {
     const Look look = gateway.look();
     const Socket* const taken = findAtPort(look, port);
     if (taken != nullptr && taken->isOwn) {
-        return {describe(subject, *taken)};
+        return {describe(gateway, subject, *taken)};
     }
     if (gateway.daemon != nullptr && !look.socketsAreSeen) {
         return {unknown("port.hidden", subject,

@@ -8,16 +8,20 @@
 
 namespace {
 
-constexpr const char* findCause = "See the daemon's last records: journalctl -u lora-veyra-server";
-
 Finding judgeTracing(const std::string& subject, const Look& look) {
     if (look.status.tracerPid == 0) { // in another container, or just gone
         return bad("alive.traced", subject, "A debugger has stopped the daemon.",
                    "End the debugger.");
     }
+    // A process can make its parent the tracer without asking. That may be a supervisor, or init.
+    if (look.status.tracerPid == look.status.parentPid || look.status.tracerPid == 1) {
+        return bad("alive.traced", subject,
+                   "The daemon is stopped, and its parent process traces it.",
+                   "End the daemon:" + command("kill -KILL " + std::to_string(look.pid)));
+    }
     return bad("alive.traced", subject,
                "A debugger has stopped the daemon: " + describeProcess(look.status.tracerPid) + ".",
-               "End the debugger: kill " + std::to_string(look.status.tracerPid));
+               "End the debugger:" + command("kill " + std::to_string(look.status.tracerPid)));
 }
 
 // The first connection to the broker holds up the start, about two minutes for each address.
@@ -39,7 +43,7 @@ Finding judgeStart(const std::string& subject, const Look& look) {
 
 Finding judgeDeadlock(const std::string& subject, int pid) {
     return bad("alive.deadlocked", subject, "The daemon is deadlocked and no longer relays.",
-               "kill -KILL " + std::to_string(pid) + "\n" + serviceCommand("start") +
+               command("kill -KILL " + std::to_string(pid)) + command(serviceCommand("start")) +
                    "\nSee \"The daemon no longer relays\" in operations.md.");
 }
 
@@ -49,7 +53,7 @@ Finding judgeStandstill(const std::string& subject, const LifeFacts& facts) {
     if (look.status.state == 'D') {
         return bad("alive.in-kernel", subject,
                    "The daemon waits in the kernel, for example for a disk that does not answer.",
-                   "See the kernel's messages: dmesg | tail");
+                   "See the kernel's messages:" + command("dmesg | tail"));
     }
     const bool isHidden = look.waitsIn.size() < 2; // the kernel may show "0"
     const bool isInLock = look.waitsIn.find("futex") != std::string::npos;
@@ -57,12 +61,12 @@ Finding judgeStandstill(const std::string& subject, const LifeFacts& facts) {
         return judgeDeadlock(subject, look.pid);
     }
     return unknown("alive.no-progress", subject,
-                   "The main thread of the daemon has not run during this examination.", findCause);
+                   "The main thread of the daemon has not run during this examination.", seeWhy());
 }
 
 // The main thread runs about once a second, because libcurl waits for a response.
 Finding judgeSlowness(const std::string& subject, const LifeFacts& facts) {
-    const std::string kill = "kill -KILL " + std::to_string(facts.now.pid);
+    const std::string kill = command("kill -KILL " + std::to_string(facts.now.pid));
     if (!facts.datagramsAreSeen) {
         return unknown("alive.no-progress", subject,
                        "The main thread runs only about once a second. A request to the cloud may "
@@ -72,12 +76,12 @@ Finding judgeSlowness(const std::string& subject, const LifeFacts& facts) {
     if (facts.wasToldToStop) {
         return bad("alive.stopping", subject,
                    "The daemon received a stop signal. It waits until a request to the cloud ends.",
-                   "Wait, or kill the daemon: " + kill);
+                   "Wait, or kill the daemon:" + kill);
     }
     return bad(
         "alive.waits-for-cloud", subject,
         "A request to the cloud has been in progress for 10 s or more.",
-        "See the check \"cloud\". The request has no time limit. To end it, kill the daemon: " +
+        "See the check \"cloud\". The request has no time limit. To end it, kill the daemon:" +
             kill);
 }
 
@@ -93,8 +97,8 @@ Finding judgeLink(const std::string& subject, const LifeFacts& facts) {
         cause += " The broker accepts the doctor with the same username.";
     }
     return bad("alive.not-linked", subject, cause,
-               "Wait 20 s and run the doctor again. If the problem remains: " +
-                   serviceCommand("restart"));
+               "Wait 20 s and run the doctor again. If the problem remains:" +
+                   command(serviceCommand("restart")));
 }
 
 std::uint64_t waitingBytesOf(const Look& look) {
@@ -159,20 +163,6 @@ Finding lookAgain(Gateway& gateway) {
     }
 }
 
-void readHistory(Gateway& gateway) {
-    const Json::Value& root = gateway.configuration;
-    if (root.isObject() && root["log"]["syslog"].asBool()) {
-        return;
-    }
-    std::string text;
-    gateway.logError = gateway.readAsService(gateway.asDaemonSees(gateway.logFile), text);
-    double startedAt = 0;
-    if (gateway.daemon != nullptr) {
-        startedAt = gateway.daemon->startedAt;
-    }
-    gateway.history = readLogHistory(text, std::time(nullptr), static_cast<std::time_t>(startedAt));
-}
-
 } // namespace
 
 bool wasAtWork(const Look& before, const Look& after, bool datagramArrived) {
@@ -196,7 +186,7 @@ Finding judgeLife(const LifeFacts& facts) {
     }
     if (look.status.state == 'T') {
         return bad("alive.suspended", subject, "The daemon is suspended by a signal.",
-                   "kill -CONT " + std::to_string(look.pid));
+                   command("kill -CONT " + std::to_string(look.pid)));
     }
     if (isStarting(facts.active) && isStarting(look)) {
         return judgeStart(subject, look);
@@ -222,19 +212,21 @@ Finding judgeLife(const LifeFacts& facts) {
 
 Findings checkProcess(Gateway& gateway) {
     const auto& trusted = gateway.daemons.trusted;
-    readHistory(gateway);
-    if (Findings restarts = judgeRestarts(gateway); !restarts.empty()) {
-        return restarts;
-    }
+    gateway.readHistory();
+    Findings found = judgeRestarts(gateway);
     if (gateway.daemon == nullptr) {
-        return {judgeAbsence(gateway)};
+        if (found.empty()) {
+            found.push_back(judgeAbsence(gateway));
+        }
+        return found;
     }
     if (trusted.size() > 1) {
         return {bad("alive.two-daemons", installedProgram(),
                     "Two daemons are running: processes " + std::to_string(trusted[0].pid) +
                         " and " + std::to_string(trusted[1].pid) + ".",
-                    "Stop the one that the service did not start: kill " +
-                        std::to_string(trusted[1].pid))};
+                    "Stop the one that the service did not start:" +
+                        command("kill " + std::to_string(trusted[1].pid)))};
     }
-    return {lookAgain(gateway)};
+    found.push_back(lookAgain(gateway));
+    return found;
 }

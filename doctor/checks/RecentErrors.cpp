@@ -46,6 +46,10 @@ std::string fixForStatus(long status) {
         return "Compare network.veyraServer with the API prefix of the cloud. Check the path that "
                "the network server sends.";
     }
+    if (status == 429) {
+        return "The cloud limits the number of requests. Send fewer datagrams, or ask the operator "
+               "of the cloud.";
+    }
     if (status / 100 == 4) {
         return "The cloud rejects the data that the network server sends. Ask the maker of the "
                "network server.";
@@ -61,7 +65,11 @@ Finding judgeRequest(const RecentFacts& facts, const Event& event, bool isRefuse
     if (!facts.cloudIsOk) {
         return bad("errors.request-failed", facts.path, cause, "Fix the check \"cloud\" first.");
     }
-    const std::string succeeds = " An unsigned HEAD request succeeds now.";
+    std::string succeeds;
+    if (facts.cloudStatus != 0) {
+        succeeds = " The cloud answers an unsigned HEAD request now, with status " +
+                   std::to_string(facts.cloudStatus) + ".";
+    }
     if (isRefused) {
         return bad("errors.request-refused", facts.path, cause + succeeds,
                    fixForStatus(statusIn(event.text)));
@@ -70,7 +78,13 @@ Finding judgeRequest(const RecentFacts& facts, const Event& event, bool isRefuse
                "The fault may be over. Watch the log. If requests still fail, check the network.");
 }
 
-std::string fixForRejection(const RecentFacts& facts) {
+// `record` ends in the return code of CONNACK, such as "server(5)".
+std::string fixForRejection(const RecentFacts& facts, const std::string& record) {
+    const bool isProtocol = record.find("(1)") != std::string::npos;
+    const bool isUnavailable = record.find("(3)") != std::string::npos;
+    if (isProtocol || isUnavailable) {
+        return "See the broker's log.";
+    }
     if (facts.brokerIsOk) {
         return "Allow the client id VEYRA_SERVER in the broker's settings.";
     }
@@ -84,8 +98,8 @@ Finding judgeEvent(const RecentFacts& facts, Kind kind, const Event& event) {
         return bad("errors.locked", path,
                    summary(event, "aborted request") +
                        ". After this error the daemon no longer relays.",
-                   "Restart: " + serviceCommand("restart") +
-                       "; see \"The daemon no longer relays\" in operations.md.");
+                   "Restart:" + command(serviceCommand("restart")) +
+                       "\nSee \"The daemon no longer relays\" in operations.md.");
     case Kind::EXCEPTION:
     case Kind::INVALID_DATAGRAM:
         return bad("errors.invalid-datagram", path, summary(event, "invalid datagram") + ".",
@@ -107,7 +121,7 @@ Finding judgeEvent(const RecentFacts& facts, Kind kind, const Event& event) {
     case Kind::BROKER_REFUSED:
         return bad("errors.broker-rejected", path,
                    "The broker rejected the daemon " + summary(event, "time") + ".",
-                   fixForRejection(facts));
+                   fixForRejection(facts, event.text));
     case Kind::PORT_IN_USE:
         return bad("errors.port-in-use", path, summary(event, "failed attempt") + ".",
                    "See the check \"port\".");
@@ -129,6 +143,20 @@ bool isOver(const RecentFacts& facts, const LogHistory& history, Kind kind, cons
     return isRequest && (replied || history.lastSuccessAt > event.last);
 }
 
+std::string describe(const LogHistory& history, int total) {
+    std::string since = " since the last start";
+    if (history.startedAt == 0 && history.firstAt == 0) {
+        return "the log has no records";
+    }
+    if (history.startedAt == 0) {
+        since = " since " + utcText(history.firstAt) + ", where the log begins";
+    }
+    if (total == 0) {
+        return "no fault" + since;
+    }
+    return "no current fault, " + std::to_string(total) + since;
+}
+
 Findings judgeEnd(const RecentFacts& facts, const LogHistory& history) {
     // A power cut or a reboot leaves no stop record either.
     const bool isUnasked =
@@ -137,8 +165,9 @@ Findings judgeEnd(const RecentFacts& facts, const LogHistory& history) {
         return {};
     }
     const std::string cause = "The previous run ended at about " + utcText(history.endedUnaskedAt) +
-                              " without a stop record: it was killed or it aborted.";
-    const std::string fix = "See why: journalctl -u lora-veyra-server";
+                              " without a stop record: it was killed, it aborted, or it ended "
+                              "because of a fault at startup.";
+    const std::string fix = seeWhy();
     if (facts.kernelRecord.empty()) {
         return {unknown("errors.ended-without-stop", facts.path, cause, fix)};
     }
@@ -166,11 +195,7 @@ Findings judgeRecentErrors(const RecentFacts& facts, const LogHistory& history) 
         }
     }
     if (found.empty()) {
-        std::string subject = "no fault in the last 10 minutes";
-        if (total > 0) {
-            subject += ", " + std::to_string(total) + " earlier";
-        }
-        found.push_back(ok(subject));
+        found.push_back(ok(describe(history, total)));
     }
     found.front().facts["faultsSinceStart"] = total;
     return found;
@@ -179,7 +204,7 @@ Findings judgeRecentErrors(const RecentFacts& facts, const LogHistory& history) 
 Findings checkRecentErrors(Gateway& gateway) {
     if (gateway.configuration["log"]["syslog"].asBool()) {
         return {unknown("errors.in-syslog", "syslog", "The records are in syslog.",
-                        "journalctl -t lora-veyra-server")};
+                        "See the records:" + command("journalctl -t lora-veyra-server"))};
     }
     if (gateway.logError != 0) {
         return {
@@ -196,6 +221,7 @@ Findings checkRecentErrors(Gateway& gateway) {
     facts.now = std::time(nullptr);
     facts.bootedAt = bootTime();
     facts.openUntil = history.openUntil;
+    facts.cloudStatus = gateway.cloud.status;
     facts.cloudIsOk = !gateway.hasProblem("cloud");
     facts.brokerIsOk = !gateway.hasProblem("broker");
     facts.replyWasSeen = gateway.replyWasSeen;

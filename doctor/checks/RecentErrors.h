@@ -9,7 +9,8 @@ struct RecentFacts {
     std::time_t now = 0;
     std::time_t bootedAt = 0;  // of this machine
     std::time_t openUntil = 0; // of the circuit breaker
-    bool cloudIsOk = true;     // the cloud responds to an unsigned request now
+    bool cloudIsOk = true;     // the check "cloud" found no problem
+    long cloudStatus = 0;      // of an unsigned HEAD request; 0: there was no response
     bool brokerIsOk = true;    // the broker accepts the doctor
     bool replyWasSeen = false; // a request has succeeded during this run
     std::string kernelRecord;  // of a daemon that was killed or crashed

@@ -22,8 +22,11 @@ Findings checkReplies(Gateway& gateway) {
     const auto& mqtt = gateway.configuration["mqtt"];
     gateway.broker.reset(); // it is subscribed to the topic itself
     MqttProbe probe(MQTT_PROTOCOL_V5);
-    probe.connect(gateway.brokerHost, brokerAddress(mqtt).port, brokerCredentials(mqtt),
-                  gateway.limitMs(waitMs));
+    {
+        const ActingAs service(gateway.user); // a firewall rule may depend on the user
+        probe.connect(gateway.brokerHost, brokerAddress(mqtt).port, brokerCredentials(mqtt),
+                      gateway.limitMs(waitMs));
+    }
     const int result = probe.publish(subject.c_str(), makeMessage());
     probe.waitUntil([&] { return probe.publishResult.has_value(); }, gateway.limitMs(waitMs));
     if (probe.publishResult == tooLarge || result == MOSQ_ERR_OVERSIZE_PACKET) {

@@ -12,8 +12,12 @@ namespace {
 constexpr std::uint64_t nearLimit = 90;
 
 void judgeProgram(const Gateway& gateway, Findings& found) {
-    const std::string restart = "Restart: " + serviceCommand("restart");
-    if (gateway.daemon->isReplaced) {
+    const std::string restart = "Restart:" + command(serviceCommand("restart"));
+    if (gateway.daemon->isReplaced && accessError(installedProgram(), F_OK) != 0) {
+        found.push_back(bad("service.program-deleted", installedProgram(),
+                            "The program file was deleted after the daemon started.",
+                            "Install the package again."));
+    } else if (gateway.daemon->isReplaced) {
         found.push_back(bad("service.program-replaced", installedProgram(),
                             "The program file was replaced after the daemon started.", restart));
     }
@@ -24,7 +28,8 @@ void judgeProgram(const Gateway& gateway, Findings& found) {
                 "A user other than the service user also runs the daemon's program, in " +
                     counted(static_cast<long long>(others.size()), "process") +
                     " that the service did not start.",
-                "Find out who starts it, and stop it: ps -o pid,user,args -C lora-veyra-server"));
+                "Find out who starts it, and stop it:" +
+                    command("ps -o pid,user,args -C lora-veyra-server")));
     }
 }
 
@@ -39,14 +44,14 @@ void judgeChanges(const Gateway& gateway, Findings& found) {
                                     ", after the start of the daemon at " +
                                     utcText(static_cast<std::time_t>(gateway.daemon->startedAt)) +
                                     ".",
-                                "Restart: " + serviceCommand("restart")));
+                                "Restart:" + command(serviceCommand("restart"))));
         }
     }
 }
 
 void judgeUnit(const Gateway& gateway, Findings& found) {
     const ServiceState& service = gateway.service;
-    const std::string restart = "Stop this process, then: " + serviceCommand("start");
+    const std::string restart = "Stop this process, then:" + command(serviceCommand("start"));
     const std::string& file = gateway.daemon->commandLine.configurationFile;
     if (!service.configurationFile.empty() && service.configurationFile != file) {
         found.push_back(
@@ -54,6 +59,13 @@ void judgeUnit(const Gateway& gateway, Findings& found) {
                 "The daemon was started with this configuration file. The service uses " +
                     service.configurationFile + ".",
                 restart));
+    }
+    const std::string& log = *gateway.daemon->commandLine.logFile;
+    if (!service.logFile.empty() && service.logFile != log) {
+        found.push_back(bad("service.other-log", log,
+                            "The daemon was started with this log file. The service uses " +
+                                service.logFile + ".",
+                            restart));
     }
     if (!service.user.empty() && service.user != gateway.daemon->user.name) {
         found.push_back(
@@ -80,9 +92,10 @@ void judgeLimits(const Gateway& gateway, Findings& found) {
     const std::uint64_t mostFiles = limitOf(limits, "Max open files");
     const std::uint64_t bytes = gateway.firstLook.status.virtualKib * 1024;
     const std::uint64_t mostBytes = limitOf(limits, "Max address space");
-    const std::string fix =
-        "Raise the limit of the service. Then restart: " + serviceCommand("restart");
-    if (mostFiles != 0 && files * 100 >= mostFiles * nearLimit) {
+    const std::string fix = thenRestart("Raise the limit of the service.");
+    constexpr std::uint64_t perRequest = 4; // descriptors that a request can need in addition
+    if (mostFiles != 0 &&
+        (files * 100 >= mostFiles * nearLimit || files + perRequest > mostFiles)) {
         found.push_back(bad("service.file-limit", "process " + std::to_string(pid),
                             "The daemon has " + std::to_string(files) +
                                 " files open. The limit is " + std::to_string(mostFiles) + ".",
@@ -101,7 +114,7 @@ void judgeLimits(const Gateway& gateway, Findings& found) {
 
 Findings checkService(Gateway& gateway) {
     if (gateway.daemon == nullptr) {
-        return {ok("the daemon is not running")};
+        return {ok("no daemon was found")};
     }
     Findings found;
     judgeProgram(gateway, found);

@@ -70,6 +70,21 @@ std::string jsonOf(const Value& value) {
     return ZEP::Text::trim(Json::FastWriter().write(value));
 }
 
+// Whether a value has the same meaning as its effect, such as 1883.0 or "1883" as 1883.
+bool isEqual(const Value& configured, const Value& effect) {
+    if (configured.isNumeric() && effect.isNumeric()) {
+        return configured.asDouble() == effect.asDouble();
+    }
+    const bool isText = configured.isString() && (effect.isString() || effect.isNumeric());
+    if (isText && configured.asString() == effect.asString()) {
+        return true;
+    }
+    if (configured == "localhost" && effect == "127.0.0.1") {
+        return true;
+    }
+    return jsonOf(configured) == jsonOf(effect);
+}
+
 // The value as the report shows it. Secrets are replaced by "***".
 std::string shown(const std::string& name, const Value& value) {
     const bool isSecret = name == "mqtt.password" || name == "network.gatewayKey";
@@ -187,12 +202,26 @@ void judgeEffect(const Setting& setting, const Value& configured, const Value& e
                             thenRestart(setting.fix)));
         return;
     }
-    const bool isSame = effect.isBool() || jsonOf(configured) == jsonOf(effect);
+    const bool isSame = effect.isBool() || isEqual(configured, effect);
     if (!configured.isNull() && !isSame) {
         found.push_back(bad("settings.no-effect", subject,
                             effect.isNull() ? "The value has no effect." : taken + ".",
                             thenRestart(setting.fix)));
     }
+}
+
+// `url` does not begin with "https://".
+Finding judgeScheme(const std::string& url, const std::string& subject) {
+    if (ZEP::Text::toLowerCase(url).rfind("https://", 0) == 0) {
+        return bad(
+            "settings.capital-letters", subject,
+            "The scheme has capital letters. In this case the daemon does not use its own CA "
+            "file.",
+            thenRestart("Write https:// in small letters."));
+    }
+    return bad("settings.not-encrypted", subject,
+               "The URL does not begin with https://, so the server is not verified.",
+               thenRestart("Write https:// in front of the host."));
 }
 
 void judgeCloudUrl(const std::string& url, Findings& found) {
@@ -202,10 +231,8 @@ void judgeCloudUrl(const std::string& url, Findings& found) {
                             thenRestart("Remove the space.")));
         return;
     }
-    if (!isVerified(url)) {
-        found.push_back(bad("settings.not-encrypted", subject,
-                            "The connection is not encrypted, and the server is not verified.",
-                            thenRestart("Write https: in front of the host.")));
+    if (url.rfind("https://", 0) != 0) {
+        found.push_back(judgeScheme(url, subject));
     }
     if (url.back() != '/') {
         found.push_back(bad("settings.no-slash", subject,
@@ -260,7 +287,7 @@ Findings checkSettings(Gateway& gateway) {
     std::vector<std::string> ignored;
     Findings found = judgeSettings(gateway.configuration, ignored);
     if (found.empty()) {
-        std::string subject = "all values take effect";
+        std::string subject = "all known values take effect";
         std::string names;
         Json::Value facts;
         for (const std::string& key : ignored) {
@@ -268,7 +295,7 @@ Findings checkSettings(Gateway& gateway) {
             facts["ignored"].append(printable(key));
         }
         if (!names.empty()) {
-            subject += "; ignored: " + names;
+            subject += "; unknown keys: " + names;
         }
         found.push_back(ok(subject, facts));
     }

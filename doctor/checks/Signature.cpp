@@ -6,6 +6,15 @@
 Findings checkSignature(Gateway& gateway) {
     constexpr long requestMs = 5000;
     const std::string& path = *gateway.options.signedPath;
+    if (gateway.cloud.isUnverified) {
+        return {unknown("signature.not-sent", "GET " + path,
+                        "Nothing proves that the server is the cloud, so no signature was sent.")};
+    }
+    if (gateway.daemon != nullptr && gateway.daemon->isForeign) {
+        return {unknown("signature.not-sent", "GET " + path,
+                        "The process of --pid is not the installed program on this host, so no "
+                        "signature was sent.")};
+    }
     const std::string secret = buildGatewaySecret(gateway.device, gateway.configuration["network"]);
     const ActingAs service(gateway.user); // a firewall rule may depend on the user
     const long status = askSigned(gateway.configuration["network"]["veyraServer"].asString(), path,

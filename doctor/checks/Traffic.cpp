@@ -7,10 +7,46 @@
 
 namespace {
 
-bool isBound(const Look& look, int port) {
+// Whether a process receives datagrams to this port: at this IPv4 address, or over IPv6.
+bool isBound(const Look& look, const std::string& address, int port) {
     return std::any_of(look.sockets.begin(), look.sockets.end(), [&](const Socket& socket) {
-        return !socket.isTcp && socket.localPort == port && coversLoopback(socket.localAddress);
+        const std::string bound = addressText(socket.localAddress);
+        const bool isIpv6 = bound.find(':') != std::string::npos;
+        const bool matches = address.empty() ? isIpv6 : bound == address || bound == "0.0.0.0";
+        return !socket.isTcp && socket.localPort == port && (matches || bound == "::");
     });
+}
+
+// Datagrams that arrive where no process receives them; empty when there are none.
+Findings judgeElsewhere(const Gateway& gateway, const DatagramCounts& counts, int port,
+                        const std::string& subject) {
+    const Look look = lookAt(0);
+    std::string fix = "Correct the network server's setting: it must send to 127.0.0.1, port " +
+                      std::to_string(port) + ".";
+    if (gateway.hasProblem("settings")) {
+        fix = "Fix the check \"settings\" first. It can change the port of the daemon.";
+    }
+    if (counts.atPortByIpv6 > 0 && !isBound(look, "", port)) {
+        return {bad("traffic.ipv6", subject,
+                    "Datagrams arrive over IPv6, but the daemon listens on 127.0.0.1 only.", fix)};
+    }
+    for (const auto& [address, count] : counts.atOtherAddresses) {
+        if (!isBound(look, address, port)) {
+            return {bad("traffic.other-address", subject,
+                        counted(count, "datagram") + " with a \"path\" arrived at " + address +
+                            ", but the daemon listens on 127.0.0.1 only.",
+                        fix)};
+        }
+    }
+    for (const auto& [other, count] : counts.atOtherPorts) {
+        if (!isBound(look, "127.0.0.1", other)) {
+            return {bad("traffic.other-port", subject,
+                        counted(count, "datagram") + " with a \"path\" arrived at port " +
+                            std::to_string(other) + ", where no process listens.",
+                        fix)};
+        }
+    }
+    return {};
 }
 
 } // namespace
@@ -19,9 +55,6 @@ Findings checkTraffic(Gateway& gateway) {
     const int port = effectivePort(gateway.configuration);
     const DatagramCounts& counts = gateway.datagrams.count(port);
     const std::string subject = "127.0.0.1:" + std::to_string(port) + " (UDP)";
-    const std::string correct =
-        "Correct the network server's setting: it must send to 127.0.0.1, port " +
-        std::to_string(port) + ".";
     if (!counts.areSeen) {
         return {unknown("traffic.hidden", subject, "Only root can watch datagrams.", runAsRoot)};
     }
@@ -30,23 +63,12 @@ Findings checkTraffic(Gateway& gateway) {
     if (counts.atPort > 0) {
         return {ok(counted(counts.atPort, "datagram") + " during this run", facts)};
     }
-    if (counts.atPortByIpv6 > 0) {
-        return {bad("traffic.ipv6", subject,
-                    "Datagrams arrive at [::1], but the daemon listens on 127.0.0.1 only.",
-                    correct)};
-    }
-    const Look look = lookAt(0);
-    for (const auto& [other, count] : counts.elsewhere) {
-        if (!isBound(look, other)) {
-            return {bad("traffic.other-port", subject,
-                        counted(count, "datagram") + " with a \"path\" arrived at port " +
-                            std::to_string(other) + ", where no process listens.",
-                        correct)};
-        }
+    if (Findings found = judgeElsewhere(gateway, counts, port, subject); !found.empty()) {
+        return found;
     }
     Finding finding = ok("no datagram during this run", facts);
-    finding.fix = "bash -c 'echo \"{\\\"path\\\":\\\"test\\\",\\\"request\\\":{}}\" "
-                  ">/dev/udp/127.0.0.1/" +
-                  std::to_string(port) + "'";
+    finding.fix = "Send a test datagram, with bash:" +
+                  command("echo '{\"path\":\"test\",\"request\":{}}' >/dev/udp/127.0.0.1/" +
+                          std::to_string(port));
     return {finding};
 }

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <map>
 #include <pwd.h>
 #include <sstream>
 #include <stdexcept>
@@ -76,14 +77,22 @@ CommandLine absoluteCommandLine(int pid) {
     return line;
 }
 
+// The first variable of each name, as libcurl reads them. An environment may contain thousands.
 std::vector<std::string> proxiesOf(int pid) {
-    std::vector<std::string> proxies;
+    constexpr std::size_t longest = 1000;
+    std::map<std::string, std::string> first;
     for (const std::string& entry : textsOf(processPath(pid, "environ"))) {
         const std::string name = entry.substr(0, entry.find('='));
-        if (name.size() < entry.size() &&
-            std::find(proxyNames.begin(), proxyNames.end(), name) != proxyNames.end()) {
-            proxies.push_back(entry);
+        const bool isProxy =
+            std::find(proxyNames.begin(), proxyNames.end(), name) != proxyNames.end();
+        if (isProxy && name.size() < entry.size() && entry.size() <= longest) {
+            first.emplace(name, entry);
         }
+    }
+    std::vector<std::string> proxies;
+    proxies.reserve(first.size());
+    for (const auto& [name, entry] : first) {
+        proxies.push_back(entry);
     }
     return proxies;
 }
@@ -106,7 +115,7 @@ struct Identity {
     }
 };
 
-Identity identify(int pid) {
+Identity identify(int pid, const ServiceState& service) {
     Identity identity;
     struct stat installed {};
     struct stat executable {};
@@ -120,7 +129,9 @@ Identity identify(int pid) {
     identity.isInstalled = stat(installedProgram().c_str(), &installed) == 0 &&
                            executable.st_dev == installed.st_dev &&
                            executable.st_ino == installed.st_ino;
-    identity.isReplaced = !identity.isInstalled && isDeletedDaemon(pid, executable);
+    // The user comes first: reading the programs of many processes takes long.
+    identity.isReplaced = !identity.isInstalled && mayRunDaemon(identity.status.uid, service) &&
+                          isDeletedDaemon(pid, executable);
     return identity;
 }
 
@@ -132,18 +143,25 @@ bool hasControlCharacters(const CommandLine& line) {
     });
 }
 
-// Null when the process is not the daemon. A process that fails only because of its user is added
-// to `untrusted`.
+// Null when the process is not the daemon. A process that fails only because of its user or its
+// network is added to `daemons`.
 std::optional<Daemon> examine(int pid, const ServiceState& service, bool isNamed,
-                              std::vector<int>& untrusted) {
-    const Identity before = identify(pid);
+                              Daemons& daemons) {
+    const Identity before = identify(pid, service);
     const bool isProgram = before.isInstalled || before.isReplaced;
     const bool isGone = before.status.state == 0 || before.status.state == 'Z';
-    if (isGone || (!isNamed && (!isProgram || isInOtherNetwork(pid)))) {
+    if (isGone || (!isNamed && !isProgram)) {
         return std::nullopt;
     }
+    const bool isElsewhere = isInOtherNetwork(pid);
     if (!isNamed && !mayRunDaemon(before.status.uid, service)) {
-        untrusted.push_back(pid);
+        if (!isElsewhere) {
+            daemons.untrusted.push_back(pid);
+        }
+        return std::nullopt;
+    }
+    if (!isNamed && isElsewhere) {
+        daemons.elsewhere.push_back(pid);
         return std::nullopt;
     }
     try {
@@ -151,14 +169,15 @@ std::optional<Daemon> examine(int pid, const ServiceState& service, bool isNamed
                       userWithId(before.status.uid, before.status.gid),
                       before.startedAt,
                       before.isReplaced,
+                      !isProgram || isElsewhere,
                       absoluteCommandLine(pid),
                       proxiesOf(pid)};
         // Equal identities: everything read in between belongs to the same program and user.
-        if (!(before == identify(pid))) {
+        if (!(before == identify(pid, service))) {
             return std::nullopt;
         }
         if (hasControlCharacters(daemon.commandLine)) { // no start command has them
-            untrusted.push_back(pid);
+            daemons.untrusted.push_back(pid);
             return std::nullopt;
         }
         return daemon;
@@ -176,9 +195,12 @@ std::string installedProgram() {
 Daemons findDaemons(const ServiceState& service, std::optional<int> named) {
     Daemons daemons;
     for (const int pid : named ? std::vector<int>{*named} : numbersIn("/proc")) {
-        if (auto daemon = examine(pid, service, named.has_value(), daemons.untrusted)) {
+        if (auto daemon = examine(pid, service, named.has_value(), daemons)) {
             daemons.trusted.push_back(std::move(*daemon));
         }
+    }
+    if (named && daemons.trusted.empty()) {
+        throw std::runtime_error("the process " + std::to_string(*named) + " cannot be examined");
     }
     std::sort(daemons.trusted.begin(), daemons.trusted.end(),
               [&](const Daemon& left, const Daemon& right) {

@@ -15,15 +15,17 @@
 struct Daemon {
     int pid = 0;
     ServiceUser user;
-    double startedAt = 0;             // seconds since 1970, by this machine's clock
-    bool isReplaced = false;          // its program file was replaced since it was started
-    CommandLine commandLine;          // with absolute paths
+    double startedAt = 0;    // seconds since 1970, by this machine's clock
+    bool isReplaced = false; // its program file was replaced since it was started
+    bool isForeign = false;  // another program or another network; only the caller names such
+    CommandLine commandLine; // with absolute paths
     std::vector<std::string> proxies; // the environment variables that libcurl reads: "name=value"
 };
 
 struct Daemons {
     std::vector<Daemon> trusted; // the daemon of the service manager first, then by age
     std::vector<int> untrusted;  // processes that run the installed program as another user
+    std::vector<int> elsewhere;  // the daemon in other network namespaces, such as of containers
 };
 
 // The installed program: "lora-veyra-server" in the directory of this program.
@@ -31,7 +33,8 @@ std::string installedProgram();
 
 // A process is the daemon if two conditions hold: its executable is the installed program, or a
 // deleted program file of root; and it runs as root, as the service user or as the caller. The
-// caller vouches for the process `named`: its executable is not checked.
+// caller vouches for the process `named`: its executable is not checked. Throws std::runtime_error
+// when the process `named` cannot be examined.
 Daemons findDaemons(const ServiceState& service, std::optional<int> named);
 
 // Replaces the proxy settings of this process by the daemon's.

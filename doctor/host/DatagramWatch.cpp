@@ -2,6 +2,7 @@
 
 #include "common/Clock.h"
 
+#include <arpa/inet.h>
 #include <array>
 #include <netinet/in.h>
 #include <string_view>
@@ -23,12 +24,18 @@ unsigned numberAt(std::string_view packet, std::size_t place) {
     return static_cast<unsigned>(high) << 8U | low;
 }
 
-// Calls `take` with the destination port and the payload of each datagram. With IPv4 the IP header
-// precedes the UDP header; with IPv6 it does not.
+std::string addressAt(std::string_view packet, std::size_t place) {
+    std::array<char, INET_ADDRSTRLEN> text{};
+    inet_ntop(AF_INET, packet.data() + place, text.data(), text.size());
+    return text.data();
+}
+
+// Calls `take` with the destination and the payload of each datagram. With IPv4 the IP header
+// precedes the UDP header; with IPv6 it does not, and the address is empty.
 template <typename Take>
 void drain(int descriptor, bool isIpv4, const Take& take) {
     constexpr std::size_t udpHeaderBytes = 8;
-    constexpr char loopbackNetwork = 127;
+    constexpr std::size_t destination = 16; // in the IP header
     constexpr std::uint64_t longestMs = 50;
     std::array<char, 2048> buffer{};
     ssize_t count = 0;
@@ -39,8 +46,9 @@ void drain(int descriptor, bool isIpv4, const Take& take) {
         const std::size_t ipBytes =
             isIpv4 ? (static_cast<unsigned char>(packet[0]) & 0xFU) * 4U : 0;
         const bool isWhole = packet.size() >= ipBytes + udpHeaderBytes;
-        if (isWhole && (!isIpv4 || packet[16] == loopbackNetwork)) {
-            take(static_cast<int>(numberAt(packet, ipBytes + 2)),
+        if (isWhole) {
+            take(isIpv4 ? addressAt(packet, destination) : "",
+                 static_cast<int>(numberAt(packet, ipBytes + 2)),
                  packet.substr(ipBytes + udpHeaderBytes));
         }
     }
@@ -54,15 +62,19 @@ DatagramWatch::DatagramWatch()
 
 const DatagramCounts& DatagramWatch::count(int port) {
     counts.areSeen = ipv4.get() >= 0;
-    drain(ipv4.get(), true, [&](int to, std::string_view payload) {
-        if (to == port) {
+    drain(ipv4.get(), true, [&](const std::string& address, int to, std::string_view payload) {
+        const bool isOwnAddress = address == "127.0.0.1";
+        const bool hasPath = payload.find("\"path\"") != std::string_view::npos;
+        if (to == port && isOwnAddress) {
             ++counts.atPort;
-        } else if (payload.find("\"path\"") != std::string_view::npos) {
-            ++counts.elsewhere[to];
+        } else if (hasPath && isOwnAddress) {
+            ++counts.atOtherPorts[to];
+        } else if (hasPath && to == port) {
+            ++counts.atOtherAddresses[address];
         }
     });
-    drain(ipv6.get(), false, [&](int to, std::string_view /*payload*/) {
-        if (to == port) {
+    drain(ipv6.get(), false, [&](const std::string&, int to, std::string_view payload) {
+        if (to == port && payload.find("\"path\"") != std::string_view::npos) {
             ++counts.atPortByIpv6;
         }
     });

@@ -5,12 +5,15 @@
 #include "host/Files.h"
 
 #include <map>
+#include <string>
 
 struct DatagramCounts {
-    bool areSeen = false;         // this user has permission to watch
-    int atPort = 0;               // IPv4, at the daemon's port
-    int atPortByIpv6 = 0;         // at [::1], where the daemon does not listen
-    std::map<int, int> elsewhere; // by port: datagrams with a "path" at other ports of 127.0.0.1
+    bool areSeen = false; // this user has permission to watch
+    int atPort = 0;       // at 127.0.0.1 and the daemon's port
+    // Datagrams with a "path" that the daemon does not receive.
+    int atPortByIpv6 = 0;                        // at its port, over IPv6
+    std::map<std::string, int> atOtherAddresses; // at its port, by IPv4 address
+    std::map<int, int> atOtherPorts;             // at 127.0.0.1, by port
 };
 
 class DatagramWatch {

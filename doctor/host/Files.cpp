@@ -28,6 +28,10 @@ ServiceUser userWithId(uid_t uid, gid_t gid) {
     return {uid, gid, entry->pw_name};
 }
 
+bool userExists(const std::string& name) {
+    return getpwnam(name.c_str()) != nullptr;
+}
+
 ServiceUser packagedUser() {
     const passwd* const entry = getpwnam("lora-veyra");
     if (entry == nullptr) {
@@ -43,7 +47,7 @@ ActingAs::ActingAs(const ServiceUser& user)
     if (!changed) {
         return;
     }
-    const bool hasName = getpwnam(user.name.c_str()) != nullptr;
+    const bool hasName = userExists(user.name);
     const int groups = hasName ? initgroups(user.name.c_str(), user.gid) : setgroups(0, nullptr);
     if (groups != 0 || setegid(user.gid) != 0 || seteuid(user.uid) != 0) {
         throw std::runtime_error("cannot act as the service user " + user.name);
@@ -88,6 +92,24 @@ std::string textOf(const std::string& path) {
 std::string linkTarget(const std::string& path) {
     std::error_code error;
     return fs::read_symlink(path, error);
+}
+
+bool onlyRootCanChange(const std::string& path) {
+    constexpr mode_t writableForOthers = S_IWGRP | S_IWOTH;
+    fs::path part;
+    for (const fs::path& name : fs::path(path)) {
+        part /= name;
+        struct stat status {};
+        if (lstat(part.c_str(), &status) != 0) {
+            return errno == ENOENT;
+        }
+        const bool isLink =
+            S_ISLNK(status.st_mode) || (S_ISREG(status.st_mode) && status.st_nlink > 1);
+        if (isLink || status.st_uid != 0 || (status.st_mode & writableForOthers) != 0) {
+            return false;
+        }
+    }
+    return true;
 }
 
 int accessError(const std::string& path, int mode) {

@@ -34,6 +34,8 @@ struct ServiceUser {
 
 ServiceUser userWithId(uid_t uid, gid_t gid);
 
+bool userExists(const std::string& name);
+
 // The user that the package creates; root if that user does not exist.
 ServiceUser packagedUser();
 
@@ -59,6 +61,10 @@ std::string textOf(const std::string& path);
 
 // The target of a symbolic link; empty when it cannot be read.
 std::string linkTarget(const std::string& path);
+
+// Whether only root can change what this path leads to: the existing part of it has no symbolic link
+// and belongs to root, and no other user can write there.
+bool onlyRootCanChange(const std::string& path);
 
 // Returns the errno that faccessat(2) would give the acting user for `path`; 0 if access is
 // permitted.

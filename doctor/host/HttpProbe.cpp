@@ -12,6 +12,7 @@
 #include <memory>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <stdexcept>
 #include <strings.h>
 #include <sys/socket.h>
 
@@ -74,8 +75,23 @@ curl_socket_t openSocket(HttpAnswer* answer, curlsocktype /*purpose*/, curl_sock
     return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
 }
 
+// libcurl write callback. Without it, libcurl writes the body to standard output.
+std::size_t discard(char* /*data*/, std::size_t size, std::size_t count, void* /*given*/) {
+    return size * count;
+}
+
+// The service user chooses the URL. With other protocols, libcurl would send standard input to the
+// server, or write to the terminal.
+void allowOnlyHttp(CURL* handle) {
+    if (curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https") != CURLE_OK) {
+        throw std::runtime_error("libcurl cannot restrict the protocols");
+    }
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, discard);
+}
+
 Handle makeHandle(ErrorText& error, long limitMs, HttpAnswer& answer) {
     Handle handle(curl_easy_init(), curl_easy_cleanup);
+    allowOnlyHttp(handle.get());
     curl_easy_setopt(handle.get(), CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle.get(), CURLOPT_QUICK_EXIT, 1L); // does not wait for a silent resolver
     curl_easy_setopt(handle.get(), CURLOPT_ERRORBUFFER, error.data());
@@ -114,8 +130,10 @@ HttpAnswer askCloud(const std::string& url, long limitMs) {
     HttpAnswer answer;
     ErrorText error{};
     const Handle handle = makeHead(url, error, limitMs, answer);
-    answer.isUnverified = !isVerified(url);
     answer.code = curl_easy_perform(handle.get());
+    const char* const scheme = infoOf<const char*>(handle, CURLINFO_SCHEME);
+    const bool isHttps = scheme != nullptr && strcasecmp(scheme, "https") == 0;
+    answer.isUnverified = !isHttps || !isVerified(url);
     if (answer.code != CURLE_OK) {
         answer.error = error[0] == 0 ? curl_easy_strerror(answer.code) : error.data();
         answer.systemError = static_cast<int>(infoOf<long>(handle, CURLINFO_OS_ERRNO));

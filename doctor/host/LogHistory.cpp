@@ -1,5 +1,6 @@
 #include "host/LogHistory.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <optional>
 #include <sstream>
@@ -126,7 +127,8 @@ void addRecord(LogHistory& history, const Record& record) {
         return;
     }
     if (*kind == Kind::DROPPED) {
-        const auto backoffMs = numberAfter(record.text, "backoff ");
+        constexpr unsigned long long longestMs = 3600000; // a wrapped number may stand there
+        const auto backoffMs = std::min(numberAfter(record.text, "backoff "), longestMs);
         history.openUntil = record.time + static_cast<std::time_t>(backoffMs / 1000);
     }
     LogHistory::Event& event = history.events[*kind];
@@ -145,21 +147,40 @@ bool isStart(const Record& record, std::time_t runningSince) {
 
 } // namespace
 
+std::time_t LogHistory::currentSuccessAt() const {
+    for (const Kind kind : {Kind::TRANSFER_FAILED, Kind::STATUS_REFUSED, Kind::DROPPED}) {
+        const auto event = events.find(kind);
+        if (event != events.end() && event->second.last >= lastSuccessAt) {
+            return 0;
+        }
+    }
+    return lastSuccessAt;
+}
+
 LogHistory readLogHistory(const std::string& text, std::time_t now, std::time_t runningSince) {
     LogHistory history;
     std::time_t previousAt = 0;
+    std::time_t latestAt = 0;
+    std::time_t firstAt = 0;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
         const auto record = parseRecord(line);
         if (record && record->time <= now) {
-            // Once the start of the running daemon was seen, another one can only be forged.
-            const bool isCurrent = runningSince != 0 && history.startedAt >= runningSince - 1;
+            // Once the start of the running daemon or a later record was seen, another start can
+            // only be forged.
+            const bool isCurrent = runningSince != 0 && (history.startedAt >= runningSince - 1 ||
+                                                         latestAt > runningSince + 1);
             if (!isCurrent && isStart(*record, runningSince)) {
                 beginRun(history, *record, previousAt, now);
             }
             addRecord(history, *record);
+            if (firstAt == 0) {
+                firstAt = record->time;
+            }
             previousAt = record->time;
+            latestAt = std::max(latestAt, record->time);
         }
     }
+    history.firstAt = firstAt;
     return history;
 }

@@ -28,6 +28,7 @@ struct LogHistory {
     std::map<Kind, Event> events;
     std::string lastError;
     std::time_t lastErrorAt = 0;
+    std::time_t firstAt = 0;        // the first record of the text
     std::time_t startedAt = 0;      // 0: the start is not in the text
     std::time_t lastSuccessAt = 0;  // of a request; seen at the log level TRACE only
     std::time_t openUntil = 0;      // of the circuit breaker; 0: it was not open
@@ -35,6 +36,9 @@ struct LogHistory {
     int rebuilds = 0;               // of the connection to the broker, including the normal one
     int recentStarts = 0;           // starts within 3 minutes that did not follow a stop
     bool isStopped = false;         // the last run ended with a stop record
+
+    // The last success of a request, if no request has failed since; else 0.
+    std::time_t currentSuccessAt() const;
 };
 
 // `text` is the end of a log file; `now` is the time of this machine. A start record that is later

@@ -59,20 +59,20 @@ void onMessage(mosquitto* /*client*/, void* given, const mosquitto_message* mess
 
 } // namespace
 
-std::vector<HostAddress> tryAddresses(const BrokerAddress& broker, long limitMs) {
+AddressTrial tryAddresses(const BrokerAddress& broker, long limitMs) {
     constexpr long addressMs = 2000;
     const std::uint64_t endMs = monotonicMillis() + static_cast<std::uint64_t>(limitMs);
-    std::vector<HostAddress> tried;
     const Resolution resolution = resolveWithin(broker.host, broker.port, limitMs - addressMs);
+    AddressTrial trial{resolution.error, {}};
     const addrinfo* address = resolution.list.get();
     while (address != nullptr && monotonicMillis() < endMs) {
-        tried.push_back({numericText(*address), tryConnect(*address, addressMs)});
+        trial.tried.push_back({numericText(*address), tryConnect(*address, addressMs)});
         address = address->ai_next;
-        if (tried.back().error == 0) {
+        if (trial.tried.back().error == 0) {
             break;
         }
     }
-    return tried;
+    return trial;
 }
 
 MqttProbe::MqttProbe(int protocol)
@@ -86,6 +86,7 @@ MqttProbe::MqttProbe(int protocol)
     mosquitto_subscribe_callback_set(
         client.get(), [](mosquitto*, void* given, int id, int count, const int* granted) {
             if (id == probeOf(given).keepaliveMessageId) {
+                probeOf(given).isSubscribed = true;
                 probeOf(given).isDenied = count < 1 || granted[0] >= 128;
             }
         });

@@ -18,10 +18,14 @@ struct HostAddress {
     int error = 0;    // errno of connecting to it; 0: it accepts connections
 };
 
+struct AddressTrial {
+    int resolverError = 0;          // of getaddrinfo(3), such as EAI_NONAME; EAI_AGAIN also in time
+    std::vector<HostAddress> tried; // empty when the name could not be resolved
+};
+
 // Tries the addresses of the host in the order in which the daemon tries them, up to the first one
-// that accepts a connection. Each attempt takes at most 2 s, all together at most `limitMs`. Empty
-// when the name could not be resolved.
-std::vector<HostAddress> tryAddresses(const BrokerAddress& broker, long limitMs);
+// that accepts a connection. Each attempt takes at most 2 s, all together at most `limitMs`.
+AddressTrial tryAddresses(const BrokerAddress& broker, long limitMs);
 
 class MqttProbe {
   public:
@@ -45,7 +49,8 @@ class MqttProbe {
     // The responses of the broker.
     std::optional<int> connack;       // its return code
     std::optional<int> publishResult; // its MQTT 5 reason code
-    bool isDenied = false;            // the subscription to the keepalive
+    bool isSubscribed = false;        // the broker has answered the subscription to the keepalive
+    bool isDenied = false;            // with a denial
     bool keepaliveWasSeen = false;
     bool replyWasSeen = false;
 

@@ -125,6 +125,7 @@ ProcessStatus readProcessStatus(int pid) {
     }
     status.state = *fields["State"].c_str();
     status.tracerPid = static_cast<int>(numberIn(fields["TracerPid"]));
+    status.parentPid = static_cast<int>(numberIn(fields["PPid"]));
     status.uid = static_cast<uid_t>(secondNumberIn(fields["Uid"]));
     const std::string user = std::to_string(status.uid);
     status.hasOneUser = fields["Uid"] == user + "\t" + user + "\t" + user + "\t" + user;
@@ -195,8 +196,12 @@ bool isStarting(const Look& look) {
     return look.status.threads == 1;
 }
 
-int ownerOf(std::uint64_t inode) {
+int ownerOf(std::uint64_t inode, long limitMs) {
+    const std::uint64_t endMs = monotonicMillis() + static_cast<std::uint64_t>(limitMs);
     for (const int pid : numbersIn("/proc")) {
+        if (monotonicMillis() >= endMs) {
+            return 0;
+        }
         if (socketInodesOf(pid).count(inode) != 0) {
             return pid;
         }

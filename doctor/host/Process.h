@@ -20,6 +20,7 @@ struct ProcessStatus {
     bool hasOneUser = false; // its real, effective, saved and file system user are the same
     char state = 0;          // as in proc(5): S sleeping, T stopped, t traced, D in the kernel
     int tracerPid = 0;
+    int parentPid = 0;
     uid_t uid = 0; // effective
     gid_t gid = 0;
     std::uint64_t threads = 0;
@@ -72,8 +73,9 @@ Look lookAt(int pid);
 // Whether the daemon has not started its broker worker yet: it waits for its first connection.
 bool isStarting(const Look& look);
 
-// The process that holds the socket; 0 when the doctor cannot find it. Looks through all processes.
-int ownerOf(std::uint64_t inode);
+// The process that holds the socket; 0 when the doctor cannot find it within `limitMs`. Looks through
+// all processes.
+int ownerOf(std::uint64_t inode, long limitMs);
 
 // Whether the address means 127.0.0.1 or includes it.
 bool coversLoopback(const std::string& kernelAddress);

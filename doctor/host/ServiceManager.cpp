@@ -15,10 +15,7 @@ namespace {
 
 constexpr const char* unitName = "lora-veyra-server.service";
 constexpr const char* initScript = "/etc/init.d/lora-veyra-server";
-
-bool systemdRuns() {
-    return access("/run/systemd/system", F_OK) == 0;
-}
+constexpr const char* scriptUser = "lora-veyra";
 
 // Without systemd the init script starts the daemon, so the unit must be ignored.
 bool unitCounts() {
@@ -30,7 +27,7 @@ std::string askSystemd() {
     const std::unique_ptr<FILE, int (*)(FILE*)> output(
         popen( // NOLINT(cert-env33-c): the command is fixed
             "exec /usr/bin/env -i /usr/bin/timeout 3 /usr/bin/systemctl show "
-            "--property=MainPID,Result lora-veyra-server.service 2>/dev/null",
+            "--property=MainPID,Result,LoadState lora-veyra-server.service 2>/dev/null",
             "re"),
         pclose);
     std::string text;
@@ -80,11 +77,11 @@ std::string unitText() {
     return unit + dropIns;
 }
 
-// The configuration file in a start command; empty when it has none.
-std::string configurationOf(const std::string& command) {
+// The value of an option such as -c in a start command; empty when it has none.
+std::string optionOf(const std::string& command, const std::string& option) {
     std::istringstream words(command);
     std::string word;
-    while (words >> word && word != "-c") {
+    while (words >> word && word != option) {
     }
     words >> word;
     return words.fail() ? "" : word;
@@ -92,19 +89,28 @@ std::string configurationOf(const std::string& command) {
 
 } // namespace
 
+bool systemdRuns() {
+    return access("/run/systemd/system", F_OK) == 0;
+}
+
 ServiceState readServiceState() {
     ServiceState state;
     if (systemdRuns()) {
         const std::string answer = askSystemd();
         state.mainPid = numberIn(lastValue(answer, "MainPID"));
         state.result = lastValue(answer, "Result");
+        state.isMasked = lastValue(answer, "LoadState") == "masked";
     } else {
         state.mainPid = numberIn(textOf("/run/lora-veyra-server.pid"));
     }
     if (unitCounts()) {
         const std::string unit = unitText();
         state.user = lastValue(unit, "User");
-        state.configurationFile = configurationOf(lastValue(unit, "ExecStart"));
+        const std::string start = lastValue(unit, "ExecStart");
+        state.configurationFile = optionOf(start, "-c");
+        state.logFile = optionOf(start, "-l");
+    } else {
+        state.user = scriptUser;
     }
     return state;
 }

@@ -9,11 +9,15 @@ struct ServiceState {
     int mainPid = 0;
     std::string user;
     std::string configurationFile; // of the start command
+    std::string logFile;           // of the start command
     std::string result;            // how the last run ended, such as "oom-kill" or "success"
+    bool isMasked = false;         // systemd refuses to start it
 };
 
 // Waits 3 s at most for systemd.
 ServiceState readServiceState();
+
+bool systemdRuns();
 
 // The command that restarts (or with another word, such as "start", starts) the service here.
 std::string serviceCommand(const std::string& word);

@@ -57,7 +57,8 @@ bool isHarmless(std::uint32_t character) {
                              (character >= 0x205F && character <= 0x206F) || character == 0x61C;
     const bool isSpace = character == 0xA0 || character == 0xAD || character == 0x1680 ||
                          character == 0x2800 || character == 0x3000 || character == 0x3164 ||
-                         character == 0xFEFF;
+                         character == 0xFEFF || character == 0xFFA0 || character == 0x34F ||
+                         character == 0x115F || character == 0x1160 || character == 0x180E;
     return !isControl && !isDirection && !isSpace;
 }
 
@@ -97,11 +98,11 @@ std::string masked(const std::string& text) {
     if (at == std::string::npos) {
         return text;
     }
-    const auto scheme = text.find("//");
+    const auto scheme = text.find("://");
     if (scheme > at) {
         return "***" + text.substr(at);
     }
-    return text.substr(0, scheme + 2) + "***" + text.substr(at);
+    return text.substr(0, scheme + 3) + "***" + text.substr(at);
 }
 
 std::string utcText(std::time_t time) {

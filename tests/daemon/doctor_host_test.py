@@ -226,11 +226,22 @@ class DoctorOnProcess(DoctorTest):
 
     @skipIf(IS_EMULATED, "the test would trace the emulator")
     def test_names_the_debugger_of_the_daemon(self) -> None:
+        daemon = self.testbed.start_ready_daemon()
+        attach = f"import ctypes; ctypes.CDLL(None).ptrace(16, {daemon.proc.name}, 0, 0)"
+        tracer = Process(["/usr/bin/python3", "-c", attach + "; import time; time.sleep(60)"],
+                         self.testbed.folder, "tracer")
+        self.assertTrue(eventually(lambda: daemon.status("TracerPid")))
+        report = self.expect_bad("alive.traced", says=f"process {tracer.proc.name} \\(")
+        self.assertIn(f"kill {tracer.proc.name}", report.finding("alive.traced")["fix"])
+        tracer.kill()
+
+    @skipIf(IS_EMULATED, "the test would trace the emulator")
+    def test_ends_no_parent_that_traces_the_daemon(self) -> None:
         pid = int(self.testbed.start_ready_daemon().proc.name)
         libc = ctypes.CDLL(None, use_errno=True)
         self.assertEqual(libc.ptrace(16, pid, 0, 0), 0)  # PTRACE_ATTACH
-        self.assertIn(f"process {os.getpid()} (", self.expect_bad(
-            "alive.traced").finding("alive.traced")["cause"])
+        fix = self.expect_bad("alive.traced").finding("alive.traced")["fix"]
+        self.assertEqual(fix, f"End the daemon:\nkill -KILL {pid}")
         libc.ptrace(17, pid, 0, 0)  # PTRACE_DETACH
 
     def test_tells_a_deadlocked_daemon_from_one_that_waits(self) -> None:

@@ -66,7 +66,7 @@ class DoctorOnCloud(DoctorTest):
         self.testbed.cloud.close()
         self.expect("cloud.unreachable", says=r"Connection refused \(tried .*127.0.0.1")
         with socket.create_server(("127.0.0.1", CLOUD_PORT)):
-            self.expect("cloud.no-tls", says="does not answer the TLS handshake")
+            self.expect("cloud.no-tls", says="no TLS handshake took place")
         with HTTPServer(("127.0.0.1", CLOUD_PORT), BaseHTTPRequestHandler) as plain:
             threading.Thread(target=plain.serve_forever, daemon=True).start()
             self.expect("cloud.no-tls", says="does not speak TLS")
@@ -85,13 +85,15 @@ class DoctorOnCloud(DoctorTest):
         self.testbed.configuration["network"]["veyraServer"] = "https://cloud.invalid/api/"
         self.testbed.configuration["mqtt"]["host"] = "broker.invalid"
         self.stop_daemon()
-        for code, finding in ((3, "unresolved"), (2, "dns-failed"), (None, "dns-silent")):
+        cases = [(3, "unresolved", "unresolved"), (2, "dns-failed", "dns-failed"),
+                 (None, "dns-silent", "dns-failed")]
+        for code, finding, broker in cases:
             with self.subTest(finding=finding), name_server(self.testbed.folder, code):
                 start = time.monotonic()
                 report = self.examine("--publish", "--sign", "m1/x")
                 self.assertLess(time.monotonic() - start, 20)
-                self.assertEqual(report.bad() - {"alive.not-running"},
-                                 {f"cloud.{finding}", "broker.unresolved"})
+                self.assertIn(f"cloud.{finding}", report.bad())
+                self.assertIn(f"broker.{broker}", report.outcomes())
                 self.assertIn({"check": "signature", "needs": "cloud"}, report.data["skipped"])
 
     def test_judges_the_response(self) -> None:
@@ -109,7 +111,7 @@ class DoctorOnCloud(DoctorTest):
                 self.testbed.cloud.head = answer
                 self.expect(finding, says=says)
         elsewhere = Answer(301, headers={"Location": "/x"})
-        lower = Answer(500, headers={"date": "Sun, 22 Nov 2020 00:00:00 GMT"})
+        lower = Answer(500, headers={"date": "Sat, 22 Nov 2025 00:00:00 GMT"})
         self.testbed.cloud.head = lower
         self.expect("clock.wrong")
         for answer in (Answer(404, headers=html), Answer(401), Answer(500), elsewhere):
