@@ -8,7 +8,8 @@
 namespace {
 
 constexpr const char* findOthers =
-    "Find out who starts it, and stop it: ps -o pid,user,args -C lora-veyra-server";
+    "Stop this process, and find out who starts it. To see the processes:\n"
+    "ps -o pid,user,args -C lora-veyra-server";
 constexpr const char* findCause = "See the daemon's last records: journalctl -u lora-veyra-server";
 
 std::string lastErrorOf(const Gateway& gateway) {
@@ -45,7 +46,7 @@ Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
         return bad(
             "alive.killed", subject,
             "The daemon is not running. It was killed or it aborted: its log has no stop record.",
-            start + "\nSee why: journalctl -u lora-veyra-server");
+            start + "\nTo see the reason: journalctl -u lora-veyra-server");
     }
     if (!error.empty()) {
         return bad("alive.not-running", subject, "The daemon is not running." + error,

@@ -24,7 +24,8 @@ void judgeProgram(const Gateway& gateway, Findings& found) {
                 "A user other than the service user also runs the daemon's program, in " +
                     counted(static_cast<long long>(others.size()), "process") +
                     " that the service did not start.",
-                "Find out who starts it, and stop it: ps -o pid,user,args -C lora-veyra-server"));
+                "Stop this process, and find out who starts it. To see the processes:\n"
+                "ps -o pid,user,args -C lora-veyra-server"));
     }
 }
 
