@@ -24,8 +24,8 @@ struct Gateway {
     // The fix for missing permissions: "run as root". Empty when the caller is root.
     std::string rightsHint() const;
 
-    // Whether a fix may tell root to run a command on this path. True for a path of the package or
-    // of the caller, false for a path that a process of the service user chose.
+    // Whether a fix may tell root to run a command on this path. True for a path of the package and
+    // for a path that the caller named. False for a path that a process of the service user chose.
     bool isOwnPath(const std::string& path) const;
 
     // Reads a file as the service user. Returns errno, or 0.

@@ -42,7 +42,7 @@ Json::Value makeRoot() {
     return root;
 }
 
-// At most `room` bytes of the word, without a part of a UTF-8 sequence.
+// How many bytes of the word fit into `room` bytes if no UTF-8 sequence is split.
 std::size_t wholeCharacters(const std::string& word, std::size_t room) {
     while (room > 0 && (static_cast<unsigned char>(word[room]) & 0xC0U) == 0x80) {
         --room;
@@ -81,7 +81,7 @@ void printText(const std::string& start, const std::string& text) {
     }
 }
 
-// Each line of a fix, such as a command, on a line of its own.
+// Prints each line of a fix, such as a command, on a line of its own.
 void printLines(std::string start, const std::string& text) {
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {

@@ -152,7 +152,7 @@ LogHistory readLogHistory(const std::string& text, std::time_t now, std::time_t 
     for (std::string line; std::getline(lines, line);) {
         const auto record = parseRecord(line);
         if (record && record->time <= now) {
-            // Once the start of the running daemon was seen, another one can only be forged.
+            // After the start of the running daemon, any other start record is forged.
             const bool isCurrent = runningSince != 0 && history.startedAt >= runningSince - 1;
             if (!isCurrent && isStart(*record, runningSince)) {
                 beginRun(history, *record, previousAt, now);

@@ -15,5 +15,5 @@ struct ServiceState {
 // Waits 3 s at most for systemd.
 ServiceState readServiceState();
 
-// The command that restarts (or with another word, such as "start", starts) the service here.
+// The command that controls the service on this machine. `word` is the action, such as "restart".
 std::string serviceCommand(const std::string& word);
