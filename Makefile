@@ -8,7 +8,7 @@ PYTHON = $(shell git ls-files '*.py')
 SCRIPTS = $(shell git ls-files '*.sh' .ci/run 'packaging/*.init.in' 'packaging/debian/p*')
 # Functions that only glibc has. Only common/Memory.cpp may call them.
 GLIBC_ONLY := mallopt|mallinfo|malloc_(trim|info|stats)|gnu_get_|__GLIBC|backtrace_symbols|execinfo\.h
-# Most tests wait for a broker or a timer, so they run well beyond the number of cores.
+# Most tests wait for a broker or a timer, so many more tests than cores can run at the same time.
 TEST_JOBS ?= 24
 
 .PHONY: help deps build test demo run lint format loc clean asan tsan

@@ -1,5 +1,5 @@
-// baseline-json: the lowest cost of the bridge's work with the same libraries. It parses and signs
-// each datagram, POSTs it on one handle whose options are set once, and parses and writes the
+// baseline-json does the bridge's work with the same libraries at the lowest cost. It parses and
+// signs each datagram, POSTs it on one handle whose options are set once, and parses and writes the
 // response. A second thread polls a queue every 10 ms and publishes the replies. It does not
 // validate, log or supervise anything, and runs until a signal ends it. It shares no code with the
 // daemon, so that they have no common overhead.
@@ -62,8 +62,8 @@ std::size_t append(char* data, std::size_t size, std::size_t count, std::string*
     return size * count;
 }
 
-// The same binding of the broker library as in the daemon: it formats a text for every packet,
-// which is not a cost of the daemon's own code.
+// Uses mosquittopp, like the daemon. mosquittopp formats a text for every packet. If the baseline
+// did not use it, this time would count as a cost of the daemon's own code.
 class Broker : public mosqpp::mosquittopp {
   public:
     Broker(const char* host, int port) {

@@ -1,8 +1,8 @@
 """Compares the daemon with a baseline program: `python3 -m bench.benchmark SLICES`.
 
-Must run below testbed/run.sh. Both programs get the same datagrams, the same broker and the same
-cloud, which is nginx with one static response. They are measured in turns, so that other load on
-the machine affects both. The tables are Markdown.
+testbed/run.sh must start this program. Both programs get the same datagrams, the same broker and
+the same cloud, which is nginx with one static response. They are measured alternately, so that
+other load on the machine affects both. The tables are Markdown.
 """
 
 # The measured program and the cloud share one core, as on a small gateway. Everything else uses the
@@ -161,7 +161,7 @@ class Benchmark:
         testbed.start_broker(BROKER)
         testbed.configuration["log"]["level"] = 30
         testbed.configuration["network"]["veyraServer"] = BASE_URL
-        # Its relative paths refer to the directory of the test environment.
+        # The relative paths in nginx.conf refer to the directory of the test environment.
         file = shutil.copy(Path(__file__).with_name("nginx.conf"), testbed.folder)
         os.sched_setaffinity(0, MEASURED)
         nginx = [find_program("nginx"), "-e", "stderr", "-p", testbed.folder, "-c", file]
@@ -230,7 +230,7 @@ class Benchmark:
         row("daemon / baseline-json", ratios(rate), ratios(cpu), "", "", "")
 
     def instructions(self) -> None:
-        """The difference of two runs of different length, which excludes start and stop."""
+        """Compares a long run with a short one, so that start and stop are not counted."""
         head("instructions per datagram", "daemon", "baseline-json", "ratio")
         for size in DATAGRAMS_PER_BURST:
             daemon, baseline = (self.counted(subject, size) for subject in self.subjects)

@@ -1,7 +1,7 @@
 """Runs the daemon under steady load while its peers fail.
 
-`python3 -m bench.soak MINUTES SEED PLOT` must run below testbed/run.sh. It prints tables and draws
-the resident memory over time into PLOT. The exit status is 0 if all checks passed.
+testbed/run.sh must start `python3 -m bench.soak MINUTES SEED PLOT`. It prints tables and draws the
+resident memory over time into PLOT. The exit status is 0 if all checks passed.
 """
 
 import math
@@ -31,7 +31,7 @@ FAILURE_DETAILS = "CURL call to Server failed - |POST failed CODE:"
 OTHER = ""
 RECORDS = re.compile(f"Z (?:ERROR|WARNING) ({REJECTED}|{REFUSED}|{FAILED}|{FAILURE_DETAILS}|)")
 DISCONNECTED = re.compile("(.*Z) DEBUG MQTT disconnected ")
-# In the broker's log, with the flag of a repeated message.
+# A record in the broker's log. The group is the flag DUP, which is 1 if a message is repeated.
 PUBLISHED = re.compile(r"Received PUBLISH from VEYRA_SERVER \(d(\d).*'lora/veyra',")
 # In /proc/PID/smaps: a mapping of 32 KiB after a guard page of 4 KiB is the worker's stack. The
 # group is its resident part.
@@ -57,7 +57,7 @@ class Soak:
     def __init__(self, testbed: TestEnvironment, seed: int) -> None:
         self.testbed, self.chance = testbed, random.Random(seed)
         self.sent = self.sent_broken = 0
-        self.published: Counter[str] = Counter()  # by the flag of a repeated message
+        self.published: Counter[str] = Counter()  # by the flag DUP
         self.resident_kib: list[int] = []  # one sample a second
         self.loading = True
         testbed.configuration["mqtt"]["host"] = "localhost"  # makes the worker use the resolver
@@ -77,7 +77,7 @@ class Soak:
         self.published.update(PUBLISHED.findall(log))
 
     def block_echo(self, blocked: bool) -> None:
-        """While it is blocked, the broker accepts keepalives and does not deliver them."""
+        """While the echo is blocked, the broker accepts keepalives, but does not deliver them."""
         only = "topic readwrite lora/veyra\ntopic write lora/veyra_keepalive\n"
         self.acl.write_text(only if blocked else "topic readwrite lora/#\n")
         if self.testbed.broker:

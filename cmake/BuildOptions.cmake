@@ -3,7 +3,7 @@
 set(VEYRA_SANITIZE "" CACHE STRING "Sanitizers to build with, such as address,undefined or thread")
 
 if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
-  message(STATUS "No build type was given: Release")
+  message(STATUS "No build type was given; using Release")
   set(CMAKE_BUILD_TYPE Release CACHE STRING "Debug, Release, RelWithDebInfo or MinSizeRel" FORCE)
 endif()
 
@@ -23,7 +23,7 @@ target_compile_options(veyra-options INTERFACE
 # On 32-bit targets too, timestamps must be correct after 2038 and logs may exceed 2 GiB.
 target_compile_definitions(veyra-options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 
-# The same sources give the same bytes, at any place and time of the build. The installation
+# The same sources give the same bytes, wherever and whenever they are built. The installation
 # overwrites the search path of a program in place, so the length of the old path must not depend on
 # the build directory.
 target_compile_options(veyra-options INTERFACE -Wdate-time

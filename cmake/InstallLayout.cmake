@@ -22,8 +22,8 @@ else()
   set(VEYRA_UNIT_LOG_SETTINGS "LogsDirectory=${logsDirectory}\nLogsDirectoryMode=0750")
 endif()
 
-# A private directory, so that the gateway's platform library can replace this one without an effect
-# on other programs.
+# The platform library is in a private directory, so that the gateway's own library can replace it
+# without an effect on other programs.
 set(privateLibraries ${CMAKE_INSTALL_LIBDIR}/${PROJECT_NAME})
 set(VEYRA_PRIVATE_LIBRARIES ${CMAKE_INSTALL_FULL_LIBDIR}/${PROJECT_NAME})
 cmake_path(RELATIVE_PATH VEYRA_PRIVATE_LIBRARIES BASE_DIRECTORY ${CMAKE_INSTALL_FULL_SBINDIR}

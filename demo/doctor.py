@@ -23,7 +23,7 @@ def main() -> int:
 
         testbed.cloud.close()
         testbed.cloud = testbed.make_cloud("stranger")
-        testbed.start_ready_daemon()  # without its connection to the cloud before
+        testbed.start_ready_daemon()  # its connection to the old cloud must not be reused
         testbed.send(check_in())
         examine("The cloud's certificate is from an unknown CA.")
 

@@ -1,7 +1,7 @@
 """Follows datagrams through the daemon on one machine: `python3 -m demo.run`.
 
-Must run below testbed/run.sh. It sends three datagrams to the daemon, with a real MQTT broker and a
-mock cloud, and prints each step. The exit status is 0 if all checks passed.
+testbed/run.sh must start this program. It sends three datagrams to the daemon, with a real MQTT
+broker and a mock cloud, and prints each step. The exit status is 0 if all checks passed.
 """
 
 import json

@@ -17,7 +17,7 @@ in_document() {
 
 if ! differences=$(diff <(in_code) <(in_document)); then
     sed -n -e 's/^< /docs\/check-findings.sh: doctor.md has no row for: /p' \
-        -e 's/^> /docs\/check-findings.sh: doctor.md has a row too many for: /p' \
+        -e 's/^> /docs\/check-findings.sh: doctor.md has a row for an unknown id: /p' \
         <<<"$differences" >&2
     exit 1
 fi

@@ -2,10 +2,10 @@
 """Compares the documents with the sources of the program.
 
 - protocol.md: runs the worked example of the token. Every token, timestamp and path in the document
-  must be the one of the example.
+  must be the same as in the example.
 - operations.md: every log record in src/ must have a table row with its level and its text, and
   every such row must have its record in src/.
-- CHANGELOG.md: the newest version must be the one of CMakeLists.txt.
+- CHANGELOG.md: the newest version must be the version in CMakeLists.txt.
 
 Prints the differences. Exit status 1 if there are any.
 """
@@ -82,7 +82,7 @@ def check_records() -> list[str]:
             faults.append(f"operations.md has no ERROR row with: {part}")
     for row in sorted(rows - records):
         if not row.startswith("ERROR ") or not any(part in row for part in parts):
-            faults.append(f"operations.md has a row that src does not print: {row}")
+            faults.append(f"operations.md has a row for a record that src does not write: {row}")
     return faults
 
 

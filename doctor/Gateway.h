@@ -24,9 +24,9 @@ struct Gateway {
     // The fix for missing permissions: "run as root". Empty when the caller is root.
     std::string rightsHint() const;
 
-    // Whether a fix may tell root to run a command on this path. True for a path of the package or
-    // of the caller where only root can put another file or a link, false for a path that a process of
-    // the service user chose.
+    // Whether a fix may tell root to run a command on this path. True for a path of the package and
+    // for a path that the caller named, if only root can change what the path leads to. False for a
+    // path that a process of the service user chose.
     bool isOwnPath(const std::string& path) const;
 
     // Whether the service user may enter the directory of this file.

@@ -11,7 +11,7 @@ const char* const usageText =
     "Finds out what is wrong with this gateway. Run it as root.\n"
     "  -c, -l, --var-run  the files of lora-veyra-server; without these options the\n"
     "                     files of the running daemon, or those of the package\n"
-    "  --pid PID          examine this process, for example in a container\n"
+    "  --pid PID          examine this process, for example one in a container\n"
     "  --alive            only check whether the daemon runs and works\n"
     "  --json             print one JSON object\n"
     "  --publish          also publish one message on lora/veyra\n"

@@ -53,7 +53,7 @@ std::string shown(const std::string& text) {
     return printable(text);
 }
 
-// At most `room` bytes of the word, without a part of a UTF-8 sequence.
+// How many bytes of the word fit into `room` bytes if no UTF-8 sequence is split.
 std::size_t wholeCharacters(const std::string& word, std::size_t room) {
     while (room > 0 && (static_cast<unsigned char>(word[room]) & 0xC0U) == 0x80) {
         --room;

@@ -26,7 +26,7 @@ int lateOutput = STDERR_FILENO;
 // A call that blocks in the kernel, such as a read from a dead network drive, must not block the
 // doctor. With --json no line was printed before, so the output is still one object.
 void limitRun(bool asJson) {
-    lateText = Report::failure(asJson, "not finished after 25 s");
+    lateText = Report::failure(asJson, "the doctor did not finish within 25 s");
     if (asJson) {
         lateOutput = STDOUT_FILENO;
     }

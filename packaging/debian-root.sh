@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# debian-root.sh OPTION... TARGET: mmdebstrap with the release and the mirror of this machine.
+# debian-root.sh OPTION... TARGET: runs mmdebstrap with the release and the mirror of this machine.
 #
 # Uses only the original release without its updates: the interfaces of its libraries never change,
 # and mirrors rarely have the same updates.
@@ -18,7 +18,7 @@ debianSources() {
 }
 
 sources=$(debianSources)
-if [[ -z $sources ]]; then # the lists of an image are often empty
+if [[ -z $sources ]]; then # container images often have no package lists
     as_root=()
     [[ $(id -u) -eq 0 ]] || as_root=(sudo)
     "${as_root[@]}" apt-get update -q >&2

@@ -2,8 +2,8 @@
 # make-packages.sh JOBS: builds the Debian packages for the architectures of cmake/targets.list in
 # build-packages, checks them, and lists their SHA-256 sums in SHA256SUMS.
 #
-# Two builds of the same commit give the same bytes: all times are the commit's, or
-# SOURCE_DATE_EPOCH.
+# Two builds of the same commit give the same bytes: every file has the time of the commit, or
+# SOURCE_DATE_EPOCH if it is set.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# show-sizes.sh BUILD: prints the sizes, stripped, of the files in the package of a build directory.
+# show-sizes.sh BUILD: strips the programs and the library of a build directory and prints their
+# sizes.
 set -euo pipefail
 
 build=$(realpath "$1")

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# test-cross.sh ARCHITECTURE JOBS: runs the tests on another instruction set: the decision tests as
-# emulated programs, and the daemon's and the doctor's tests as native programs with both emulated.
+# test-cross.sh ARCHITECTURE JOBS: runs the tests on another instruction set. The decision tests are
+# emulated. The tests of the daemon and the doctor run natively and start the emulated daemon and
+# the emulated doctor.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # test-packages.sh [ARCHITECTURE]: tests installation, upgrade and removal of a package of
 # build-packages, in a clean Debian root that is deleted afterwards. Without an argument, tests the
-# package for this machine and the package for armhf; the latter only if the kernel can emulate it.
+# package for this machine, and the package for armhf if the kernel can run armhf programs.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 

@@ -12,8 +12,8 @@
 #   expired.pem, expired.key       signed by ca.pem, for localhost, expired
 #   future.pem, future.key         signed by ca.pem, for localhost, not yet valid
 #   alone.pem, alone.key           signed by its own key
-#   expired-ca.pem                 as ca.pem with the same key, expired
-#   impostor.pem                   as ca.pem with another key
+#   expired-ca.pem                 like ca.pem, with the same key, but expired
+#   impostor.pem                   like ca.pem, but with another key
 set -euo pipefail
 
 readonly days=3

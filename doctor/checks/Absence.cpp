@@ -110,7 +110,7 @@ Finding judgeAbsence(const Gateway& gateway) {
         return bad("alive.other-user", subject,
                    "The program runs as a user other than " + gateway.user.name + ": " +
                        describeProcess(pid) + ". This process is not the daemon of the service.",
-                   "Find out who starts it, and stop it:" +
+                   "Stop this process, and find out who starts it. To see the processes:" +
                        command("ps -o pid,user,args -C lora-veyra-server") +
                        "\nStart the service:" + command(serviceCommand("start")));
     }

@@ -1,4 +1,5 @@
-// Whether the cloud responds as the daemon requires. An unsigned HEAD request on the API prefix.
+// Whether the cloud responds as the daemon requires. Sends an unsigned HEAD request to the API
+// prefix.
 #include "checks/Checks.h"
 #include "checks/CloudCertificate.h"
 #include "cloud/CloudRequest.h"

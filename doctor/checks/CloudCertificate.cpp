@@ -69,12 +69,13 @@ Finding judgeIssuer(const Refusal& refusal) {
     if (refusal.trusted.size() > 1 || isExpected) {
         return bad(
             "cloud.ca-missing", refusal.url,
-            "The CA certificate " + issuer +
-                ", which issued the server's certificate, is "
+            "The CA " + issuer +
+                " issued the server's certificate. The certificate of this CA is "
                 "missing from the CA file." +
                 file + ".",
-            thenRestart(std::string("Ask the operator of the cloud which CA is correct. A proxy "
-                                    "may have issued the certificate. If no proxy issued it: ") +
+            thenRestart(std::string("Ask the operator of the cloud whether this CA is correct. If "
+                                    "not, a proxy may have issued the server's certificate. If "
+                                    "the CA is correct: ") +
                         install));
     }
     if (refusal.chain.size() == 1 && top.subject != top.issuer && !isIssuerKnown(top)) {

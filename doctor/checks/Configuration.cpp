@@ -138,9 +138,9 @@ std::string thenRestart(const std::string& fix) {
 
 std::string seeWhy() {
     if (systemdRuns()) {
-        return "See why:" + command("journalctl -u lora-veyra-server");
+        return "To see the reason:" + command("journalctl -u lora-veyra-server");
     }
-    return "See why: the end of the log, and the kernel's messages:" + command("dmesg | tail");
+    return "See the end of the log, and the kernel's messages:" + command("dmesg | tail");
 }
 
 Findings checkConfiguration(Gateway& gateway) {

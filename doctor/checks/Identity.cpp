@@ -18,8 +18,8 @@ std::size_t hexadecimalDigits(const std::string& text) {
     }));
 }
 
-// The first 8 digits of the secret's SHA-256, which two people can compare on the phone; empty when
-// no secret can be made.
+// The first 8 digits of the secret's SHA-256. Two people can compare them over the phone. Empty
+// when no secret can be made.
 std::string fingerprintOf(const Json::Value& device, const Json::Value& network) {
     try {
         const std::string secret = buildGatewaySecret(device, network);
@@ -107,7 +107,7 @@ int readDevice(Gateway& gateway, const std::string& path) {
     return error;
 }
 
-// The first part of the secret: the key, or without one the uuid.
+// Judges the first part of the secret: the key, or the uuid if there is no key.
 void judgeFirstPart(const Gateway& gateway, const GatewayIdentity& identity, Findings& found) {
     if (!identity.gatewayKey.empty()) {
         append(found, judgeKey(identity.gatewayKey));

@@ -47,7 +47,7 @@ Finding judgeWriteError(const Gateway& gateway, int error) {
     }
     return bad("log.not-writable", path,
                "The user " + gateway.user.name + " cannot write the file: " + cause,
-               thenRestart("Let this user write there, or correct -l in the start command."));
+               thenRestart("Give this user write permission, or correct -l in the start command."));
 }
 
 // The file that the running daemon has open for appending, if that is not the file at the log's

@@ -7,7 +7,8 @@
 
 namespace {
 
-// Whether the socket receives datagrams to the port on 127.0.0.1, or takes them from the daemon.
+// Whether the socket receives the datagrams that are sent to the port on 127.0.0.1. A socket of
+// another process takes these datagrams from the daemon.
 bool isAtPort(const Socket& socket, int port) {
     return !socket.isTcp && socket.localPort == port && coversLoopback(socket.localAddress);
 }
@@ -17,7 +18,7 @@ Finding judgeOwner(const Gateway& gateway, const std::string& subject, const Soc
     const int owner = ownerOf(taken.inode, gateway.limitMs(searchMs));
     if (owner == 0) {
         return unknown("port.owner-hidden", subject,
-                       "Another process has the port, and the doctor cannot identify it.",
+                       "Another process uses the port. The doctor cannot identify that process.",
                        gateway.rightsHint());
     }
     return bad(

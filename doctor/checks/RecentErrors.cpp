@@ -39,8 +39,8 @@ long statusIn(const std::string& record) {
 
 std::string fixForStatus(long status) {
     if (status == 401 || status == 403) {
-        return "Check clock and identity, and compare the fingerprint with the operator of the "
-               "cloud.";
+        return "See the checks \"clock\" and \"identity\". Check with the operator of the cloud "
+               "that both sides have the same fingerprint.";
     }
     if (status == 404 || status == 405) {
         return "Compare network.veyraServer with the API prefix of the cloud. Check the path that "
@@ -51,7 +51,7 @@ std::string fixForStatus(long status) {
                "of the cloud.";
     }
     if (status / 100 == 4) {
-        return "The cloud rejects the data that the network server sends. Ask the maker of the "
+        return "The cloud rejects the data that the network server sends. Ask the vendor of the "
                "network server.";
     }
     if (status / 100 == 5) {
@@ -112,7 +112,7 @@ Finding judgeEvent(const RecentFacts& facts, Kind kind, const Event& event) {
         return bad("errors.dropped", path,
                    summary(event, "dropped datagram") + ". The circuit breaker was open until " +
                        utcText(facts.openUntil) + ".",
-                   "Fix the failed requests. They open the circuit breaker.");
+                   "Find and fix the cause of the failed requests. They open the circuit breaker.");
     case Kind::LINK_REBUILT:
         return bad("errors.link-rebuilt", path,
                    "The connection to the broker was recreated " + counted(event.count, "time") +
@@ -185,11 +185,12 @@ Findings judgeRecentErrors(const RecentFacts& facts, const LogHistory& history) 
     for (const auto& [kind, event] : history.events) {
         total += event.count;
         if (kind == Kind::DROPPED && history.openUntil > facts.now) {
-            found.push_back(bad("errors.circuit-open", facts.path,
-                                summary(event, "dropped datagram") +
-                                    ". The circuit breaker is open until " +
-                                    utcText(history.openUntil) + ".",
-                                "Fix the failed requests; a restart closes the circuit at once."));
+            found.push_back(
+                bad("errors.circuit-open", facts.path,
+                    summary(event, "dropped datagram") + ". The circuit breaker is open until " +
+                        utcText(history.openUntil) + ".",
+                    "Find and fix the cause of the failed requests. A restart then closes the "
+                    "circuit at once."));
         } else if (isRecent(event.last, facts.now) && !isOver(facts, history, kind, event)) {
             found.push_back(judgeEvent(facts, kind, event));
         }

@@ -6,7 +6,8 @@
 
 namespace {
 
-// Neither "path" nor "result": the network server ignores it. As large as a real reply may be.
+// The network server ignores this message, because it has neither "path" nor "result". The message
+// is as large as a real reply may be.
 std::string makeMessage() {
     constexpr std::size_t bytes = 8192;
     return "{\"doctor\":\"" + std::string(bytes, '.') + "\"}";
@@ -20,7 +21,7 @@ Findings checkReplies(Gateway& gateway) {
     constexpr int tooLarge = 0x95;
     const std::string subject = "lora/veyra";
     const auto& mqtt = gateway.configuration["mqtt"];
-    gateway.broker.reset(); // it is subscribed to the topic itself
+    gateway.broker.reset(); // its own subscription would count as a reader
     MqttProbe probe(MQTT_PROTOCOL_V5);
     {
         const ActingAs service(gateway.user); // a firewall rule may depend on the user

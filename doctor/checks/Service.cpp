@@ -28,7 +28,7 @@ void judgeProgram(const Gateway& gateway, Findings& found) {
                 "A user other than the service user also runs the daemon's program, in " +
                     counted(static_cast<long long>(others.size()), "process") +
                     " that the service did not start.",
-                "Find out who starts it, and stop it:" +
+                "Stop this process, and find out who starts it. To see the processes:" +
                     command("ps -o pid,user,args -C lora-veyra-server")));
     }
 }

@@ -123,7 +123,8 @@ Value effectOf(const Value& root) {
     return effect;
 }
 
-// The missing key of the section for which `key` can only be a misspelling; else null.
+// The setting that is missing from the section and whose name `key` misspells; null if there is
+// none.
 const Setting* findMeant(const Value& section, const std::string& sectionName,
                          const std::string& key) {
     for (const Setting& setting : settings) {

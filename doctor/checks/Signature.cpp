@@ -24,15 +24,16 @@ Findings checkSignature(Gateway& gateway) {
         finding = bad("signature.rejected", "GET " + path,
                       "The cloud rejects the signature. If clock and identity are ok, the cloud "
                       "has another key or another deviceId for this gateway.",
-                      "Compare the fingerprint " + gateway.fingerprint +
-                          " with the operator of the cloud.");
+                      "Check with the operator of the cloud that both sides have the same "
+                      "fingerprint: " +
+                          gateway.fingerprint);
     } else if (status == 0) {
         finding = unknown("signature.no-response", "GET " + path,
                           "No response arrived within the doctor's time limit.");
     } else if (status / 100 != 2) {
         finding = unknown("signature.no-verdict", "GET " + path,
                           "Status " + std::to_string(status) +
-                              " does not tell whether the signature is valid.");
+                              " does not show whether the signature is valid.");
     }
     finding.facts["httpStatus"] = Json::Int64{status};
     return {finding};

@@ -4,8 +4,7 @@
 #include <string>
 #include <vector>
 
-// Names are such as "O = Example, CN = Example CA" and were chosen by the issuer of the
-// certificate.
+// A name looks like "O = Example, CN = Example CA". The issuer of the certificate chose it.
 struct Certificate {
     std::string subject, issuer;
     std::string hosts; // for which it is valid, such as "a.example, b.example"

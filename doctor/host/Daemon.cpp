@@ -65,7 +65,7 @@ CommandLine absoluteCommandLine(int pid) {
     }
     CommandLine line = parseCommandLine(static_cast<int>(arguments.size()), arguments.data());
     const fs::path directory = linkTarget(processPath(pid, "cwd"));
-    if (directory.empty()) { // never relative to the directory of the doctor
+    if (directory.empty()) { // the doctor's own directory would give wrong paths
         throw std::logic_error("the working directory cannot be read");
     }
     const auto absolute = [&](const std::string& path) {
@@ -143,8 +143,8 @@ bool hasControlCharacters(const CommandLine& line) {
     });
 }
 
-// Null when the process is not the daemon. A process that fails only because of its user or its
-// network is added to `daemons`.
+// Null when the process is not the daemon. A process that runs the program, but has the wrong user,
+// another network or control characters in its arguments, is added to the lists of `daemons`.
 std::optional<Daemon> examine(int pid, const ServiceState& service, bool isNamed,
                               Daemons& daemons) {
     const Identity before = identify(pid, service);

@@ -1,7 +1,7 @@
-// Which process is the daemon. Run by root, the doctor follows the arguments of this process. An
-// unprivileged user must therefore not be able to pass off another process as the daemon: the name,
-// the arguments and the text of the links in /proc prove nothing. One thread; the caller owns the
-// results.
+// Which process is the daemon. When root runs the doctor, the doctor opens the files that the
+// arguments of this process name. An unprivileged user must therefore not be able to pass off
+// another process as the daemon: the name, the arguments and the text of the links in /proc prove
+// nothing. One thread; the caller owns the results.
 #pragma once
 
 #include "VeyraServer/CommandLine.h"
@@ -37,5 +37,5 @@ std::string installedProgram();
 // when the process `named` cannot be examined.
 Daemons findDaemons(const ServiceState& service, std::optional<int> named);
 
-// Replaces the proxy settings of this process by the daemon's.
+// Replaces the proxy settings of this process with the daemon's.
 void takeProxies(const std::vector<std::string>& proxies);

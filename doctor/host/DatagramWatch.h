@@ -21,7 +21,8 @@ class DatagramWatch {
     // Datagrams are kept from now on, as many as fit into the socket's buffer.
     DatagramWatch();
 
-    // Counts what has arrived since the start. `port` is the daemon's, the same in each call.
+    // Counts what has arrived since the start. `port` must be the daemon's port, the same in every
+    // call.
     const DatagramCounts& count(int port);
 
   private:

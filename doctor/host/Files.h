@@ -1,4 +1,4 @@
-// Files and permissions of this machine, from the view of the service user. Changes nothing. One
+// Files and permissions of this machine, as the service user sees them. Changes nothing. One
 // thread; the caller owns the results.
 #pragma once
 

@@ -166,8 +166,8 @@ LogHistory readLogHistory(const std::string& text, std::time_t now, std::time_t 
     for (std::string line; std::getline(lines, line);) {
         const auto record = parseRecord(line);
         if (record && record->time <= now) {
-            // Once the start of the running daemon or a later record was seen, another start can
-            // only be forged.
+            // After the start of the running daemon, or after a later record, any other start record
+            // is forged.
             const bool isCurrent = runningSince != 0 && (history.startedAt >= runningSince - 1 ||
                                                          latestAt > runningSince + 1);
             if (!isCurrent && isStart(*record, runningSince)) {

@@ -19,5 +19,5 @@ ServiceState readServiceState();
 
 bool systemdRuns();
 
-// The command that restarts (or with another word, such as "start", starts) the service here.
+// The command that controls the service on this machine. `word` is the action, such as "restart".
 std::string serviceCommand(const std::string& word);

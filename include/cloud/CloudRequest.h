@@ -37,9 +37,9 @@ extern std::string gatewaySerial;
 // Returns true when the transfer completed with status 200 or 201. The only time limits are
 // libcurl's own. Failures are logged here.
 //
-// After an exception inside (a header member that is not a string, no memory, or a trust option
-// that libcurl rejects) the result is false and curlMutex stays locked: the next call never
-// returns.
+// Some faults cause an exception in this function: a header member that is not a string, exhausted
+// memory, or a trust option that libcurl rejects. The function then returns false, but curlMutex
+// stays locked: the next call never returns.
 bool sendCloudRequest(CURL* handle, const std::string& url, Json::Value& body,
                       Json::Value& response, bool collectResponse, const std::string& method);
 
@@ -47,5 +47,5 @@ bool sendCloudRequest(CURL* handle, const std::string& url, Json::Value& body,
 bool takeLargeResponse();
 
 // libcurl write callback: appends the received bytes to `buffer`. Returns the number of bytes that
-// it stored, or 0 without memory, which makes libcurl abort the transfer.
+// it stored. If memory is exhausted, it returns 0, and libcurl aborts the transfer.
 std::size_t appendToString(char* data, std::size_t size, std::size_t nmemb, std::string* buffer);

@@ -69,7 +69,7 @@ testPlatforms() {
     done
     [[ $(grep zep needed | tr '\n' ' ') == \
         "libzep-platform.so.1 libzep-platform.so libzep-platform.so.9 " ]] ||
-        fail "a second configuration does not follow the root"
+        fail "a second configuration does not use its own ZEP_PLATFORM_ROOT"
 }
 
 # testPaths NAME PREFIX SBINDIR CONFIGURATION LOG UNITS OPTION...: the installed files name each

@@ -8,7 +8,7 @@ fail() {
     exit 1
 }
 
-# The tests use namespaces, which cannot be created below chroot.
+# The tests use namespaces, which cannot be created inside a chroot.
 enterRoot() {
     mount --bind "$1" "$1"
     cd "$1"

@@ -1,5 +1,5 @@
-// The text of one log record. It is composed without locks, and a short record also without an
-// allocation. Lives on the stack of the thread or signal handler that logs, which may be small.
+// The text of one log record. Composing it takes no lock, and needs no allocation if the record is
+// short. Lives on the stack of the thread or signal handler that logs. This stack may be small.
 #pragma once
 
 #include <cstdarg>

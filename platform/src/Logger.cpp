@@ -63,7 +63,7 @@ void changeLogFile(int descriptor) {
 }
 
 void writeRecord(int descriptor, const LogRecord& record) {
-    // A full disk or a closed console only loses the record.
+    // If the disk is full or the console is closed, only this record is lost.
     if (descriptor != none && write(descriptor, record.line(), record.lineLength()) < 0) {
         return;
     }

@@ -15,8 +15,8 @@ namespace {
 
 bool largeResponse = false; // main thread only
 
-// Throws std::bad_alloc when there is no memory: a request must not be sent without one of its
-// headers.
+// Throws std::bad_alloc when there is no memory: a request must not be sent if any of its headers
+// is missing.
 curl_slist* append(curl_slist* headers, const char* header) {
     curl_slist* const longer = curl_slist_append(headers, header);
     if (longer == nullptr) {
@@ -25,8 +25,9 @@ curl_slist* append(curl_slist* headers, const char* header) {
     return longer;
 }
 
-// A request must not be sent without one of its options. The other errors are ignored: a libcurl
-// that was built without a feature rejects the options that control this feature.
+// Throws when an option could not be set because memory is exhausted: the request must not be sent
+// without it. Other errors are ignored: a libcurl that was built without a feature rejects the
+// options that control this feature.
 void requireMemory(CURLcode result) {
     if (result == CURLE_OUT_OF_MEMORY) {
         throw std::bad_alloc();

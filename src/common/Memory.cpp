@@ -2,9 +2,10 @@
 
 #include <features.h>
 
-// The only place that depends on the C library. musl's allocator gives blocks of 128 KiB and more
-// back to the system as soon as they are freed, and its threshold is fixed, so this file does
-// nothing for musl. With another allocator, the process may keep the memory of a large response.
+// Only this file calls functions that exist in glibc alone. musl's allocator gives blocks of 128
+// KiB and more back to the system as soon as they are freed, and its threshold is fixed, so this
+// file does nothing for musl. With another allocator, the process may keep the memory of a large
+// response.
 #if defined(__GLIBC__) && !defined(__UCLIBC__)
 
 #include <malloc.h>

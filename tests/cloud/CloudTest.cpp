@@ -122,7 +122,7 @@ TEST_F(Request, IsNotSentWithoutAHandle) {
     EXPECT_TRUE(mutexIsFree());
 }
 
-TEST_F(Request, IsNotSentWithoutOneOfItsHeaders) {
+TEST_F(Request, IsNotSentIfAnyHeaderIsMissing) {
     for (int header = 1; header <= 6; ++header) {
         SCOPED_TRACE(header);
         libraries.headersUntilFailure = header;

@@ -43,7 +43,7 @@ class DoctorTest(DaemonTest):
     doctor: Sequence[object] = (DOCTOR,)  # the start of the doctor's command
 
     def command(self, *options: object) -> list[str]:
-        """If no daemon runs, adds the options that name its files."""
+        """Without a running daemon, adds the options that name the daemon's files."""
         daemon = self.testbed.daemon
         runs = daemon is not None and daemon.wait(0) is None
         files = [] if runs else self.testbed.usual_options()

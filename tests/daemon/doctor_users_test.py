@@ -1,4 +1,4 @@
-# The doctor of root beside a daemon of the packaged user, and the doctor of an ordinary user.
+# The doctor started by root, with a daemon of another user, and the doctor started by other users.
 
 import os
 import socket

@@ -27,7 +27,7 @@ Findings judged(const std::string& log, std::time_t now = tenOClock + 30) {
 
 } // namespace
 
-TEST(RecentErrors, CountsSinceTheLastStartAndQuotesTheLast) {
+TEST(RecentErrors, CountsErrorsSinceTheLastStartAndQuotesTheLastOne) {
     const Finding finding = judged(start + refused + stop + start + refused + refused).front();
     EXPECT_EQ(finding.id, "errors.request-refused");
     EXPECT_NE(
@@ -52,7 +52,7 @@ TEST(RecentErrors, AreNotReportedWhenTheyAreOverOrNormal) {
     EXPECT_EQ(judged(start + rebuilt + "30001.\n").front().id, "errors.link-rebuilt");
 }
 
-TEST(RecentErrors, AreSortedByTheTextsOfTheRecords) {
+TEST(RecentErrors, AreClassifiedByTheTextsOfTheRecords) {
     const struct {
         const char* record;
         const char* id;

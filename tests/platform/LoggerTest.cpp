@@ -24,7 +24,7 @@ struct LogFile : testing::Test {
     }
     ~LogFile() override { unlink(path.c_str()); }
 
-    // The records without their times, and how often each one is there.
+    // The records without their times, and how often each one occurs.
     std::map<std::string, int> records() const {
         std::map<std::string, int> records;
         std::ifstream file(path);

@@ -1,4 +1,5 @@
-// Preloaded into the program, simulates the fault that the environment variable FAULT names:
+// This library is preloaded into the program. It simulates the fault that the environment variable
+// FAULT names:
 //   no licence                the licence check fails
 //   no worker thread          the broker worker cannot be started
 //   no first network thread   the first network thread of the broker library cannot be started

@@ -1,4 +1,4 @@
-// The maker's licence check. Main thread, as the first step of startup.
+// The licence check of the gateway's manufacturer. Main thread, as the first step of startup.
 #pragma once
 
 namespace ZEP::Licence {
