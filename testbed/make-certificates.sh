@@ -54,7 +54,7 @@ makeAll() {
     makeCa ca "Mock cloud CA" &&
         makeCa strangers-ca "Unknown authority" &&
         makeServer cloud ca DNS:localhost,IP:127.0.0.1 &&
-        makeServer elsewhere ca DNS:elsewhere.example &&
+        makeServer elsewhere ca DNS:elsewhere.example,DNS:other.example &&
         makeServer client ca DNS:localhost clientAuth &&
         makeServer stranger strangers-ca DNS:localhost,IP:127.0.0.1 &&
         makeCa intermediate "Intermediate authority" -CA ca.pem -CAkey ca.key &&

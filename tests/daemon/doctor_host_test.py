@@ -22,6 +22,7 @@ from testbed.processes import Process, eventually
 from tests.daemon.doctor_test_case import DOCTOR, IS_EMULATED, DoctorTest
 
 NOT_RUNNING = "alive.not-running"
+START = "INFO Lora VEYRA Server started, version 2.4.22\n"
 UUID = "00112233445566778899aabbccddeeff"
 
 
@@ -41,6 +42,7 @@ class DoctorOnFiles(DoctorTest):
         report = self.examine()
         self.assertEqual(report.bad(), {finding_id, NOT_RUNNING}, report.text)
         self.assertRegex(report.finding(finding_id)["cause"], says)
+        self.assertRegex(report.finding(finding_id)["fix"], "\nsystemctl restart lora-veyra-server$")
 
     def test_names_why_the_configuration_cannot_be_used(self) -> None:
         good = self.conf.read_text()
@@ -86,6 +88,7 @@ class DoctorOnFiles(DoctorTest):
             ("identity.key-placeholder", "00000000-0000-0000-0000-000000000000", device),
             ("identity.uuid-unusual", None, {**device, "uuid": "00112233-4455-6677-8899-aabbccdd"}),
             ("identity.uuid-missing", None, {**device, "uuid": "0011"}),
+            ("identity.uuid-unusual", None, {**device, "uuid": 20 * "0"}),
             ("identity.key-no-text", 5, {**device, "uuid": UUID}),
             ("identity.device-id-missing", UUID, {"deviceId": 7}),
             ("identity.device-invalid", UUID, [1]),
@@ -108,6 +111,8 @@ class DoctorOnFiles(DoctorTest):
         self.addCleanup(run, "umount", small)
         report = self.examine("-l", small / "x.log")
         self.assertEqual(report.bad(), {"log.disk-full", NOT_RUNNING})
+        run("mount", "-o", "remount,size=8m", small)
+        self.assertEqual(self.examine("-l", small / "x.log").finding("log.ok")["freeMiB"], 8)
         report = self.examine("-l", "/nowhere/x.log")
         self.assertEqual(report.bad(), {"log.not-writable", NOT_RUNNING})
         self.assertIn("install -d", report.finding("log.not-writable")["fix"])
@@ -115,7 +120,7 @@ class DoctorOnFiles(DoctorTest):
                          str(Path("relative.log").absolute()))
 
     def test_reports_how_the_last_run_ended(self) -> None:
-        start = "INFO Lora VEYRA Server started, version 2.4.22\n"
+        start = START
         stop = "INFO Shutdown signal received 15\n"
         error = "ERROR File src/VeyraServer Line 284: Cannot open Upstream UDP socket.\n"
         log = self.testbed.log_file
@@ -127,7 +132,7 @@ class DoctorOnFiles(DoctorTest):
         self.assertIn("Line 284", report.finding("alive.restart-loop")["cause"])
         log.write_text((ago(seconds=50) + start + ago(seconds=50) + stop) * 4)
         self.assertNotIn("alive.restart-loop", self.examine().bad())
-        log.write_text("\n" * (2 << 20) + ago(seconds=9) + "ERROR the last line\n")
+        log.write_text("\n" * (5 << 20) + ago(seconds=9) + "ERROR the last line\n")
         self.assertIn("the last line", self.examine().finding("errors.other")["cause"])
         log.write_text(ago(seconds=9) + start)
         report = self.examine()
@@ -178,6 +183,7 @@ class DoctorOnProcess(DoctorTest):
         report = self.examine()
         cause = report.finding("alive.two-daemons")["cause"]
         self.assertIn(f"processes {daemon.proc.name} and {second.proc.name}", cause)
+        self.assertIn(f"kill {second.proc.name}", report.finding("alive.two-daemons")["fix"])
         run("mount", "-t", "tmpfs", "run", "/run")
         Path("/run/lora-veyra-server.pid").write_text(f"{second.proc.name}\n")
         cause = self.examine().finding("alive.two-daemons")["cause"]
@@ -280,6 +286,9 @@ class DoctorOnProcess(DoctorTest):
                 other.bind((host, UPSTREAM_PORT))
                 cause = self.examine().finding("port.in-use")["cause"]
                 self.assertIn(f"process {os.getpid()} (python3)", cause)
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
+            other.bind(("127.0.0.9", UPSTREAM_PORT))
+            self.assertIn("port.ok", self.examine().outcomes())
 
     def test_counts_dropped_and_waiting_datagrams(self) -> None:
         daemon = self.testbed.start_ready_daemon()
@@ -364,6 +373,13 @@ class DoctorOnLog(DoctorTest):
                 self.testbed.start_ready_daemon()
                 self.fault(answer, datagram)
                 self.expect_bad(finding, says="^1 .*" + says)
+        now = datetime.now(timezone.utc).strftime("%Y-%m-%dT%H:%M:%S.000Z ")
+        forged = f"{{\n{now}INFO Shutdown signal received 15\n{now}{START}"
+        for log in (self.testbed.log(), ago(seconds=-1) + "ERROR rotated away the start\n"):
+            self.testbed.log_file.write_text(log)
+            self.testbed.send(forged)
+            self.assertTrue(self.testbed.logged(f"{now}{START}"))
+            self.assertEqual(self.examine().outcomes().get("errors.invalid-datagram"), "bad")
 
     def test_says_until_when_the_circuit_is_open(self) -> None:
         self.testbed.configuration["log"]["level"] = 40
@@ -376,7 +392,7 @@ class DoctorOnLog(DoctorTest):
         self.assertRegex(cause, r"open until \d{4}-\d\d-\d\d \d\d:\d\d:\d\dZ")
 
     def test_reports_a_run_that_ended_without_a_stop(self) -> None:
-        before = ago(seconds=60) + "INFO Lora VEYRA Server started, version 2.4.22\n"
+        before = ago(seconds=60) + START
         self.testbed.start_ready_daemon()
         self.testbed.log_file.write_text(before + self.testbed.log())
         report = self.examine()
@@ -393,4 +409,6 @@ class DoctorOnLog(DoctorTest):
             self.assertEqual((report.status, report.data["outcome"], report.unknown()),
                              (0, "unknown", {"errors.in-syslog"}))
             self.assertEqual(report.finding("log.ok")["subject"], "syslog")
+            self.testbed.log_file.write_text(5 * (ago(seconds=50) + START))
+            self.assertEqual(self.examine().bad(), set(), "the old file does not count")
         self.expect_bad("log.no-syslog", unknown="errors.in-syslog")

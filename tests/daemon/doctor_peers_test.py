@@ -46,7 +46,7 @@ class DoctorOnCloud(DoctorTest):
             ("cloud.ca-missing", "cloud", strangers + strangers, "CN = Mock cloud CA"),
             ("cloud.ca-expired", "cloud", expired, "has expired"),
             ("cloud.incomplete-chain", "partial", own, "CN = Intermediate authority"),
-            ("cloud.host-mismatch", "elsewhere", own, "elsewhere.example"),
+            ("cloud.host-mismatch", "elsewhere", own, "elsewhere.example, other.example"),
             ("cloud.certificate-expired", "expired", own, "expired"),
             ("cloud.certificate-invalid", "client", own, "purpose"),
             ("cloud.ca-file", "cloud", "no certificate", "has no certificate"),
@@ -129,10 +129,21 @@ class DoctorOnCloud(DoctorTest):
         dated = (b"HTTP/1.1 200 OK\r\nDate: Sun, 22 Nov 2020 00:00:00 GMT\r\n"
                  b"Content-Length: 0\r\n\r\n")
         self.testbed.cloud.close()
+        CA_FILE.unlink()
         with scripted_server("127.0.0.1", CLOUD_PORT, lambda _: dated):
-            report = self.examine()
+            report = self.examine("--sign", "m1/x")
+        self.assertIn("signature.not-sent", report.unknown())
         self.assertIn("clock.unverified", report.unknown())
         self.assertIn("settings.not-encrypted", report.bad())
+
+    def test_uses_no_other_protocol(self) -> None:
+        self.testbed.configuration["network"]["veyraServer"] = "telnet://127.0.0.1:7070//https:/"
+        self.stop_daemon()
+        received: list[bytes] = []
+        with scripted_server("127.0.0.1", 7070, lambda data: received.append(data) or b"x"):
+            report = self.examine()
+        self.assertLessEqual({"cloud.unreachable", "settings.not-encrypted"}, report.bad())
+        self.assertEqual(received, [])
 
     def test_uses_no_proxy_of_its_own(self) -> None:
         report = self.examine(environment={"https_proxy": "http://127.0.0.1:9"})
@@ -226,11 +237,12 @@ class DoctorOnBroker(DoctorTest):
 
     @skipUnless(Path("/etc/hosts").exists(), "the test mounts a file there")
     def test_names_an_address_that_delays_the_start(self) -> None:
-        hosts = f"127.0.0.1 localhost\n::1 broker\n{BROKER_HOST} broker\n"
+        hosts = f"127.0.0.1 localhost\n::1 broker\n{BROKER_HOST} broker\n127.0.0.9 broker\n"
         system.replace_file("/etc/hosts", hosts, self.testbed.folder)
         self.testbed.configuration["mqtt"]["host"] = "broker"
         self.stop_daemon()
-        self.assertIn("broker.ok", self.examine().outcomes())
+        with silent_listener("127.0.0.9", BROKER_PORT):
+            self.assertIn("broker.ok", self.examine().outcomes())
         with silent_listener("::1", BROKER_PORT):
             report = self.examine()
             self.assertEqual(report.bad(), {"broker.address-silent", "alive.not-running"})
@@ -261,6 +273,13 @@ class DoctorOnBroker(DoctorTest):
                 report = self.examine("--publish")
                 self.assertIn(replies, report.outcomes())
                 self.assertEqual(report.bad() - {"replies.denied"}, more, report.text)
+        later = self.testbed.listen("listener", "secret")
+        self.assertFalse([message for message in later.messages if message.retain])
+
+    def test_sees_a_connection_over_ipv6(self) -> None:
+        self.testbed.configuration["mqtt"]["host"] = f"::ffff:{BROKER_HOST}"
+        self.testbed.start_ready_daemon()
+        self.assertEqual(self.examine().bad(), set())
 
     def test_ignores_a_retained_keepalive(self) -> None:
         self.testbed.start_broker_with_passwords("topic read lora/veyra_keepalive")
@@ -273,10 +292,11 @@ class DoctorOnBroker(DoctorTest):
         self.testbed.start_ready_daemon()
         self.testbed.listener.close()
         self.expect_bad("replies.not-read", "--publish")
-        self.testbed.start_broker("allow_anonymous true\nmessage_size_limit 4000")
-        self.testbed.listen()
-        self.testbed.start_ready_daemon()
-        self.expect_bad("replies.too-large", "--publish")
+        for limit in ("message_size_limit 4000", "max_packet_size 4000"):
+            self.testbed.start_broker(f"allow_anonymous true\n{limit}")
+            self.testbed.listen()
+            self.testbed.start_ready_daemon()
+            self.expect_bad("replies.too-large", "--publish")
 
     def test_sees_a_second_client_with_the_same_id(self) -> None:
         self.testbed.start_ready_daemon()

@@ -110,6 +110,10 @@ class Doctor(DoctorTest):
                 self.assertEqual((done.returncode, failure["outcome"]), (2, "error"))
                 self.assertIn(arguments[-1], failure["error"])
 
+    def test_examines_no_process_that_does_not_exist(self) -> None:
+        done = subprocess.run([DOCTOR, "--pid", "4000000", "--json"], capture_output=True)
+        self.assertEqual((done.returncode, json.loads(done.stdout)["outcome"]), (2, "error"))
+
     def test_prints_its_help_and_version(self) -> None:
         for option, text in (("--help", "Usage: "), ("--version", "lora-veyra-doctor 2.")):
             done = subprocess.run([DOCTOR, option], capture_output=True, text=True)

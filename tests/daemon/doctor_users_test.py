@@ -1,12 +1,13 @@
 # The doctor started by root, with a daemon of another user, and the doctor started by other users.
 
 import os
+import shutil
 import socket
 from pathlib import Path
 from unittest import skipIf
 
 from testbed import system
-from testbed.environment import DAEMON, UPSTREAM_PORT
+from testbed.environment import DAEMON, UPSTREAM_PORT, run
 from testbed.processes import eventually, is_bound
 from tests.daemon.doctor_test_case import DOCTOR, IS_EMULATED, DoctorTest
 
@@ -55,10 +56,16 @@ class DoctorOnUsers(DoctorTest):
                 file.chmod(0o600)
                 report = self.examine()
                 self.assertIn("Permission denied", report.finding(finding)["cause"])
-                self.assertNotIn(f"{file} &&", report.finding(finding)["fix"], "not root's path")
                 self.assertEqual(report.bad(), {finding}, report.text)
                 os.chown(file, before.st_uid, before.st_gid)
                 file.chmod(before.st_mode)
+        self.conf.chmod(0o600)
+        fix = self.examine("-c", self.conf).finding("configuration.unreadable")["fix"]
+        self.assertNotIn("chgrp", fix, "the service user can replace this path by a link")
+        run("mount", "-t", "tmpfs", "-o", "mode=755", "own", "/opt")
+        shutil.copy(self.conf, "/opt/own.conf")
+        fix = self.examine("-c", "/opt/own.conf").finding("configuration.unreadable")["fix"]
+        self.assertIn("chgrp lora-veyra /opt/own.conf\n", fix)
         for file in cases:
             os.chown(file, 0, system.GROUP_ID)
             file.chmod(0o660)
@@ -74,6 +81,8 @@ class DoctorOnUsers(DoctorTest):
         self.assertEqual((report.status, report.data["outcome"], report.bad()),
                          (2, "unknown", set()))
         self.assertEqual(report.unknown(), hidden)
+        self.device.chmod(0o600)
+        self.assertEqual(self.examine(*options).unknown(), {*hidden, "identity.hidden"})
         self.conf.chmod(0o600)
         self.assertEqual(self.examine(*options).unknown(),
                          {"configuration.hidden", "alive.hidden", "clock.no-reference"})

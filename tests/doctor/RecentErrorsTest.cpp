@@ -96,6 +96,7 @@ TEST(RecentErrors, TellHowLongTheCircuitIsOpen) {
 TEST(RecentErrors, ReportARunThatEndedWithoutAStopRecord) {
     EXPECT_EQ(judged(start + start).front().id, "errors.ended-without-stop");
     EXPECT_EQ(judged(start + stop + start).front().outcome, Outcome::OK);
+    EXPECT_EQ(judged(start + start, tenOClock + anHour).front().outcome, Outcome::OK);
     RecentFacts rebooted;
     rebooted.now = tenOClock + 30;
     rebooted.bootedAt = tenOClock + 10;

@@ -71,11 +71,12 @@ TEST(Settings, AcceptsEffectiveValuesAndKeysOfOtherPrograms) {
         const char* name;
         const char* json;
     } cases[] = {
-        {"udp.veyraPort", "65535"}, {"log.syslog", "1"},        {"veyra.breakerTime", "null"},
-        {"mqtt_bridge.host", "1"},  {"udp2.veyraPort", "1"},    {"hosts", "[]"},
-        {"mqtt.hosts", "[]"},       {"logs.level", "1"},        {"networks", "1"},
-        {"udp.port", "1"},          {"mqtt.clientId", "\"x\""}, {"gatewayKey", "\"x\""},
-        {"mqtt.usernames", "1"},    {"MQTT.host", "1"},         {"mqtt.enabled", "1"},
+        {"udp.veyraPort", "65535"}, {"log.syslog", "1"},     {"veyra.breakerTime", "null"},
+        {"mqtt_bridge.host", "1"},  {"udp2.veyraPort", "1"}, {"hosts", "[]"},
+        {"mqtt.hosts", "[]"},       {"logs.level", "1"},     {"networks", "1"},
+        {"mqtt.part", "1"},         {"udp.port", "1"},       {"mqtt.clientId", "\"x\""},
+        {"gatewayKey", "\"x\""},    {"mqtt.usernames", "1"}, {"MQTT.host", "1"},
+        {"mqtt.enabled", "1"},
     };
     for (const auto& accepted : cases) {
         EXPECT_TRUE(judged(with(accepted.name, accepted.json)).empty()) << accepted.name;
