@@ -2,8 +2,8 @@
 
 #include "VeyraServer/EffectiveSettings.h"
 #include "checks/Checks.h"
+#include "checks/CloudUrl.h"
 #include "checks/Misspelling.h"
-#include "cloud/CloudRequest.h"
 #include "host/Text.h"
 #include "mqtt/BrokerSettings.h"
 
@@ -208,38 +208,6 @@ void judgeEffect(const Setting& setting, const Value& configured, const Value& e
         found.push_back(bad("settings.no-effect", subject,
                             effect.isNull() ? "The value has no effect." : taken + ".",
                             thenRestart(setting.fix)));
-    }
-}
-
-// `url` does not begin with "https://".
-Finding judgeScheme(const std::string& url, const std::string& subject) {
-    if (ZEP::Text::toLowerCase(url).rfind("https://", 0) == 0) {
-        return bad(
-            "settings.capital-letters", subject,
-            "The scheme has capital letters. In this case the daemon does not use its own CA "
-            "file.",
-            thenRestart("Write https:// in small letters."));
-    }
-    return bad("settings.not-encrypted", subject,
-               "The URL does not begin with https://, so the server is not verified.",
-               thenRestart("Write https:// in front of the host."));
-}
-
-void judgeCloudUrl(const std::string& url, Findings& found) {
-    const std::string subject = cloudName + (" \"" + masked(url) + "\"");
-    if (url.find_first_of(" \t\r\n") != std::string::npos) {
-        found.push_back(bad("settings.space", subject, "The URL contains a space.",
-                            thenRestart("Remove the space.")));
-        return;
-    }
-    if (url.rfind("https://", 0) != 0) {
-        found.push_back(judgeScheme(url, subject));
-    }
-    if (url.back() != '/') {
-        found.push_back(bad("settings.no-slash", subject,
-                            "The path of each datagram is appended directly: the URL must end "
-                            "in \"/\".",
-                            thenRestart("Append \"/\".")));
     }
 }
 

@@ -40,7 +40,7 @@ class Report:
 
 
 class DoctorTest(DaemonTest):
-    doctor: Sequence[object] = (DOCTOR,)  # the start of the doctor's command
+    doctor = [DOCTOR]  # the start of the doctor's command
 
     def command(self, *options: object) -> list[str]:
         """Without a running daemon, adds the options that name the daemon's files."""

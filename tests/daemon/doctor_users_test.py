@@ -24,7 +24,7 @@ class DoctorOnUsers(DoctorTest):
         system.add_users(folder)
         system.install([DAEMON, DOCTOR], folder / "installed")
         self.program = folder / "installed/lora-veyra-server"
-        self.doctor = (folder / "installed/lora-veyra-doctor",)
+        self.doctor = [str(folder / "installed/lora-veyra-doctor")]
         folder.chmod(0o755)
         os.chown(folder, SERVICE, SERVICE)
         self.conf, self.device = folder / "daemon.conf", folder / "run/config/device_info.json"
@@ -35,7 +35,7 @@ class DoctorOnUsers(DoctorTest):
         self.assert_logged("MQTT - subscribed")
 
     def run_as(self, user: int) -> None:
-        self.doctor = (*system.run_as(user), *self.doctor[-1:])
+        self.doctor = [*system.run_as(user), self.doctor[-1]]
 
     def test_reads_each_file_as_the_service_user(self) -> None:
         self.start()

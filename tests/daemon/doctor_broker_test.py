@@ -1,0 +1,131 @@
+# The doctor on faults of the broker.
+
+import socket
+from pathlib import Path
+from unittest import skipUnless
+
+from testbed import system
+from testbed.environment import BROKER_HOST, BROKER_PORT, Listener, find_program, run
+from testbed.faulty_peers import scripted_broker, silent_listener
+from tests.daemon.doctor_test_case import DoctorTest
+
+PASSWORDS = "topic readwrite lora/#"
+
+
+class DoctorOnBroker(DoctorTest):
+    def test_names_why_the_broker_rejects(self) -> None:
+        self.testbed.start_broker_with_passwords()
+        self.testbed.configuration["mqtt"]["password"] = "wrong"
+        self.stop_daemon()
+        self.assertIn("broker.credentials", self.examine().bad())
+        for key in ("username", "password"):
+            del self.testbed.configuration["mqtt"][key]
+        self.stop_daemon()
+        self.assertIn("broker.anonymous", self.examine().bad())
+
+    def test_observes_a_broker_that_does_not_answer(self) -> None:
+        self.stop_daemon()
+        self.testbed.kill_broker()
+        with socket.create_server((BROKER_HOST, BROKER_PORT)):
+            self.assertIn("broker.no-connack", self.examine().bad())
+        certificates = self.testbed.folder / "certificates"
+        self.testbed.start_broker(f"allow_anonymous true\ncertfile {certificates}/cloud.pem\n"
+                                  f"keyfile {certificates}/cloud.key")
+        self.assertIn("broker.tls", self.examine().bad())
+
+    def test_accepts_a_broker_that_the_daemon_is_connected_to(self) -> None:
+        self.testbed.listener.close()
+        self.testbed.start_broker("allow_anonymous true\nmax_connections 1")
+        self.testbed.start_ready_daemon()
+        self.assertTrue(self.testbed.logged("MQTT - subscribed"))
+        report = self.examine()
+        self.assertEqual((report.bad(), report.outcomes()["broker.closed"]), (set(), "unknown"))
+
+    def test_judges_the_answers_of_the_broker(self) -> None:
+        self.testbed.kill_broker()
+        self.testbed.configuration["mqtt"].update(username="lora", password="secret")
+        cases = [
+            ("broker.credentials", b"\x20\x02\x00\x04", b""),
+            ("broker.rejected", b"\x20\x02\x00\x02", b""),
+            ("echo.denied", b"\x20\x02\x00\x00", b"\x90\x03\x00\x01\x80"),
+            ("replies.no-verdict", b"\x20\x02\x00\x00", b"\x90\x03\x00\x01\x80"),
+        ]
+        for finding, connack, suback in cases:
+            with self.subTest(finding=finding), scripted_broker(connack, suback):
+                self.testbed.start_ready_daemon()
+                self.assertIn(finding, self.examine("--publish").outcomes())
+                self.testbed.kill_daemon()
+
+    @skipUnless(Path("/etc/hosts").exists(), "the test mounts a file there")
+    def test_names_an_address_that_delays_the_start(self) -> None:
+        hosts = f"127.0.0.1 localhost\n::1 broker\n{BROKER_HOST} broker\n127.0.0.9 broker\n"
+        system.replace_file("/etc/hosts", hosts, self.testbed.folder)
+        self.testbed.configuration["mqtt"]["host"] = "broker"
+        self.stop_daemon()
+        with silent_listener("127.0.0.9", BROKER_PORT):
+            self.assertIn("broker.ok", self.examine().outcomes())
+        with silent_listener("::1", BROKER_PORT):
+            report = self.examine()
+            self.assertEqual(report.bad(), {"broker.address-silent", "alive.not-running"})
+            self.assertIn("::1", report.finding("broker.address-silent")["cause"])
+            self.assertIn(BROKER_HOST, report.finding("broker.address-silent")["fix"])
+
+    def test_recognises_client_ids_that_are_user_names(self) -> None:
+        self.testbed.start_broker_with_passwords()
+        settings = Path(self.testbed.folder / "broker.conf").read_text()
+        own = settings.split("log_type all\n")[1]
+        self.testbed.start_broker(own + "use_username_as_clientid true")
+        self.testbed.start_ready_daemon()
+        self.assertTrue(self.testbed.logged("MQTT - subscribed"))
+        report = self.examine()
+        self.assertEqual(report.bad(), set(), report.text)
+        self.assertEqual(report.outcomes()["broker.same-client-id"], "unknown")
+
+    def test_reports_denied_publishing(self) -> None:
+        cases = [
+            ("topic read lora/veyra_keepalive", "replies.denied", {"echo.silent"}),
+            ("topic readwrite lora/veyra_keepalive", "replies.denied", set()),
+            (PASSWORDS, "replies.ok", set()),
+        ]
+        for rights, replies, more in cases:
+            with self.subTest(rights=rights):
+                self.testbed.start_broker_with_passwords(rights)
+                self.testbed.start_ready_daemon()
+                report = self.examine("--publish")
+                self.assertIn(replies, report.outcomes())
+                self.assertEqual(report.bad() - {"replies.denied"}, more, report.text)
+        later = self.testbed.listen("listener", "secret")
+        self.assertFalse([message for message in later.messages if message.retain])
+
+    def test_sees_a_connection_over_ipv6(self) -> None:
+        self.testbed.configuration["mqtt"]["host"] = f"::ffff:{BROKER_HOST}"
+        self.testbed.start_ready_daemon()
+        self.assertEqual(self.examine().bad(), set())
+
+    def test_ignores_a_retained_keepalive(self) -> None:
+        self.testbed.start_broker_with_passwords("topic read lora/veyra_keepalive")
+        run(find_program("mosquitto_pub"), "-h", BROKER_HOST, "-p", BROKER_PORT, "-u", "listener",
+            "-P", "secret", "-t", "lora/veyra_keepalive", "-m", "old", "-r")
+        self.testbed.start_ready_daemon()
+        self.assertIn("echo.silent", self.examine().bad())
+
+    def test_sees_that_replies_are_lost(self) -> None:
+        self.testbed.start_ready_daemon()
+        self.testbed.listener.close()
+        self.expect_bad("replies.not-read", "--publish")
+        for limit in ("message_size_limit 4000", "max_packet_size 4000"):
+            self.testbed.start_broker(f"allow_anonymous true\n{limit}")
+            self.testbed.listen()
+            self.testbed.start_ready_daemon()
+            self.expect_bad("replies.too-large", "--publish")
+
+    def test_sees_a_second_client_with_the_same_id(self) -> None:
+        self.testbed.start_ready_daemon()
+        second = Listener("lora/none", client_id="VEYRA_SERVER", reconnect_s=1)
+        self.assertTrue({"echo.link-unstable", "echo.silent"} & self.examine().bad())
+        second.close()
+
+    def test_sees_a_daemon_without_a_connection(self) -> None:
+        self.testbed.start_broker("allow_anonymous true\nclientid_prefixes lora-veyra-doctor")
+        self.testbed.start_ready_daemon()
+        self.assertIn("alive.not-linked", self.examine("--alive").bad())
