@@ -7,14 +7,41 @@
 #include <cstdlib>
 #include <openssl/x509_vfy.h>
 
-Finding judgeClock(std::time_t now, const HttpAnswer& cloud) {
-    constexpr std::time_t saneFrom = 1735689600; // 2025
-    constexpr std::time_t saneTo = 4102444800;   // 2100
+namespace {
+
+const char* const setByHand = "date -u -s 'YYYY-MM-DD hh:mm:ss'";
+
+bool isSane(std::time_t time) {
+    constexpr std::time_t from = 1735689600; // 2025
+    constexpr std::time_t to = 4102444800;   // 2100
+    return time >= from && time <= to;
+}
+
+// The response has a date, and comes from the cloud.
+Finding compare(const std::string& subject, const HttpAnswer& cloud, const std::string& fix) {
     constexpr std::time_t toleranceS = 60;
+    if (!isSane(cloud.date)) {
+        return unknown("clock.no-reference", subject,
+                       "The cloud's own clock is wrong: it reports " + utcText(cloud.date) + ".");
+    }
+    const std::time_t aheadS = cloud.dateTaken - cloud.date;
+    Finding finding = ok(subject);
+    if (std::abs(aheadS) > toleranceS) {
+        finding = bad("clock.wrong", subject,
+                      "The clock is " + counted(std::abs(aheadS), "second") +
+                          (aheadS < 0 ? " behind the cloud." : " ahead of the cloud."),
+                      fix);
+    }
+    finding.facts["aheadSeconds"] = Json::Int64{aheadS};
+    return finding;
+}
+
+} // namespace
+
+Finding judgeClock(std::time_t now, const HttpAnswer& cloud) {
     const std::string subject = utcText(now);
-    const std::string fix =
-        "Set the clock with NTP, or by hand:" + command("date -u -s 'YYYY-MM-DD hh:mm:ss'");
-    if (now < saneFrom || now > saneTo) {
+    const std::string fix = "Set the clock with NTP, or by hand:" + command(setByHand);
+    if (!isSane(now)) {
         return bad("clock.not-set", subject,
                    "The clock is not set, so certificates and signatures are rejected.", fix);
     }
@@ -24,23 +51,8 @@ Finding judgeClock(std::time_t now, const HttpAnswer& cloud) {
             "The server reports " + utcText(cloud.date) +
                 ", but nothing proves that it is the cloud. Do not set the clock to this time.");
     }
-    if (cloud.date != 0 && (cloud.date < saneFrom || cloud.date > saneTo)) {
-        return unknown("clock.no-reference", subject,
-                       "The cloud's own clock is wrong: it reports " + utcText(cloud.date) + ".");
-    }
     if (cloud.date != 0) {
-        const std::time_t aheadS = cloud.dateTaken - cloud.date;
-        if (std::abs(aheadS) > toleranceS) {
-            Finding finding = bad("clock.wrong", subject,
-                                  "The clock is " + counted(std::abs(aheadS), "second") +
-                                      (aheadS < 0 ? " behind the cloud." : " ahead of the cloud."),
-                                  fix);
-            finding.facts["aheadSeconds"] = Json::Int64{aheadS};
-            return finding;
-        }
-        Json::Value facts;
-        facts["aheadSeconds"] = Json::Int64{aheadS};
-        return ok(subject, facts);
+        return compare(subject, cloud, fix);
     }
     if (cloud.verifyResult == X509_V_ERR_CERT_NOT_YET_VALID) {
         return bad("clock.wrong", subject, "The cloud's certificate is not valid yet at this time.",

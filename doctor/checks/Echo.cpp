@@ -46,6 +46,33 @@ Finding judgeSilence(bool isSameLink) {
             allow);
 }
 
+// No keepalive arrived. `isOpen`: the doctor's own connection lasted.
+Finding judgeAbsence(Gateway& gateway, const MqttProbe& probe, bool isOpen) {
+    if (probe.isDenied) {
+        return bad("echo.denied", keepaliveTopic, "The broker denies the subscription.", allow);
+    }
+    if (!gateway.wasLinked()) {
+        return unknown("echo.not-linked", keepaliveTopic,
+                       "The daemon is not connected to this broker.");
+    }
+    if (!isOpen) {
+        return unknown("echo.ended", keepaliveTopic,
+                       "The broker ended the doctor's connection before a keepalive arrived.");
+    }
+    if (!probe.isSubscribed) {
+        return unknown("echo.no-answer", keepaliveTopic,
+                       "The broker did not answer the doctor's subscription.",
+                       "See the broker's log. The broker may hang.");
+    }
+    const char state = gateway.look().status.state;
+    if (state == 0 || state == 'Z') {
+        return unknown("echo.no-daemon", keepaliveTopic, "The daemon ended during this run.",
+                       "Run the doctor again.");
+    }
+    const bool wasRebuilt = gateway.history.events.count(LogHistory::Kind::LINK_REBUILT) != 0;
+    return judgeSilence(gateway.links.size() == 1 && !wasRebuilt);
+}
+
 } // namespace
 
 Findings checkEcho(Gateway& gateway) {
@@ -73,27 +100,5 @@ Findings checkEcho(Gateway& gateway) {
         }
         return {ok(keepaliveTopic)};
     }
-    if (probe.isDenied) {
-        return {bad("echo.denied", keepaliveTopic, "The broker denies the subscription.", allow)};
-    }
-    if (!gateway.wasLinked()) {
-        return {unknown("echo.not-linked", keepaliveTopic,
-                        "The daemon is not connected to this broker.")};
-    }
-    if (!isOpen) {
-        return {unknown("echo.ended", keepaliveTopic,
-                        "The broker ended the doctor's connection before a keepalive arrived.")};
-    }
-    if (!probe.isSubscribed) {
-        return {unknown("echo.no-answer", keepaliveTopic,
-                        "The broker did not answer the doctor's subscription.",
-                        "See the broker's log. The broker may hang.")};
-    }
-    const char state = gateway.look().status.state;
-    if (state == 0 || state == 'Z') {
-        return {unknown("echo.no-daemon", keepaliveTopic, "The daemon ended during this run.",
-                        "Run the doctor again.")};
-    }
-    const bool wasRebuilt = gateway.history.events.count(LogHistory::Kind::LINK_REBUILT) != 0;
-    return {judgeSilence(gateway.links.size() == 1 && !wasRebuilt)};
+    return {judgeAbsence(gateway, probe, isOpen)};
 }

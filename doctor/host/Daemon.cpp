@@ -143,6 +143,23 @@ bool hasControlCharacters(const CommandLine& line) {
     });
 }
 
+// Whether a process that the caller did not name counts as the daemon.
+bool isDaemonHere(int pid, const Identity& identity, const ServiceState& service,
+                  Daemons& daemons) {
+    if (!identity.isInstalled && !identity.isReplaced) {
+        return false;
+    }
+    const bool isElsewhere = isInOtherNetwork(pid);
+    const bool isTrusted = mayRunDaemon(identity.status.uid, service);
+    if (isTrusted && isElsewhere) {
+        daemons.elsewhere.push_back(pid);
+    }
+    if (!isTrusted && !isElsewhere) {
+        daemons.untrusted.push_back(pid);
+    }
+    return isTrusted && !isElsewhere;
+}
+
 // Null when the process is not the daemon. A process that runs the program, but has the wrong user,
 // another network or control characters in its arguments, is added to the lists of `daemons`.
 std::optional<Daemon> examine(int pid, const ServiceState& service, bool isNamed,
@@ -150,18 +167,8 @@ std::optional<Daemon> examine(int pid, const ServiceState& service, bool isNamed
     const Identity before = identify(pid, service);
     const bool isProgram = before.isInstalled || before.isReplaced;
     const bool isGone = before.status.state == 0 || before.status.state == 'Z';
-    if (isGone || (!isNamed && !isProgram)) {
-        return std::nullopt;
-    }
     const bool isElsewhere = isInOtherNetwork(pid);
-    if (!isNamed && !mayRunDaemon(before.status.uid, service)) {
-        if (!isElsewhere) {
-            daemons.untrusted.push_back(pid);
-        }
-        return std::nullopt;
-    }
-    if (!isNamed && isElsewhere) {
-        daemons.elsewhere.push_back(pid);
+    if (isGone || (!isNamed && !isDaemonHere(pid, before, service, daemons))) {
         return std::nullopt;
     }
     try {

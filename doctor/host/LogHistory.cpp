@@ -145,6 +145,14 @@ bool isStart(const Record& record, std::time_t runningSince) {
            (runningSince == 0 || record.time <= runningSince + toleranceS);
 }
 
+// Whether the records before this one belong to the running daemon. Any further start record is forged
+// then.
+bool belongsToDaemon(const LogHistory& history, std::time_t latestAt, std::time_t runningSince) {
+    constexpr std::time_t toleranceS = 1; // between the start of the process and the record
+    const bool startWasSeen = history.startedAt >= runningSince - toleranceS;
+    return runningSince != 0 && (startWasSeen || latestAt > runningSince + toleranceS);
+}
+
 } // namespace
 
 std::time_t LogHistory::currentSuccessAt() const {
@@ -165,21 +173,19 @@ LogHistory readLogHistory(const std::string& text, std::time_t now, std::time_t 
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
         const auto record = parseRecord(line);
-        if (record && record->time <= now) {
-            // After the start of the running daemon, or after a later record, any other start record
-            // is forged.
-            const bool isCurrent = runningSince != 0 && (history.startedAt >= runningSince - 1 ||
-                                                         latestAt > runningSince + 1);
-            if (!isCurrent && isStart(*record, runningSince)) {
-                beginRun(history, *record, previousAt, now);
-            }
-            addRecord(history, *record);
-            if (firstAt == 0) {
-                firstAt = record->time;
-            }
-            previousAt = record->time;
-            latestAt = std::max(latestAt, record->time);
+        if (!record || record->time > now) {
+            continue;
         }
+        const bool isForged = belongsToDaemon(history, latestAt, runningSince);
+        if (!isForged && isStart(*record, runningSince)) {
+            beginRun(history, *record, previousAt, now);
+        }
+        addRecord(history, *record);
+        if (firstAt == 0) {
+            firstAt = record->time;
+        }
+        previousAt = record->time;
+        latestAt = std::max(latestAt, record->time);
     }
     history.firstAt = firstAt;
     return history;
