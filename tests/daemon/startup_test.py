@@ -7,7 +7,7 @@ from itertools import product
 from pathlib import Path
 from unittest import skipIf
 
-from testbed.environment import BUILD, DAEMON, UPSTREAM_PORT, check_in, run
+from testbed.environment import BUILD, DAEMON, UPSTREAM_PORT, run
 from testbed.system import replace_syslog
 from testbed.processes import Process, text_of
 from tests.daemon.daemon_test_case import DaemonTest, without_times
@@ -149,8 +149,7 @@ class Port(DaemonTest):
     def test_is_bound_on_the_loopback_address_only(self) -> None:
         with udp_socket("127.0.0.2"):  # would prevent a bind on every address
             self.testbed.start_ready_daemon()
-            self.testbed.send(check_in())
-            self.assert_replies(1)
+            self.relay()
 
     def test_is_bound_later_without_a_check_at_startup(self) -> None:
         self.testbed.configuration["udp"]["veyraPort"] = "text"  # takes effect as 1790
@@ -187,8 +186,7 @@ class Faults(DaemonTest):
 
     def test_continues_without_threads_until_the_client_is_replaced(self) -> None:
         daemon = self.testbed.start_ready_daemon(self.environment("no first network thread"))
-        self.testbed.send(check_in())
-        self.assert_replies(1, seconds=30)
+        self.relay(seconds=30)
         self.assertEqual(self.testbed.log().count("MQTT disconnected NET: 0 VEYRA: 1 Connec"), 1)
         self.assertEqual(daemon.end(), 0)
 
