@@ -1,18 +1,33 @@
 # The daemon's link to a real broker: rejected, stable, and after a restart of the broker.
 
 import os
+import socket
 import time
 
-from testbed.environment import SANITIZED, check_in
+from testbed.environment import BROKER_HOST, BROKER_PORT, SANITIZED, check_in
 from testbed.processes import Process, eventually
 from tests.daemon.daemon_test_case import DaemonTest
 
 CONNECTED = "TRACE MQTT - connected with server VEYRA_SERVER\n"
 DISCONNECTED = "DEBUG MQTT disconnected NET: 0 VEYRA: 1 Connected: "
+# The first packet to a broker: a clean session, a keepalive of 5 s, the id.
+CONNECT_WITHOUT_LOGIN = b"\x10\x18\0\4MQTT\4\2\0\5\0\x0cVEYRA_SERVER"
 RESTARTS = int(os.environ.get("VEYRA_BROKER_RESTARTS", 2))
 
 
-class Login(DaemonTest):
+class Connection(DaemonTest):
+    def test_uses_the_default_broker_and_no_login_when_a_setting_is_missing(self) -> None:
+        without_port = {"enabled": True, "host": BROKER_HOST, "username": "u"}
+        without_host = {"enabled": True, "port": BROKER_PORT, "password": "p"}
+        with socket.create_server(("127.0.0.1", 1883)) as default_broker:
+            default_broker.settimeout(10)
+            for settings in (without_port, without_host):
+                with self.subTest(settings=settings):
+                    self.testbed.configuration["mqtt"] = settings
+                    self.testbed.start_daemon()
+                    with default_broker.accept()[0] as client:
+                        self.assertEqual(client.recv(99), CONNECT_WITHOUT_LOGIN)
+
     def test_logs_in_with_username_and_password(self) -> None:
         self.testbed.start_broker_with_passwords()
         self.testbed.start_ready_daemon()
