@@ -1,18 +1,33 @@
 # The daemon's link to a real broker: rejected, stable, and after a restart of the broker.
 
 import os
+import socket
 import time
 
-from testbed.environment import SANITIZED, check_in
+from testbed.environment import BROKER_HOST, BROKER_PORT, SANITIZED, check_in
 from testbed.processes import Process, eventually
 from tests.daemon.daemon_test_case import DaemonTest
 
 CONNECTED = "TRACE MQTT - connected with server VEYRA_SERVER\n"
 DISCONNECTED = "DEBUG MQTT disconnected NET: 0 VEYRA: 1 Connected: "
+# The first packet to a broker: a clean session, a keepalive of 5 s, the id.
+CONNECT_WITHOUT_LOGIN = b"\x10\x18\0\4MQTT\4\2\0\5\0\x0cVEYRA_SERVER"
 RESTARTS = int(os.environ.get("VEYRA_BROKER_RESTARTS", 2))
 
 
-class Login(DaemonTest):
+class Connection(DaemonTest):
+    def test_uses_the_default_broker_and_no_login_when_a_setting_is_missing(self) -> None:
+        without_port = {"enabled": True, "host": BROKER_HOST, "username": "u"}
+        without_host = {"enabled": True, "port": BROKER_PORT, "password": "p"}
+        with socket.create_server(("127.0.0.1", 1883)) as default_broker:
+            default_broker.settimeout(10)
+            for settings in (without_port, without_host):
+                with self.subTest(settings=settings):
+                    self.testbed.configuration["mqtt"] = settings
+                    self.testbed.start_daemon()
+                    with default_broker.accept()[0] as client:
+                        self.assertEqual(client.recv(99), CONNECT_WITHOUT_LOGIN)
+
     def test_logs_in_with_username_and_password(self) -> None:
         self.testbed.start_broker_with_passwords()
         self.testbed.start_ready_daemon()
@@ -31,8 +46,7 @@ class Login(DaemonTest):
 class Restart(DaemonTest):
     def test_delivers_queued_replies_in_order_after_a_broker_restart(self) -> None:
         daemon = self.testbed.start_ready_daemon()
-        self.testbed.send(check_in(number=0))
-        self.assert_replies(1)
+        self.relay(check_in(number=0))
         before = resources(daemon)
         for restart in range(1, 1 + RESTARTS):
             with self.subTest(restart=restart):
@@ -64,8 +78,7 @@ class HealthyLink(DaemonTest):
 
     def test_uses_little_processor_time_when_idle(self) -> None:
         daemon = self.testbed.start_ready_daemon()
-        self.testbed.send(check_in())
-        self.assert_replies(1)
+        self.relay()
         cpu_s, wakeups = daemon.cpu_seconds(), daemon.status("voluntary_ctxt_switches")
         time.sleep(10)  # measures an idle daemon
         cpu_s = daemon.cpu_seconds() - cpu_s

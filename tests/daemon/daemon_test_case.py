@@ -1,8 +1,9 @@
 # The base of the daemon's tests. Each test has a test environment of its own.
 import re
+from typing import Any
 from unittest import TestCase
 
-from testbed.environment import TestEnvironment
+from testbed.environment import TestEnvironment, check_in
 
 TIME = re.compile(r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z ", re.MULTILINE)
 
@@ -26,3 +27,10 @@ class DaemonTest(TestCase):
     def assert_replies(self, count: int, seconds: float = 10) -> None:
         """Waits for the replies and fails if their number is different."""
         self.assertEqual(len(self.testbed.replies(count, seconds)), count)
+
+    def relay(self, datagram: str = check_in(), seconds: float = 10) -> Any:
+        """Sends a datagram and waits for its reply, which it returns."""
+        count = len(self.testbed.replies()) + 1
+        self.testbed.send(datagram)
+        self.assert_replies(count, seconds)
+        return self.testbed.replies()[-1]

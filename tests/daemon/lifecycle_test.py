@@ -23,8 +23,7 @@ class Stop(DaemonTest):
 
     def test_stops_at_once_when_idle(self) -> None:
         daemon = self.testbed.start_ready_daemon()
-        self.testbed.send(check_in())
-        self.assert_replies(1)
+        self.relay()
         self.assert_stops_at_once(daemon)
 
     def test_stops_at_once_when_the_peers_are_unreachable(self) -> None:
@@ -45,8 +44,7 @@ class Stop(DaemonTest):
 class Signals(DaemonTest):
     def test_leaves_stop_signals_to_threads_with_a_large_stack(self) -> None:
         daemon = self.testbed.start_ready_daemon()
-        self.testbed.send(check_in())
-        self.assert_replies(1)  # the broker worker runs
+        self.relay()  # the broker worker runs
         threads = [text_of(task / "status") for task in (daemon.proc / "task").iterdir()]
         blocked = [signal_set(thread, "SigBlk") for thread in threads]
         self.assertEqual(blocked.count(STOP_SIGNALS), 1, "the broker worker")

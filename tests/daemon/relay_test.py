@@ -21,8 +21,7 @@ class Request(DaemonTest):
     def test_carries_the_signature_in_headers_and_the_rest_as_body(self) -> None:
         self.testbed.start_ready_daemon({"TZ": "Pacific/Auckland"})
         request = {"brantle_serial": " SN1", "token": "x", "data": {"id": 4}}
-        self.testbed.send(json.dumps({"path": "m1/SN1/x", "request": request}))
-        self.assert_replies(1)
+        self.relay(json.dumps({"path": "m1/SN1/x", "request": request}))
         seen = self.testbed.cloud.requests[0]
         self.assertEqual(seen.verdict, "signature valid")
         self.assertEqual(seen.path, "/api/m1/SN1/x")
@@ -32,34 +31,30 @@ class Request(DaemonTest):
     def test_uses_the_method_of_the_datagram(self) -> None:
         self.testbed.start_ready_daemon()
         sent_methods = {"PUT": "PUT", "GET": "GET", "put": "POST", "DELETE": "POST"}
-        for number, (method, sent) in enumerate(sent_methods.items()):
+        for method, sent in sent_methods.items():
             with self.subTest(method):
-                self.testbed.send(json.dumps({"method": method, "path": "m1/x", "request": {}}))
-                self.assert_replies(number + 1)
+                reply = self.relay(json.dumps({"method": method, "path": "m1/x", "request": {}}))
                 self.assertEqual(self.testbed.cloud.requests[-1].verdict, "signature valid")
                 self.assertEqual(self.testbed.cloud.requests[-1].method, sent)
-                self.assertEqual(self.testbed.replies()[-1]["method"], method)
+                self.assertEqual(reply["method"], method)
 
     def test_uses_post_when_the_method_is_not_a_string(self) -> None:
         self.testbed.start_ready_daemon()
-        self.testbed.send('{"method":7,"path":"m1/x","request":{}}')
-        self.assert_replies(1)
+        reply = self.relay('{"method":7,"path":"m1/x","request":{}}')
         self.assertEqual(self.testbed.cloud.requests[0].method, "POST")
-        self.assertEqual(self.testbed.replies()[0]["method"], "POST")
+        self.assertEqual(reply["method"], "POST")
 
     def test_has_a_serial_header_without_a_serial(self) -> None:
         self.testbed.start_ready_daemon()
-        for number, request in enumerate(("{}", '{"brantle_serial":" \\t"}')):
+        for request in ("{}", '{"brantle_serial":" \\t"}'):
             with self.subTest(request):
-                self.testbed.send(f'{{"path":"p","request":{request}}}')
-                self.assert_replies(number + 1)
+                self.relay(f'{{"path":"p","request":{request}}}')
                 self.assertEqual(self.testbed.cloud.requests[-1].headers["X-API-SERIAL"], "")
 
     def test_has_the_current_time_in_utc_with_microseconds(self) -> None:
         self.testbed.start_ready_daemon({"TZ": "Pacific/Auckland"})
-        for number in range(4):
-            self.testbed.send(check_in(number=number))
-        self.assert_replies(4)
+        for _ in range(4):
+            self.relay()
         stamps = [seen.headers["X-API-TIMESTAMP"] for seen in self.testbed.cloud.requests]
         for stamp in [*stamps, self.testbed.log()[:24]]:
             self.assertLess(abs(datetime.fromisoformat(stamp).timestamp() - time.time()), 5)
@@ -80,8 +75,7 @@ class Request(DaemonTest):
 class Reply(DaemonTest):
     def test_holds_method_path_result_and_timestamp_on_one_line(self) -> None:
         self.testbed.start_ready_daemon()
-        self.testbed.send(check_in("m1/x", number=4))
-        self.assert_replies(1)
+        self.relay(check_in("m1/x", number=4))
         stamp = self.testbed.cloud.requests[0].headers["X-API-TIMESTAMP"]
         message = self.testbed.listener.on("lora/veyra")[0]
         self.assertEqual(
@@ -101,19 +95,17 @@ class DeviceInformation(DaemonTest):
         del self.testbed.configuration["network"]["gatewayKey"]
 
     def test_signs_requests_without_a_gateway_key(self) -> None:
-        self.testbed.set_device(self.DEVICE)
-        self.testbed.cloud.secret = self.SECRET
-        self.testbed.start_ready_daemon()
-        self.testbed.send(check_in())
-        self.assert_replies(1)
+        self.relay_with(self.DEVICE)
 
     def test_is_ignored_when_it_is_not_an_object(self) -> None:
-        self.testbed.set_device(f"[{self.DEVICE}]")
         self.testbed.configuration["network"]["gatewayKey"] = self.SECRET
+        self.relay_with(f"[{self.DEVICE}]")
+
+    def relay_with(self, device: str) -> None:
+        self.testbed.set_device(device)
         self.testbed.cloud.secret = self.SECRET
         self.testbed.start_ready_daemon()
-        self.testbed.send(check_in())
-        self.assert_replies(1)
+        self.relay()
 
     def test_is_required_without_a_gateway_key(self) -> None:
         devices = {
@@ -165,11 +157,11 @@ FAILED = (
 class Responses(DaemonTest):
     def test_publishes_the_result_of_status_200_and_201(self) -> None:
         self.testbed.start_ready_daemon()
-        for number, response in enumerate(ACCEPTED):
+        for number, response in enumerate(ACCEPTED, 1):
             with self.subTest(response.name):
                 records = self.records_after(response, "TRACE Curl Response ")
                 self.assertIn(response.record, records)
-                self.assert_replies(number + 1)
+                self.assert_replies(number)
                 result = self.testbed.replies()[-1]["result"]
                 if response.result == NORMAL:
                     del result["number"]
@@ -181,8 +173,7 @@ class Responses(DaemonTest):
             with self.subTest(response.name):
                 records = self.records_after(response, "ERROR Curl call failed m1/x\n")
                 self.assertIn(response.record, records)
-        self.testbed.send(check_in())
-        self.assert_replies(1)
+        self.relay()
 
     def records_after(self, response: Response, last: str) -> str:
         """Sends a datagram that gets the response. Returns its records up to the last one."""
@@ -195,16 +186,14 @@ class Responses(DaemonTest):
     def test_waits_for_a_slow_response(self) -> None:
         self.testbed.start_ready_daemon()
         self.testbed.cloud.answers.append(Answer(stall_s=12))
-        self.testbed.send(check_in())
-        self.assert_replies(1, seconds=30)
+        self.relay(seconds=30)
 
     @skipIf(SANITIZED, "sanitizers keep freed memory")
     def test_frees_the_memory_of_a_large_response(self) -> None:
         body = json.dumps([{"a": i, "b": "text", "c": [i, None]} for i in range(150000)]).encode()
         self.testbed.configuration["log"]["level"] = 30
         daemon = self.testbed.start_ready_daemon()
-        self.testbed.send(check_in())
-        self.assert_replies(1)
+        self.relay()
         before_kib = daemon.resident_kib()
         large = [Answer(body=body), Answer(body=body[:-2]), Answer(500, body=body)]
         self.testbed.cloud.answers.extend(large)
@@ -214,44 +203,37 @@ class Responses(DaemonTest):
         self.assertTrue(eventually(lambda: daemon.resident_kib() < before_kib + 2048, 2))
 
 
-@dataclass
-class Rejected:
-    datagram: str
-    record: str  # the start of the record
-
-
 MISSING_MEMBER = 'Invalid JSON expected "path" and "request" members.\n'
 TOO_LONG = check_in(padding=16384)
-REJECTED = (
-    Rejected("no json", "Failed to parse JSON no json\n"),
-    Rejected(" null ", "Invalid JSON was nullValue  null \n"),
-    Rejected("[]", "Expected JSON object []\n"),
-    Rejected('{"path":"p"}', MISSING_MEMBER),
-    Rejected('{"request":{}}', MISSING_MEMBER),
-    Rejected("{}\0" + check_in(), MISSING_MEMBER),
-    Rejected(WRONG_TYPE, f"EXCEPTION: Failed to parse JSON [{WRONG_TYPE}]\n"),
-    Rejected('{"path":"p","request":null}', "EXCEPTION: Failed to parse JSON [{"),
-    Rejected("[" * 3000, "EXCEPTION: Failed to parse JSON [[[["),
-    Rejected(TOO_LONG, f"Failed to parse JSON {TOO_LONG[:16384]}\n"),
-)
+REJECTED = {  # datagrams, and the start of their records
+    "no json": "Failed to parse JSON no json\n",
+    " null ": "Invalid JSON was nullValue  null \n",
+    "[]": "Expected JSON object []\n",
+    '{"path":"p"}': MISSING_MEMBER,
+    '{"request":{}}': MISSING_MEMBER,
+    "{}\0" + check_in(): MISSING_MEMBER,
+    WRONG_TYPE: f"EXCEPTION: Failed to parse JSON [{WRONG_TYPE}]\n",
+    '{"path":"p","request":null}': "EXCEPTION: Failed to parse JSON [{",
+    "[" * 3000: "EXCEPTION: Failed to parse JSON [[[[",
+    TOO_LONG: f"Failed to parse JSON {TOO_LONG[:16384]}\n",
+}
 
 
 class Datagram(DaemonTest):
     def test_is_rejected_with_one_record_when_it_is_invalid(self) -> None:
         self.testbed.start_ready_daemon()
-        for number, case in enumerate(REJECTED, 1):
-            with self.subTest(case.datagram[:40]):
-                self.testbed.send(case.datagram)
+        for number, (datagram, record) in enumerate(REJECTED.items(), 1):
+            with self.subTest(datagram[:40]):
+                self.testbed.send(datagram)
                 self.assert_logged("Z ERROR ", number)
                 records = without_times(self.testbed.log()).split("\nERROR ")[1:]
                 self.assertEqual(len(records), number)
-                self.assertTrue(f"{records[-1]}\n".startswith(case.record), records[-1])
+                self.assertTrue(f"{records[-1]}\n".startswith(record), records[-1])
         self.assertEqual(self.testbed.cloud.requests, [])
 
     def test_is_accepted_with_up_to_16384_bytes(self) -> None:
         self.testbed.start_ready_daemon()
-        self.testbed.send(check_in(padding=16384 - len(check_in())))
-        self.assert_replies(1)
+        self.relay(check_in(padding=16384 - len(check_in())))
         self.assertIn("TRACE Parse upstream message 16384 bytes\n", self.testbed.log())
 
     def test_is_ignored_when_it_is_empty(self) -> None:

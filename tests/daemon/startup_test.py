@@ -7,7 +7,7 @@ from itertools import product
 from pathlib import Path
 from unittest import skipIf
 
-from testbed.environment import BUILD, DAEMON, UPSTREAM_PORT, check_in, run
+from testbed.environment import BUILD, DAEMON, UPSTREAM_PORT, run
 from testbed.system import replace_syslog
 from testbed.processes import Process, text_of
 from tests.daemon.daemon_test_case import DaemonTest, without_times
@@ -62,7 +62,7 @@ class CommandLine(DaemonTest):
                 self.assertEqual(self.testbed.log(), "")
 
     def test_ignores_unknown_options(self) -> None:
-        self.testbed.configuration["mqtt"]["enabled"] = False
+        self.testbed.configuration["mqtt"]["enabled"] = None
         daemon = self.testbed.start_daemon("--c", "/nowhere", "-version", "help")
         self.assertEqual(daemon.wait(), 0)
         self.assertTrue(self.testbed.log().endswith(MQTT_DISABLED))
@@ -84,14 +84,7 @@ class CommandLine(DaemonTest):
 class Log(DaemonTest):
     def setUp(self) -> None:
         super().setUp()
-        del self.testbed.configuration["mqtt"]["enabled"]  # the daemon ends after startup
-
-    def test_ends_unless_mqtt_is_enabled(self) -> None:
-        for enabled in (None, False):
-            with self.subTest(enabled=enabled):
-                self.testbed.configuration["mqtt"]["enabled"] = enabled
-                self.assertEqual(self.testbed.start_daemon().wait(), 0)
-                self.assertTrue(self.testbed.log().endswith(MQTT_DISABLED))
+        self.testbed.configuration["mqtt"]["enabled"] = False  # the daemon ends after startup
 
     def test_shows_the_configuration_with_its_defaults(self) -> None:
         del self.testbed.configuration["udp"], self.testbed.configuration["network"]
@@ -105,6 +98,10 @@ class Log(DaemonTest):
             r'.*"console" : null,.*"syslog" : null.*"network" : null,.*"veyraPort" : 1790\n'
             r".*\nINFO -------------------------------------------\n" + MQTT_DISABLED,
         )
+
+    def test_is_readable_by_owner_and_group_only(self) -> None:
+        self.assertEqual(self.testbed.start_daemon().wait(), 0)
+        self.assertEqual(self.testbed.log_file.stat().st_mode & 0o7777, 0o640)
 
     def test_goes_to_the_configured_destinations(self) -> None:
         syslog = self.enterContext(replace_syslog())
@@ -131,26 +128,17 @@ class Log(DaemonTest):
 
 
 class Port(DaemonTest):
-    def test_ends_when_the_port_is_in_use(self) -> None:
-        with udp_socket("127.0.0.1"):
-            daemon = self.testbed.start_daemon()
-            self.assertEqual(daemon.wait(), 0)
-        self.assertEqual(daemon.errors(), PORT_IN_USE)
-        self.assertIn(f"ERROR {PORT_IN_USE}\n", self.testbed.log())
-
     def test_is_not_shared_with_a_second_daemon(self) -> None:
         self.testbed.start_ready_daemon()
-        file = self.testbed.folder / "daemon.conf"
-        second = [DAEMON, "-c", file, "-l", self.testbed.folder / "second.log"]
-        daemon = Process(second, self.testbed.folder, "second")
-        self.assertEqual(daemon.wait(), 0)
-        self.assertEqual(daemon.errors(), PORT_IN_USE)
+        second = Process([DAEMON, *self.testbed.usual_options()], self.testbed.folder, "second")
+        self.assertEqual(second.wait(), 0)
+        self.assertEqual(second.errors(), PORT_IN_USE)
+        self.assert_logged(f"ERROR {PORT_IN_USE}\n")
 
     def test_is_bound_on_the_loopback_address_only(self) -> None:
         with udp_socket("127.0.0.2"):  # would prevent a bind on every address
             self.testbed.start_ready_daemon()
-            self.testbed.send(check_in())
-            self.assert_replies(1)
+            self.relay()
 
     def test_is_bound_later_without_a_check_at_startup(self) -> None:
         self.testbed.configuration["udp"]["veyraPort"] = "text"  # takes effect as 1790
@@ -187,8 +175,7 @@ class Faults(DaemonTest):
 
     def test_continues_without_threads_until_the_client_is_replaced(self) -> None:
         daemon = self.testbed.start_ready_daemon(self.environment("no first network thread"))
-        self.testbed.send(check_in())
-        self.assert_replies(1, seconds=30)
+        self.relay(seconds=30)
         self.assertEqual(self.testbed.log().count("MQTT disconnected NET: 0 VEYRA: 1 Connec"), 1)
         self.assertEqual(daemon.end(), 0)
 

@@ -2,7 +2,6 @@
 
 #include "common/Clock.h"
 
-#include <algorithm>
 #include <mosquittopp.h>
 
 std::uint64_t fakeNowMs = 0;
@@ -23,16 +22,7 @@ bool operator==(const Publication& left, const Publication& right) {
            left.qos == right.qos && left.retained == right.retained;
 }
 
-namespace {
-
-mosqpp::mosquittopp* currentClient = nullptr;
-
-bool isSubscribed(const std::string& topic) {
-    const auto& topics = fakeBroker.client().subscriptions;
-    return std::find(topics.begin(), topics.end(), topic) != topics.end();
-}
-
-} // namespace
+static mosqpp::mosquittopp* currentClient = nullptr;
 
 void FakeBroker::deliverEchoes() {
     for (std::string& topic : undeliveredEchoes) {
@@ -48,13 +38,10 @@ void FakeBroker::deliverEchoes() {
 //   readability-inconsistent-declaration-parameter-name)
 namespace mosqpp {
 
-mosquittopp::mosquittopp(const char* id, bool cleanSession) {
+mosquittopp::mosquittopp(const char* /*id*/, bool /*cleanSession*/) {
     currentClient = this;
-    ClientRecord record;
-    record.createdMs = fakeBroker.elapsedMs();
-    record.id = id;
-    record.cleanSession = cleanSession;
-    fakeBroker.clients.push_back(record);
+    fakeBroker.clients.emplace_back();
+    fakeBroker.client().createdMs = fakeBroker.elapsedMs();
 }
 
 mosquittopp::~mosquittopp() {
@@ -65,15 +52,11 @@ int mosquittopp::socket() {
     return fakeBroker.socket;
 }
 
-int mosquittopp::username_pw_set(const char* user, const char* password) {
-    fakeBroker.client().username = user;
-    fakeBroker.client().password = password;
+int mosquittopp::username_pw_set(const char* /*user*/, const char* /*password*/) {
     return MOSQ_ERR_SUCCESS;
 }
 
-int mosquittopp::connect(const char* host, int port, int keepalive) {
-    fakeBroker.client().address = std::string(host) + ":" + std::to_string(port);
-    fakeBroker.client().keepaliveSeconds = keepalive;
+int mosquittopp::connect(const char* /*host*/, int /*port*/, int /*keepalive*/) {
     return MOSQ_ERR_SUCCESS;
 }
 
@@ -103,7 +86,8 @@ int mosquittopp::subscribe(int* /*mid*/, const char* topic, int qos) {
 
 int mosquittopp::publish(int* /*mid*/, const char* topic, int length, const void* payload, int qos,
                          bool retain) {
-    if (fakeBroker.accepts && fakeBroker.echoes && isSubscribed(topic)) {
+    const bool subscribed = fakeBroker.client().subscriptions == std::vector<std::string>{topic};
+    if (fakeBroker.accepts && fakeBroker.echoes && subscribed) {
         fakeBroker.undeliveredEchoes.emplace_back(topic);
     }
     const std::string text(static_cast<const char*>(payload), static_cast<std::size_t>(length));

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,17 +25,11 @@ bool operator==(const Publication& left, const Publication& right);
 // The calls that one client object of the library received.
 struct ClientRecord {
     std::uint64_t createdMs = 0;
-    std::string id;
-    bool cleanSession = false;
-    std::string username;
-    std::string password;
-    std::string address;
-    int keepaliveSeconds = 0;
     std::vector<std::string> subscriptions;
     int subscriptionQos = 0;
     int disconnects = 0;
     bool threadCancelled = false;
-    std::optional<std::uint64_t> destroyedMs;
+    std::uint64_t destroyedMs = 0;
 };
 
 struct FakeBroker {
