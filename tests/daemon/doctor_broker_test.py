@@ -1,12 +1,16 @@
 # The doctor on faults of the broker.
 
+import json
 import socket
+import subprocess
+import time
 from pathlib import Path
 from unittest import skipUnless
 
 from testbed import system
 from testbed.environment import BROKER_HOST, BROKER_PORT, Listener, find_program, run
 from testbed.faulty_peers import scripted_broker, silent_listener
+from testbed.processes import eventually
 from tests.daemon.doctor_test_case import DoctorTest
 
 PASSWORDS = "topic readwrite lora/#"
@@ -22,6 +26,22 @@ class DoctorOnBroker(DoctorTest):
             del self.testbed.configuration["mqtt"][key]
         self.stop_daemon()
         self.assertIn("broker.anonymous", self.examine().bad())
+
+    def test_judges_a_port_that_does_not_exist(self) -> None:
+        self.testbed.configuration["mqtt"]["port"] = 70000
+        self.stop_daemon()
+        self.assertLessEqual({"settings.useless", "broker.refused"}, self.examine().bad())
+
+    def test_sees_that_the_daemon_ends_meanwhile(self) -> None:
+        daemon = self.testbed.start_ready_daemon()
+        seen = len(self.testbed.listener.on("lora/veyra_keepalive"))
+        self.assertTrue(eventually(
+            lambda: len(self.testbed.listener.on("lora/veyra_keepalive")) > seen))
+        doctor = subprocess.Popen([*self.command(), "--json"], stdout=subprocess.PIPE)
+        time.sleep(3)  # "alive" takes 2 s, and the next keepalive is due after 5 s
+        daemon.kill()
+        checks = json.loads(doctor.communicate()[0])["checks"]
+        self.assertIn("echo.no-daemon", [check["id"] for check in checks])
 
     def test_observes_a_broker_that_does_not_answer(self) -> None:
         self.stop_daemon()
@@ -69,6 +89,18 @@ class DoctorOnBroker(DoctorTest):
             self.assertEqual(report.bad(), {"broker.address-silent", "alive.not-running"})
             self.assertIn("::1", report.finding("broker.address-silent")["cause"])
             self.assertIn(BROKER_HOST, report.finding("broker.address-silent")["fix"])
+
+    @skipUnless(Path("/etc/hosts").exists(), "the test mounts a file there")
+    def test_believes_the_daemon_that_is_connected(self) -> None:
+        folder = self.testbed.folder
+        system.replace_file("/etc/hosts", f"127.0.0.1 localhost\n{BROKER_HOST} broker\n", folder)
+        self.testbed.configuration["mqtt"]["host"] = "broker"
+        self.testbed.start_ready_daemon()
+        for hosts in ("127.0.0.1 localhost\n", "127.0.0.1 localhost\n192.0.2.1 broker\n"):
+            system.replace_file("/etc/hosts", hosts, folder)
+            report = self.examine()
+            self.assertEqual(report.bad(), set(), report.text)
+            self.assertTrue({"broker.dns-failed", "broker.no-route"} & report.unknown())
 
     def test_recognises_client_ids_that_are_user_names(self) -> None:
         self.testbed.start_broker_with_passwords()

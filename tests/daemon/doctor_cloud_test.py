@@ -10,7 +10,7 @@ from unittest import skipUnless
 from testbed.cloud import Answer
 from testbed.environment import CA_DIRECTORY, CLOUD_PORT, GATEWAY_SECRET
 from testbed.faulty_peers import name_server, scripted_server, silent_listener
-from tests.daemon.doctor_test_case import DoctorTest
+from tests.daemon.doctor_test_case import DoctorTest, ago
 
 CA_FILE = CA_DIRECTORY / "DigiCert_Global_Root_CA.pem"
 
@@ -131,6 +131,13 @@ class DoctorOnCloud(DoctorTest):
         self.assertIn("signature.not-sent", report.unknown())
         self.assertIn("clock.unverified", report.unknown())
         self.assertIn("settings.not-encrypted", report.bad())
+
+    def test_believes_a_request_that_has_just_succeeded(self) -> None:
+        self.testbed.cloud.close()
+        for seconds, outcome in ((90, "bad"), (9, "unknown")):
+            success = ago(seconds=seconds) + "TRACE Curl Response {}\n"
+            self.testbed.log_file.write_text(success)
+            self.assertEqual(self.examine().outcomes()["cloud.unreachable"], outcome)
 
     def test_uses_no_other_protocol(self) -> None:
         self.testbed.configuration["network"]["veyraServer"] = "telnet://127.0.0.1:7070//https:/"

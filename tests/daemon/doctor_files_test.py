@@ -3,24 +3,18 @@
 import json
 import os
 import re
-from datetime import datetime, timedelta, timezone
+from datetime import datetime, timezone
 from pathlib import Path
 
 from testbed import system
 from testbed.cloud import Answer
 from testbed.environment import DEVICE_ID, check_in, run
 from testbed.processes import eventually
-from tests.daemon.doctor_test_case import DoctorTest
+from tests.daemon.doctor_test_case import DoctorTest, ago
 
 NOT_RUNNING = "alive.not-running"
 START = "INFO Lora VEYRA Server started, version 2.4.22\n"
 UUID = "00112233445566778899aabbccddeeff"
-
-
-def ago(**interval: float) -> str:
-    """The time of a log record that was written `interval` ago."""
-    time_of_record = datetime.now(timezone.utc) - timedelta(**interval)
-    return time_of_record.strftime("%Y-%m-%dT%H:%M:%S.000Z ")
 
 
 class DoctorOnFiles(DoctorTest):
@@ -48,6 +42,13 @@ class DoctorOnFiles(DoctorTest):
             with self.subTest(finding=finding):
                 self.conf.write_text(text)
                 self.expect_with_no_daemon(finding, says)
+        self.conf.write_text('{"mqtt": {"password": 12hidden}}')
+        self.assertNotIn("hidden", self.examine().text)
+        for encoding in ("utf-16-le", "utf-16-be"):
+            self.conf.write_bytes(("\ufeff" + good).encode(encoding))
+            self.expect_with_no_daemon("configuration.byte-order-mark", "UTF-16")
+        self.conf.write_bytes(bytes(99))
+        self.expect_with_no_daemon("configuration.invalid-json", "NUL")
         self.conf.unlink()
         self.conf.symlink_to(self.conf)
         self.expect_with_no_daemon("configuration.unreadable", "loop of symbolic links")
@@ -163,6 +164,9 @@ class DoctorOnLog(DoctorTest):
             self.testbed.send(forged)
             self.assertTrue(self.testbed.logged(f"{now}{START}"))
             self.assertEqual(self.examine().outcomes().get("errors.invalid-datagram"), "bad")
+        Path(f"{self.testbed.log_file}.1").write_text(self.testbed.log())
+        self.testbed.log_file.write_text(ago(seconds=-1) + "TRACE after the rotation\n")
+        self.assertIn("errors.invalid-datagram", self.examine().bad())
 
     def test_says_until_when_the_circuit_is_open(self) -> None:
         self.testbed.configuration["log"]["level"] = 40

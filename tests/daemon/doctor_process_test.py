@@ -67,10 +67,11 @@ class DoctorOnProcess(DoctorTest):
         self.assertIn(f"processes {second.proc.name} and {daemon.proc.name}", cause)
 
     def test_compares_the_daemon_with_its_unit(self) -> None:
-        system.install_unit("User=nobody\nExecStart=/x -c /etc/first.conf")
+        system.install_unit("User=nobody\nExecStart=/x -c /etc/first.conf -l /first.log")
         self.testbed.start_ready_daemon()
         report = self.examine()
-        self.assertEqual(report.bad(), {"service.other-user", "service.other-configuration"})
+        self.assertEqual(report.bad(), {"service.other-user", "service.other-configuration",
+                                        "service.other-log"})
         self.assertIn("/etc/first.conf", report.finding("service.other-configuration")["cause"])
         drop_in = Path("/etc/systemd/system/lora-veyra-server.service.d/x.conf")
         drop_in.parent.mkdir()
@@ -149,7 +150,9 @@ class DoctorOnProcess(DoctorTest):
         with silent_listener(BROKER_HOST, BROKER_PORT):
             self.testbed.start_daemon()
             self.assertTrue(self.testbed.logged("Connect to MQTT"))
+            start = time.monotonic()
             report = self.examine()
+            self.assertLess(time.monotonic() - start, 9)
             self.assertEqual(report.bad(), {"broker.silent", "alive.starting"})
             self.assertIn("127.0.0.2", report.finding("alive.starting")["cause"])
             self.assertEqual(report.outcomes()["port.starting"], "unknown")
@@ -166,6 +169,9 @@ class DoctorOnProcess(DoctorTest):
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
             other.bind(("127.0.0.9", UPSTREAM_PORT))
             self.assertIn("port.ok", self.examine().outcomes())
+        self.testbed.configuration["udp"]["veyraPort"] = 80
+        self.stop_daemon()
+        self.assertIn("port.ok", self.examine().outcomes(), "root may use a low port")
 
     def test_counts_dropped_and_waiting_datagrams(self) -> None:
         daemon = self.testbed.start_ready_daemon()

@@ -142,11 +142,12 @@ class Doctor(DoctorTest):
 
     def test_counts_datagrams_that_go_elsewhere(self) -> None:
         self.testbed.start_ready_daemon()
-        listening = self.enterContext(socket.socket(socket.AF_INET, socket.SOCK_DGRAM))
-        listening.bind(("127.0.0.1", 1782))
+        listening = self.enterContext(socket.socket(socket.AF_INET6, socket.SOCK_DGRAM))
+        listening.bind(("::", 1782))
         cases = [
             ("127.0.0.1", 1780, check_in(), ["traffic.other-port"]),
             ("::1", UPSTREAM_PORT, check_in(), ["traffic.ipv6"]),
+            ("127.0.0.5", UPSTREAM_PORT, check_in(), ["traffic.other-address"]),
             ("127.0.0.1", 1781, "of another program", []),
             ("127.0.0.1", 1782, check_in(), []),
         ]

@@ -4,6 +4,7 @@ import os
 import subprocess
 from collections.abc import Sequence
 from dataclasses import dataclass
+from datetime import datetime, timedelta, timezone
 from typing import Any
 
 from testbed.environment import BUILD, DAEMON
@@ -14,6 +15,12 @@ DOCTOR = os.environ.get("VEYRA_DOCTOR_PROGRAM", str(BUILD / "lora-veyra-doctor")
 # Below an emulator the daemon's executable is the emulator.
 IS_EMULATED = "VEYRA_DOCTOR_PROGRAM" in os.environ
 RUN_LIMIT_S = 26
+
+
+def ago(**interval: float) -> str:
+    """The time of a log record that was written `interval` ago."""
+    time_of_record = datetime.now(timezone.utc) - timedelta(**interval)
+    return time_of_record.strftime("%Y-%m-%dT%H:%M:%S.000Z ")
 
 
 @dataclass

@@ -63,6 +63,10 @@ class DoctorOnUsers(DoctorTest):
         fix = self.examine("-c", self.conf).finding("configuration.unreadable")["fix"]
         self.assertNotIn("chgrp", fix, "the service user can replace this path by a link")
         run("mount", "-t", "tmpfs", "-o", "mode=755", "own", "/opt")
+        Path("/opt/closed").mkdir(0o700)
+        shutil.copy(self.conf, "/opt/closed/own.conf")
+        closed = self.examine("-c", "/opt/closed/own.conf").finding("configuration.unreadable")
+        self.assertIn("no permission to enter a directory", closed["cause"])
         shutil.copy(self.conf, "/opt/own.conf")
         fix = self.examine("-c", "/opt/own.conf").finding("configuration.unreadable")["fix"]
         self.assertIn("chgrp lora-veyra /opt/own.conf\n", fix)
@@ -82,7 +86,8 @@ class DoctorOnUsers(DoctorTest):
                          (2, "unknown", set()))
         self.assertEqual(report.unknown(), hidden)
         self.device.chmod(0o600)
-        self.assertEqual(self.examine(*options).unknown(), {*hidden, "identity.hidden"})
+        report = self.examine(*options)
+        self.assertEqual((report.bad(), report.unknown()), (set(), {*hidden, "identity.hidden"}))
         self.conf.chmod(0o600)
         self.assertEqual(self.examine(*options).unknown(),
                          {"configuration.hidden", "alive.hidden", "clock.no-reference"})
@@ -117,6 +122,9 @@ class DoctorOnUsers(DoctorTest):
         self.assertEqual(self.examine("--alive").unknown(), {"alive.other-network"})
         named = self.examine("--alive", "--pid", daemon.proc.name)
         self.assertEqual(named.bad(), {"alive.not-linked"})
+        named = self.examine("--sign", "m1/x", "--pid", daemon.proc.name)
+        self.assertIn("signature.not-sent", named.unknown())
+        self.assertEqual(self.testbed.cloud.requests, [])
 
     def test_judges_the_port_with_the_rights_of_the_service_user(self) -> None:
         self.testbed.configuration["udp"]["veyraPort"] = 80
@@ -128,3 +136,10 @@ class DoctorOnUsers(DoctorTest):
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
             other.bind(("127.0.0.1", 80))
             self.assertIn("port.owner-hidden", self.examine().unknown())
+
+    def test_names_what_keeps_the_service_from_starting(self) -> None:
+        self.stop_daemon()
+        self.program.chmod(0o750)
+        self.assertIn("alive.not-executable", self.examine().bad())
+        system.install_unit("User=nonexistent")
+        self.assertIn("alive.no-user", self.examine().bad())

@@ -84,6 +84,35 @@ TEST(RecentErrors, AreNotFoundInQuotedDatagrams) {
     EXPECT_EQ(judged(start + invalid).front().id, "errors.invalid-datagram");
 }
 
+TEST(RecentErrors, AReplyIsNoProofForRefusedRequests) {
+    RecentFacts facts;
+    facts.now = tenOClock + 30;
+    facts.replyWasSeen = true;
+    const std::string failed = "2026-11-21T10:00:05.000Z ERROR CURL call to Server failed - x\n";
+    EXPECT_EQ(judgeRecentErrors(facts, readLogHistory(start + failed, facts.now)).front().outcome,
+              Outcome::OK);
+    EXPECT_EQ(judgeRecentErrors(facts, readLogHistory(start + refused, facts.now)).front().outcome,
+              Outcome::BAD);
+}
+
+TEST(RecentErrors, NameARemedyForEachStatus) {
+    const struct {
+        const char* status;
+        const char* fix;
+    } cases[] = {{"401", "fingerprint"},
+                 {"403", "fingerprint"},
+                 {"404", "API prefix"},
+                 {"429", "number of requests"},
+                 {"422", "rejects the data"},
+                 {"500", "operator of the cloud"},
+                 {"204", "Only the statuses 200 and 201"}};
+    for (const auto& [status, fix] : cases) {
+        const std::string record =
+            "2026-11-21T10:00:05.000Z ERROR POST failed CODE:" + std::string(status) + " BODY:[]\n";
+        EXPECT_NE(judged(start + record).front().fix.find(fix), std::string::npos) << status;
+    }
+}
+
 TEST(RecentErrors, TellHowLongTheCircuitIsOpen) {
     const std::string dropped =
         "2026-11-21T10:00:05.000Z WARNING Circuit is broken, too many failed "

@@ -48,6 +48,8 @@ TEST(Settings, NamesEachValueWithAnotherEffect) {
         {"network.veyraServer", "\"\"", "settings.useless", "the daemon has no cloud"},
         {"network.veyraServer", "\"http://cloud/api/\"", "settings.not-encrypted", "verified"},
         {"network.veyraServer", "\"https://cloud/api\"", "settings.no-slash", "end in \"/\""},
+        {"mqtt.hots", "\"x\"", "settings.misspelt", "mqtt.host is missing"},
+        {"network.veyraServer", "\"HTTPS://cloud/api/\"", "settings.capital-letters", "CA file"},
         {"network.gatewaykey", "\"12\"", "settings.misspelt", "network.gatewayKey is missing"},
         {"mqtt.user_name", "\"lora\"", "settings.misspelt", "mqtt.username is missing"},
         {"mqtt.usernaem", "\"x\"", "settings.misspelt", "mqtt.username is missing"},
@@ -71,16 +73,31 @@ TEST(Settings, AcceptsEffectiveValuesAndKeysOfOtherPrograms) {
         const char* name;
         const char* json;
     } cases[] = {
-        {"udp.veyraPort", "65535"}, {"log.syslog", "1"},     {"veyra.breakerTime", "null"},
-        {"mqtt_bridge.host", "1"},  {"udp2.veyraPort", "1"}, {"hosts", "[]"},
-        {"mqtt.hosts", "[]"},       {"logs.level", "1"},     {"networks", "1"},
-        {"mqtt.part", "1"},         {"udp.port", "1"},       {"mqtt.clientId", "\"x\""},
-        {"gatewayKey", "\"x\""},    {"mqtt.usernames", "1"}, {"MQTT.host", "1"},
+        {"udp.veyraPort", "65535"},
+        {"log.syslog", "1"},
+        {"veyra.breakerTime", "null"},
+        {"mqtt_bridge.host", "1"},
+        {"udp2.veyraPort", "1"},
+        {"hosts", "[]"},
+        {"mqtt.hosts", "[]"},
+        {"logs.level", "1"},
+        {"networks", "1"},
+        {"mqtt.part", "1"},
+        {"mqtt.host", "\"localhost\""},
+        {"udp.veyraPort", "1790.0"},
+        {"udp.port", "1"},
+        {"mqtt.clientId", "\"x\""},
+        {"gatewayKey", "\"x\""},
+        {"mqtt.usernames", "1"},
+        {"MQTT.host", "1"},
         {"mqtt.enabled", "1"},
     };
     for (const auto& accepted : cases) {
         EXPECT_TRUE(judged(with(accepted.name, accepted.json)).empty()) << accepted.name;
     }
+    Json::Value misspelt = with("network.veyraserver", "\"https://cloud/api/\"");
+    misspelt["network"].removeMember("veyraServer");
+    EXPECT_EQ(judged(misspelt).size(), 1U) << "the missing key is no second problem";
     Json::Value both = with("network.gatewaykey", "1");
     both["network"]["gatewayKey"] = "00112233";
     EXPECT_TRUE(judged(both).empty());
