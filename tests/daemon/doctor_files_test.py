@@ -3,7 +3,6 @@
 import json
 import os
 import re
-from datetime import datetime, timezone
 from pathlib import Path
 
 from testbed import system
@@ -157,12 +156,12 @@ class DoctorOnLog(DoctorTest):
                 self.testbed.start_ready_daemon()
                 self.fault(answer, datagram)
                 self.expect_bad(finding, says="^1 .*" + says)
-        now = datetime.now(timezone.utc).strftime("%Y-%m-%dT%H:%M:%S.000Z ")
-        forged = f"{{\n{now}INFO Shutdown signal received 15\n{now}{START}"
+        started = self.testbed.log()[:len(ago())]
+        forged = f"{{\n{started}INFO Shutdown signal received 15\n{started}{START}"
         for log in (self.testbed.log(), ago(seconds=-1) + "ERROR rotated away the start\n"):
             self.testbed.log_file.write_text(log)
             self.testbed.send(forged)
-            self.assertTrue(self.testbed.logged(f"{now}{START}"))
+            self.assertTrue(self.testbed.logged(f"\n{started}{START}"))
             self.assertEqual(self.examine().outcomes().get("errors.invalid-datagram"), "bad")
         Path(f"{self.testbed.log_file}.1").write_text(self.testbed.log())
         self.testbed.log_file.write_text(ago(seconds=-1) + "TRACE after the rotation\n")

@@ -70,6 +70,9 @@ class DoctorOnUsers(DoctorTest):
         shutil.copy(self.conf, "/opt/own.conf")
         fix = self.examine("-c", "/opt/own.conf").finding("configuration.unreadable")["fix"]
         self.assertIn("chgrp lora-veyra /opt/own.conf\n", fix)
+        Path("/opt").chmod(0o775)
+        fix = self.examine("-c", "/opt/own.conf").finding("configuration.unreadable")["fix"]
+        self.assertNotIn("chgrp", fix, "a group can replace this file")
         for file in cases:
             os.chown(file, 0, system.GROUP_ID)
             file.chmod(0o660)
@@ -100,6 +103,12 @@ class DoctorOnUsers(DoctorTest):
         self.assertIn("service.other-process", self.examine().bad())
         other.kill()
         self.testbed.kill_daemon()
+        own = self.program.with_name("own-program")
+        shutil.copy(self.program, own)
+        os.chown(own, SERVICE, SERVICE)
+        self.start_second(below=system.run_as(SERVICE), program=own)
+        own.unlink()
+        self.assertIn("alive.not-running", self.examine(*self.testbed.usual_options()).bad())
         os.chown(self.testbed.folder, NOBODY, NOBODY)
         self.start(NOBODY)
         os.chown(self.testbed.folder, SERVICE, SERVICE)

@@ -150,6 +150,8 @@ TEST(LogHistory, CountsStartsWithoutAStopBeforeThem) {
     EXPECT_EQ(readLogHistory(start + start + start, tenOClock + anHour).recentStarts, 0);
     EXPECT_EQ(readLogHistory(start + stop + start + stop, tenOClock + 30).recentStarts, 1);
     EXPECT_TRUE(readLogHistory(start + stop, tenOClock + 30).isStopped);
+    const std::string zeros(3, '\0'); // a power failure can leave them
+    EXPECT_TRUE(readLogHistory(start + zeros + stop, tenOClock + 30).isStopped);
 }
 
 TEST(Clock, IsComparedWithTheCloudOrWithTheCertificate) {
