@@ -108,7 +108,7 @@ class DoctorOnUsers(DoctorTest):
         os.chown(own, SERVICE, SERVICE)
         self.start_second(below=system.run_as(SERVICE), program=own)
         own.unlink()
-        self.assertIn("alive.not-running", self.examine(*self.testbed.usual_options()).bad())
+        self.assertIn("alive.killed", self.examine(*self.testbed.usual_options()).bad())
         os.chown(self.testbed.folder, NOBODY, NOBODY)
         self.start(NOBODY)
         os.chown(self.testbed.folder, SERVICE, SERVICE)
