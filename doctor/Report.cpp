@@ -91,23 +91,28 @@ void printText(const std::string& start, const std::string& text) {
     }
 }
 
-// Prints each line of a fix on a line of its own. A command continues the line before it if there is
-// room for all of it.
+bool isCommand(const std::string& line) {
+    return line.rfind("  ", 0) == 0;
+}
+
+// Prints each line of a fix on a line of its own. A single command continues the sentence before it if
+// there is room for all of it.
 void printLines(std::string start, const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream parts(text);
+    bool mayJoin = false;
     for (std::string part; std::getline(parts, part);) {
-        const bool isCommand = part.rfind("  ", 0) == 0;
-        if (isCommand && lines.empty()) {
-            lines.push_back(start + shown(part.substr(2)));
-        } else if (isCommand && lines.back().size() + part.size() <= lineWidth) {
+        const bool isNext = parts.peek() == ' '; // another command follows
+        if (isCommand(part) && mayJoin && !isNext &&
+            lines.back().size() + part.size() <= lineWidth) {
             lines.back() += shown(part.substr(1));
-        } else if (isCommand) {
-            lines.push_back(start + shown(part));
+        } else if (isCommand(part)) {
+            lines.push_back(start + shown(lines.empty() ? part.substr(2) : part));
         } else if (!part.empty()) {
             const std::vector<std::string> more = wrapped(start, part);
             lines.insert(lines.end(), more.begin(), more.end());
         }
+        mayJoin = !part.empty() && !isCommand(part);
         if (!lines.empty()) {
             start.assign(start.size(), ' ');
         }
