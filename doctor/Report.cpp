@@ -97,25 +97,24 @@ bool isCommand(const std::string& line) {
 
 // Prints each line of a fix on a line of its own. A single command continues the sentence before it if
 // there is room for all of it.
-void printLines(std::string start, const std::string& text) {
+void printLines(const std::string& start, const std::string& text) {
+    const std::string indent(start.size(), ' ');
     std::vector<std::string> lines;
     std::istringstream parts(text);
     bool mayJoin = false;
     for (std::string part; std::getline(parts, part);) {
+        const std::string& head = lines.empty() ? start : indent;
         const bool isNext = parts.peek() == ' '; // another command follows
         if (isCommand(part) && mayJoin && !isNext &&
             lines.back().size() + part.size() <= lineWidth) {
             lines.back() += shown(part.substr(1));
         } else if (isCommand(part)) {
-            lines.push_back(start + shown(lines.empty() ? part.substr(2) : part));
+            lines.push_back(head + shown(part));
         } else if (!part.empty()) {
-            const std::vector<std::string> more = wrapped(start, part);
+            const std::vector<std::string> more = wrapped(head, part);
             lines.insert(lines.end(), more.begin(), more.end());
         }
         mayJoin = !part.empty() && !isCommand(part);
-        if (!lines.empty()) {
-            start.assign(start.size(), ' ');
-        }
     }
     for (const std::string& line : lines) {
         std::printf("%s\n", line.c_str());
