@@ -99,25 +99,25 @@ bool isCommand(const std::string& line) {
 // there is room for all of it.
 void printLines(const std::string& start, const std::string& text) {
     const std::string indent(start.size(), ' ');
-    std::vector<std::string> lines;
-    std::istringstream parts(text);
+    std::vector<std::string> printed;
+    std::istringstream lines(text);
     bool mayJoin = false;
-    for (std::string part; std::getline(parts, part);) {
-        const std::string& head = lines.empty() ? start : indent;
-        const bool isNext = parts.peek() == ' '; // another command follows
-        if (isCommand(part) && mayJoin && !isNext &&
-            lines.back().size() + part.size() <= lineWidth) {
-            lines.back() += shown(part.substr(1));
-        } else if (isCommand(part)) {
-            lines.push_back(head + shown(part));
-        } else if (!part.empty()) {
-            const std::vector<std::string> more = wrapped(head, part);
-            lines.insert(lines.end(), more.begin(), more.end());
+    for (std::string line; std::getline(lines, line);) {
+        const std::string& head = printed.empty() ? start : indent;
+        const bool isNext = lines.peek() == ' '; // another command follows
+        if (isCommand(line) && mayJoin && !isNext &&
+            printed.back().size() + line.size() <= lineWidth) {
+            printed.back() += shown(line.substr(1));
+        } else if (isCommand(line)) {
+            printed.push_back(head + shown(line));
+        } else if (!line.empty()) {
+            const std::vector<std::string> more = wrapped(head, line);
+            printed.insert(printed.end(), more.begin(), more.end());
         }
-        mayJoin = !part.empty() && !isCommand(part);
+        mayJoin = !line.empty() && !isCommand(line);
     }
-    for (const std::string& line : lines) {
-        std::printf("%s\n", line.c_str());
+    for (const std::string& whole : printed) {
+        std::printf("%s\n", whole.c_str());
     }
 }
 

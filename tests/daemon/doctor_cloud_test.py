@@ -143,7 +143,12 @@ class DoctorOnCloud(DoctorTest):
         self.testbed.configuration["network"]["veyraServer"] = "telnet://127.0.0.1:7070//https:/"
         self.stop_daemon()
         received: list[bytes] = []
-        with scripted_server("127.0.0.1", 7070, lambda data: received.append(data) or b"x"):
+
+        def answer(data: bytes) -> bytes:
+            received.append(data)
+            return b"x"
+
+        with scripted_server("127.0.0.1", 7070, answer):
             report = self.examine()
         self.assertLessEqual({"cloud.unreachable", "settings.not-encrypted"}, report.bad())
         self.assertEqual(received, [])

@@ -129,11 +129,11 @@ class DoctorOnProcess(DoctorTest):
         libc.ptrace(17, pid, 0, 0)  # PTRACE_DETACH
 
     def test_tells_a_deadlocked_daemon_from_one_that_waits(self) -> None:
-        self.testbed.start_ready_daemon()
+        daemon = self.testbed.start_ready_daemon()
         self.testbed.cloud.answer = Answer(stall_s=30)
         self.testbed.send(check_in())
         self.assertEqual(self.examine("--alive").bad(), {"alive.waits-for-cloud"})
-        self.testbed.daemon.end(seconds=0)
+        daemon.end(seconds=0)
         self.assertEqual(self.examine("--alive").bad(), {"alive.stopping"})
         self.testbed.cloud.answer = Answer()
         daemon = self.testbed.start_ready_daemon()
