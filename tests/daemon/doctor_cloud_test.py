@@ -87,7 +87,7 @@ class DoctorOnCloud(DoctorTest):
             with self.subTest(finding=finding), name_server(self.testbed.folder, code):
                 start = time.monotonic()
                 report = self.examine("--publish", "--sign", "m1/x")
-                self.assertLess(time.monotonic() - start, 20)
+                self.assertLess(time.monotonic() - start, 14)
                 self.assertIn(f"cloud.{finding}", report.bad())
                 self.assertIn(f"broker.{broker}", report.outcomes())
                 self.assertIn({"check": "signature", "needs": "cloud"}, report.data["skipped"])

@@ -41,8 +41,10 @@ class DoctorOnFiles(DoctorTest):
             with self.subTest(finding=finding):
                 self.conf.write_text(text)
                 self.expect_with_no_daemon(finding, says)
-        self.conf.write_text('{"mqtt": {"password": 12hidden}}')
-        self.assertNotIn("hidden", self.examine().text)
+        self.conf.write_text('{"mqtt": {"password": 12-34-56}}')
+        self.assertNotIn("12-34", self.examine().text)
+        self.conf.write_text("[1]")
+        self.expect_with_no_daemon("configuration.invalid-json", "not a JSON object")
         for encoding in ("utf-16-le", "utf-16-be"):
             self.conf.write_bytes(("\ufeff" + good).encode(encoding))
             self.expect_with_no_daemon("configuration.byte-order-mark", "UTF-16")
@@ -108,6 +110,7 @@ class DoctorOnFiles(DoctorTest):
         report = self.examine("-l", "/nowhere/x.log")
         self.assertEqual(report.bad(), {"log.not-writable", NOT_RUNNING})
         self.assertIn("install -d", report.finding("log.not-writable")["fix"])
+        self.assertIn("log.not-writable", self.examine("-l", small).bad(), "a directory")
         self.assertEqual(self.examine("-l", "relative.log").finding("log.ok")["subject"],
                          str(Path("relative.log").absolute()))
 
@@ -130,7 +133,7 @@ class DoctorOnFiles(DoctorTest):
         report = self.examine()
         self.assertIn("no stop record", report.finding("alive.killed")["cause"])
         self.assertIn("systemctl start", report.finding("alive.killed")["fix"])
-        system.write_kernel_record("lora-veyra-serv: started", self.testbed.folder)
+        system.write_kernel_record("mosquitto[12]: segfault at 0", self.testbed.folder)
         self.assertNotIn("kernel", self.examine().finding("alive.killed")["cause"])
         system.write_kernel_record("lora-veyra-serv[12]: segfault at 0", self.testbed.folder)
         self.assertIn("segfault", self.examine().finding("alive.killed")["cause"])

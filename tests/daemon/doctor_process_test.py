@@ -24,21 +24,24 @@ NOT_RUNNING = "alive.not-running"
 class DoctorOnProcess(DoctorTest):
     @skipIf(IS_EMULATED, "the executable of an emulated daemon is the emulator")
     def test_trusts_only_the_installed_program(self) -> None:
-        evil = self.testbed.folder / "evil.conf"
-        evil.write_text('{"network": {"veyraServer": "https://127.0.0.1:1/evil/"}}')
-        named = self.testbed.folder / "lora-veyra-server"
+        self.testbed.configuration["network"]["veyraServer"] = "https://127.0.0.1:1/evil/"
+        self.testbed.write_configuration()
+        options = self.testbed.usual_options()
+        system.install([], self.testbed.folder / "copies")
+        named = self.testbed.folder / "copies/lora-veyra-server"
         sleep = shutil.which("sleep") or ""
         cases = [(DAEMON, 0o755, False), (DAEMON, 0o777, True), (sleep, 0o755, True)]
         for program, mode, is_deleted in cases:
             with self.subTest(program=program, mode=mode):
                 shutil.copy(program, named)
                 named.chmod(mode)
-                other = Process([named, "60", "-c", evil, "-l", self.testbed.folder / "x"],
-                                self.testbed.folder, "other")
+                arguments = ["60"] if program == sleep else options
+                other = Process([named, *arguments], self.testbed.folder, "other")
+                self.assertIsNone(other.wait(1), "the copy runs")
                 if is_deleted:
                     named.unlink()
-                report = self.examine()
-                self.assertEqual(report.bad() - {"configuration.unreadable"}, {NOT_RUNNING})
+                report = self.examine("-l", "/nowhere/x.log", "-c", "/nowhere/x.conf")
+                self.assertIn(NOT_RUNNING, report.bad())
                 self.assertNotIn("evil", report.text)
                 other.kill()
 
@@ -83,12 +86,14 @@ class DoctorOnProcess(DoctorTest):
     def test_finds_files_relative_to_the_daemons_directory(self) -> None:
         self.testbed.write_configuration()
         os.chdir(self.testbed.folder)
-        options = ["-c", "daemon.conf", "-l", "daemon.log", "--var-run", "run"]
+        options = ["-c", "./daemon.conf", "-l", "daemon.log", "--var-run", "run"]
         daemon = Process([DAEMON, *options], self.testbed.folder, "relative")
         self.testbed.daemon = daemon
         os.chdir("/")
         self.assert_logged("MQTT - subscribed")
-        self.assertEqual(self.examine().bad(), set())
+        report = self.examine()
+        self.assertEqual((report.bad(), report.finding("configuration.ok")["subject"]),
+                         (set(), str(self.testbed.folder / "daemon.conf")))
 
     def test_takes_only_the_proxy_from_the_daemon(self) -> None:
         environment = {"https_proxy": "http://127.0.0.1:9", "NO_COLOR": "1", "TZ": "Asia/Tokyo"}
@@ -179,7 +184,7 @@ class DoctorOnProcess(DoctorTest):
         for _ in range(200):
             self.testbed.send(check_in(padding=8000))
         facts = self.examine().finding("port.ok")
-        self.assertGreater(facts["droppedDatagrams"], 0)
+        self.assertIn(facts["droppedDatagrams"], range(1, 201))
         self.assertGreater(facts["waitingBytes"], 8000)
 
     def test_notices_files_that_changed_since_the_start(self) -> None:

@@ -47,8 +47,10 @@ class Doctor(DoctorTest):
         self.assertNotIn("disconnected", self.testbed.log())
 
     def test_signs_and_publishes_only_on_request(self) -> None:
+        self.testbed.configuration["other"] = {}
         self.testbed.start_ready_daemon()
         report = self.examine()
+        self.assertEqual(report.finding("settings.ok")["ignored"], ["other"])
         self.assertEqual((report.status, report.data["outcome"], report.data["problems"]),
                          (0, "ok", 0))
         self.assertEqual((report.data["schema"], report.data["program"]), (1, "lora-veyra-doctor"))
@@ -73,7 +75,7 @@ class Doctor(DoctorTest):
         self.assertTrue(all(len(line) <= 80 for line in done.stdout.splitlines()))
 
     def test_uses_colours_only_on_a_terminal(self) -> None:
-        for variable, colour in (("TERM=dumb", b"\033[31m"), ("NO_COLOR=1", b"bad  ")):
+        for variable, colour in (("TERM=dumb", b"\033[31mbad\033[0m"), ("NO_COLOR=1", b"bad  ")):
             terminal, end = pty.openpty()
             subprocess.run(["env", variable, DOCTOR, "--alive"], stdout=end)
             os.close(end)

@@ -48,6 +48,7 @@ TEST(Settings, NamesEachValueWithAnotherEffect) {
         {"network.veyraServer", "\"\"", "settings.useless", "the daemon has no cloud"},
         {"network.veyraServer", "\"http://cloud/api/\"", "settings.not-encrypted", "verified"},
         {"network.veyraServer", "\"https://cloud/api\"", "settings.no-slash", "end in \"/\""},
+        {"mqtt.pesswurd", "\"x\"", "settings.misspelt", "mqtt.password is missing"},
         {"mqtt.hots", "\"x\"", "settings.misspelt", "mqtt.host is missing"},
         {"network.veyraServer", "\"HTTPS://cloud/api/\"", "settings.capital-letters", "CA file"},
         {"network.gatewaykey", "\"12\"", "settings.misspelt", "network.gatewayKey is missing"},
