@@ -35,7 +35,7 @@ class DoctorOnProcess(DoctorTest):
             with self.subTest(program=program, mode=mode):
                 shutil.copy(program, named)
                 named.chmod(mode)
-                arguments = ["60"] if program == sleep else options
+                arguments: list[object] = ["60"] if program == sleep else [*options]
                 other = Process([named, *arguments], self.testbed.folder, "other")
                 self.assertIsNone(other.wait(1), "the copy runs")
                 if is_deleted:
