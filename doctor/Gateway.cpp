@@ -88,7 +88,10 @@ void Gateway::readHistory() {
         return readLogHistory(text, std::time(nullptr), static_cast<std::time_t>(startedAt));
     };
     history = read();
-    if (history.startedAt == 0 && text.size() < longest) { // rotated since the start
+    constexpr double toleranceS = 1;
+    const auto firstAt = static_cast<double>(history.firstAt);
+    const bool isCovered = firstAt != 0 && firstAt <= startedAt + toleranceS;
+    if (daemon != nullptr && !isCovered && text.size() < longest) { // perhaps rotated meanwhile
         std::string before;
         readAsService(file + ".1", before, longest);
         text.insert(0, before);

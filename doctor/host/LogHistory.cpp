@@ -153,6 +153,20 @@ bool belongsToDaemon(const LogHistory& history, std::time_t latestAt, std::time_
     return runningSince != 0 && (startWasSeen || latestAt > runningSince + toleranceS);
 }
 
+// Whether a record of this time is the first of the running daemon, although its start record is
+// missing: at most log levels no start is recorded. Earlier records belong to a previous run then.
+bool isFirstOfDaemon(const LogHistory& history, std::time_t time, std::time_t firstAt,
+                     std::time_t runningSince) {
+    constexpr std::time_t toleranceS = 1;
+    return runningSince != 0 && firstAt <= runningSince &&
+           history.startedAt < runningSince - toleranceS && time > runningSince + toleranceS;
+}
+
+void beginUnrecordedRun(LogHistory& history, std::time_t runningSince) {
+    history = LogHistory();
+    history.startedAt = runningSince;
+}
+
 } // namespace
 
 std::time_t LogHistory::currentSuccessAt() const {
@@ -176,6 +190,9 @@ LogHistory readLogHistory(const std::string& text, std::time_t now, std::time_t 
         if (!record || record->time > now) {
             continue;
         }
+        if (firstAt != 0 && isFirstOfDaemon(history, record->time, firstAt, runningSince)) {
+            beginUnrecordedRun(history, runningSince);
+        }
         const bool isForged = belongsToDaemon(history, latestAt, runningSince);
         if (!isForged && isStart(*record, runningSince)) {
             beginRun(history, *record, previousAt, now);
@@ -186,6 +203,9 @@ LogHistory readLogHistory(const std::string& text, std::time_t now, std::time_t 
         }
         previousAt = record->time;
         latestAt = std::max(latestAt, record->time);
+    }
+    if (firstAt != 0 && isFirstOfDaemon(history, now, firstAt, runningSince)) {
+        beginUnrecordedRun(history, runningSince); // the daemon has written no record yet
     }
     history.firstAt = firstAt;
     return history;

@@ -145,6 +145,13 @@ TEST(RecentErrors, PointToTheCloudWhenTheCloudIsTheCause) {
     EXPECT_EQ(finding.cause.find("succeeds now"), std::string::npos);
 }
 
+TEST(LogHistory, ForgetsThePreviousRunWithoutAStartRecord) {
+    EXPECT_EQ(readLogHistory(refused, tenOClock + 30, tenOClock).events.size(), 1U);
+    EXPECT_TRUE(readLogHistory(refused, tenOClock + 30, tenOClock + 20).events.empty());
+    const std::string later = "2026-11-21T10:00:25.000Z DEBUG MQTT - Connected\n";
+    EXPECT_TRUE(readLogHistory(refused + later, tenOClock + 30, tenOClock + 20).events.empty());
+}
+
 TEST(LogHistory, CountsStartsWithoutAStopBeforeThem) {
     EXPECT_EQ(readLogHistory(start + start + start, tenOClock + 30).recentStarts, 3);
     EXPECT_EQ(readLogHistory(start + start + start, tenOClock + anHour).recentStarts, 0);
