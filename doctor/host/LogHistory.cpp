@@ -139,32 +139,52 @@ void addRecord(LogHistory& history, const Record& record) {
     }
 }
 
+constexpr std::time_t startToleranceS = 1; // between the start of the process and its first record
+
 bool isStart(const Record& record, std::time_t runningSince) {
-    constexpr std::time_t toleranceS = 1; // between the start of the process and the record
     return record.level == "INFO" && startsWith(record.text, "Lora VEYRA Server started") &&
-           (runningSince == 0 || record.time <= runningSince + toleranceS);
+           (runningSince == 0 || record.time <= runningSince + startToleranceS);
 }
 
-// Whether the records before this one belong to the running daemon. Any further start record is forged
-// then.
-bool belongsToDaemon(const LogHistory& history, std::time_t latestAt, std::time_t runningSince) {
-    constexpr std::time_t toleranceS = 1; // between the start of the process and the record
-    const bool startWasSeen = history.startedAt >= runningSince - toleranceS;
-    return runningSince != 0 && (startWasSeen || latestAt > runningSince + toleranceS);
+// The state while the records are read in their order.
+struct Reading {
+    std::time_t now;
+    std::time_t runningSince; // 0: no daemon runs
+    LogHistory history;
+    std::time_t firstAt = 0;
+    std::time_t previousAt = 0;
+    std::time_t latestAt = 0;
+};
+
+// Whether the records so far belong to the running daemon. Any further start record is forged then.
+bool isCurrent(const Reading& reading) {
+    const bool startWasSeen = reading.history.startedAt >= reading.runningSince - startToleranceS;
+    return reading.runningSince != 0 &&
+           (startWasSeen || reading.latestAt > reading.runningSince + startToleranceS);
 }
 
-// Whether a record of this time is the first of the running daemon, although its start record is
-// missing: at most log levels no start is recorded. Earlier records belong to a previous run then.
-bool isFirstOfDaemon(const LogHistory& history, std::time_t time, std::time_t firstAt,
-                     std::time_t runningSince) {
-    constexpr std::time_t toleranceS = 1;
-    return runningSince != 0 && firstAt <= runningSince &&
-           history.startedAt < runningSince - toleranceS && time > runningSince + toleranceS;
+// At most log levels no start is recorded. If the log has earlier records than the running daemon's,
+// these belong to a previous run.
+void beginUnrecordedRun(Reading& reading, std::time_t time) {
+    const bool hasEarlier = reading.firstAt != 0 && reading.firstAt <= reading.runningSince;
+    const bool isOfDaemon = time > reading.runningSince + startToleranceS;
+    if (reading.runningSince != 0 && hasEarlier && isOfDaemon && !isCurrent(reading)) {
+        reading.history = LogHistory();
+        reading.history.startedAt = reading.runningSince;
+    }
 }
 
-void beginUnrecordedRun(LogHistory& history, std::time_t runningSince) {
-    history = LogHistory();
-    history.startedAt = runningSince;
+void takeRecord(Reading& reading, const Record& record) {
+    beginUnrecordedRun(reading, record.time);
+    if (!isCurrent(reading) && isStart(record, reading.runningSince)) {
+        beginRun(reading.history, record, reading.previousAt, reading.now);
+    }
+    addRecord(reading.history, record);
+    if (reading.firstAt == 0) {
+        reading.firstAt = record.time;
+    }
+    reading.previousAt = record.time;
+    reading.latestAt = std::max(reading.latestAt, record.time);
 }
 
 } // namespace
@@ -180,33 +200,15 @@ std::time_t LogHistory::currentSuccessAt() const {
 }
 
 LogHistory readLogHistory(const std::string& text, std::time_t now, std::time_t runningSince) {
-    LogHistory history;
-    std::time_t previousAt = 0;
-    std::time_t latestAt = 0;
-    std::time_t firstAt = 0;
+    Reading reading{now, runningSince, {}};
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
         const auto record = parseRecord(line);
-        if (!record || record->time > now) {
-            continue;
+        if (record && record->time <= now) {
+            takeRecord(reading, *record);
         }
-        if (firstAt != 0 && isFirstOfDaemon(history, record->time, firstAt, runningSince)) {
-            beginUnrecordedRun(history, runningSince);
-        }
-        const bool isForged = belongsToDaemon(history, latestAt, runningSince);
-        if (!isForged && isStart(*record, runningSince)) {
-            beginRun(history, *record, previousAt, now);
-        }
-        addRecord(history, *record);
-        if (firstAt == 0) {
-            firstAt = record->time;
-        }
-        previousAt = record->time;
-        latestAt = std::max(latestAt, record->time);
     }
-    if (firstAt != 0 && isFirstOfDaemon(history, now, firstAt, runningSince)) {
-        beginUnrecordedRun(history, runningSince); // the daemon has written no record yet
-    }
-    history.firstAt = firstAt;
-    return history;
+    beginUnrecordedRun(reading, now); // the running daemon may have written nothing yet
+    reading.history.firstAt = reading.firstAt;
+    return reading.history;
 }
