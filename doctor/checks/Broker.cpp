@@ -153,11 +153,19 @@ AddressTrial tryAsService(const Gateway& gateway, const BrokerAddress& broker) {
     return tryAddresses(broker, gateway.limitMs(addressesMs));
 }
 
+// Whether the daemon's connection has lasted since the start of this run, without a record in the log
+// that it was recreated. The kernel also shows a connection on which the broker never answered.
+bool isLinkStable(Gateway& gateway) {
+    const std::uint64_t inode = gateway.linkInode(gateway.look());
+    const bool wasRebuilt = gateway.history.events.count(LogHistory::Kind::LINK_REBUILT) != 0;
+    return inode != 0 && inode == gateway.linkInode(gateway.firstLook) && !wasRebuilt;
+}
+
 // While the daemon is connected, the doctor's own failure proves nothing about the daemon.
 Finding asObserved(Finding finding, bool isLinked) {
     if (isLinked && finding.outcome == Outcome::BAD) {
         finding.outcome = Outcome::UNKNOWN;
-        finding.cause += " However, the daemon is connected to this broker.";
+        finding.cause += " However, the daemon has a connection to this address that stays open.";
         finding.fix.clear();
     }
     return finding;
@@ -177,7 +185,8 @@ Findings checkBroker(Gateway& gateway) {
                     thenRestart("Write a number from 1 to 65535 into mqtt.port."))};
     }
     const AddressTrial trial = tryAsService(gateway, broker);
-    const bool isLinked = gateway.isLinked(gateway.look());
+    const bool isLinked = isLinkStable(gateway);
+    gateway.brokerIsUnresolved = trial.tried.empty();
     if (trial.tried.empty() || trial.tried.back().error != 0) {
         const Finding finding = judgeAddresses(subject, broker, trial);
         return {asObserved(finding, isLinked)};

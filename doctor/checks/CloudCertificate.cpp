@@ -116,8 +116,10 @@ Finding judgeCertificate(const Refusal& refusal) {
     case X509_V_ERR_CERT_HAS_EXPIRED:
         return judgeExpired(refusal);
     case X509_V_ERR_CERT_NOT_YET_VALID:
-        return bad("cloud.certificate-not-yet-valid", refusal.url, refusal.answer.error + ".",
-                   "Set the clock:" + command("date -u -s 'YYYY-MM-DD hh:mm:ss'"));
+        return bad(
+            "cloud.certificate-not-yet-valid", refusal.url, refusal.answer.error + ".",
+            "Compare the gateway's clock with a clock that you trust. If it is wrong, set it:" +
+                command("date -u -s 'YYYY-MM-DD hh:mm:ss'"));
     case X509_V_OK: // libcurl itself compares the host when OpenSSL has no objection
     case X509_V_ERR_UNSPECIFIED:
         return bad("cloud.host-mismatch", refusal.url,

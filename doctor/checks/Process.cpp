@@ -119,7 +119,7 @@ LifeFacts gatherFacts(const Gateway& gateway, const Look& active, const Look& no
     LifeFacts facts{active, now};
     facts.isLinked = gateway.wasLinked() || !isCurrent;
     facts.brokerIsOk = gateway.broker != nullptr;
-    facts.brokerIsBad = gateway.hasProblem("broker");
+    facts.brokerIsBad = gateway.hasProblem("broker") || gateway.brokerIsUnresolved;
     facts.isRejected = facts.brokerIsOk && events.count(Kind::BROKER_REFUSED) != 0;
     facts.datagramsAreSeen = gateway.isRoot;
     facts.wasToldToStop = gateway.history.isStopped;
