@@ -5,12 +5,12 @@ import threading
 import time
 from http.server import BaseHTTPRequestHandler, HTTPServer
 from pathlib import Path
-from unittest import skipUnless
+from unittest import skipIf, skipUnless
 
 from testbed.cloud import Answer
 from testbed.environment import CA_DIRECTORY, CLOUD_PORT, GATEWAY_SECRET
 from testbed.faulty_peers import name_server, scripted_server, silent_listener
-from tests.daemon.doctor_test_case import DoctorTest, ago
+from tests.daemon.doctor_test_case import IS_EMULATED, DoctorTest, ago
 
 CA_FILE = CA_DIRECTORY / "DigiCert_Global_Root_CA.pem"
 
@@ -76,6 +76,7 @@ class DoctorOnCloud(DoctorTest):
         self.stop_daemon()
         self.expect("cloud.no-route", says="no default route")
 
+    @skipIf(IS_EMULATED, "the emulator reads the name servers from the system root")
     @skipUnless(Path("/etc/resolv.conf").exists(), "the test mounts a file there")
     def test_tells_faults_of_the_name_resolution_apart(self) -> None:
         self.testbed.configuration["network"]["veyraServer"] = "https://cloud.invalid/api/"
