@@ -22,7 +22,7 @@ class Doctor(DoctorTest):
         self.testbed.start_broker_with_passwords()
         self.testbed.configuration["log"]["level"] = 50
         self.testbed.start_ready_daemon()
-        # Under an emulator the process is named with --pid, and the doctor sends no signature for it.
+        # Under an emulator, --pid names the process, and the doctor sends no signature for it.
         sign = [] if IS_EMULATED else ["--sign", "m1/gateways/SN1/check_in"]
         command = self.command("--json", "--publish", *sign)
         proxy = {**os.environ, "https_proxy": "http://127.0.0.1:9"}  # not the daemon's
