@@ -22,7 +22,7 @@ help:
 	@echo 'make asan      all tests under AddressSanitizer and UndefinedBehaviorSanitizer'
 	@echo 'make tsan      all tests under ThreadSanitizer'
 	@echo 'make cross ARCH=armhf        the programs for an architecture of cmake/targets.list'
-	@echo 'make test-cross ARCH=armhf   the tests for it, in an emulator'
+	@echo 'make test-cross ARCH=armhf   the tests for that architecture, in an emulator'
 	@echo 'make package   Debian packages and their SHA-256 sums'
 	@echo 'make test-package      builds the packages twice and compares; tests them in a clean Debian'
 	@echo 'make test-integration  runs the commands of docs/integration.md in a clean Debian'

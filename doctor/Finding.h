@@ -21,8 +21,8 @@ struct Finding {
 
 using Findings = std::vector<Finding>;
 
-// A line of a fix that is a command. The report does not break it: a technician copies it to a shell
-// of root, where the second half of a broken line would be a command of its own.
+// A line of a fix that is a command. The report does not break it: a technician copies it to a root
+// shell, where the second half of a broken line would be a command of its own.
 inline std::string command(const std::string& text) {
     return "\n  " + text;
 }

@@ -91,7 +91,7 @@ void Gateway::readHistory() {
     constexpr double toleranceS = 1;
     const auto firstAt = static_cast<double>(history.firstAt);
     const bool isCovered = firstAt != 0 && firstAt <= startedAt + toleranceS;
-    if (daemon != nullptr && !isCovered && text.size() < longest) { // perhaps rotated meanwhile
+    if (daemon != nullptr && !isCovered && text.size() < longest) { // it may have been rotated
         std::string before;
         readAsService(file + ".1", before, longest);
         text.insert(0, before);

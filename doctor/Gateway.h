@@ -81,7 +81,7 @@ struct Gateway {
     std::string brokerHost;            // numeric, the address that accepts connections
     std::unique_ptr<MqttProbe> broker; // null if the connection failed
     std::vector<std::uint64_t> links;  // each different state of the daemon's connection
-    bool brokerIsUnresolved = false;   // the check "broker" found no address for its name
+    bool brokerIsUnresolved = false;   // the check "broker" found no address of the broker
     bool disturbedLink = false;        // the doctor's connection ended the daemon's
     bool replyWasSeen = false;
     std::set<std::string> problems; // names of the checks that found one

@@ -44,7 +44,7 @@ Json::Value makeRoot() {
     return root;
 }
 
-// Foreign text as it may be printed. A value of a megabyte is shortened.
+// Text from outside, made safe to print. Text longer than 4096 bytes is shortened.
 std::string shown(const std::string& text) {
     constexpr std::size_t longest = 4096;
     if (text.size() > longest) {
@@ -61,9 +61,9 @@ std::size_t wholeCharacters(const std::string& word, std::size_t room) {
     return room;
 }
 
-// Splits the text into lines of at most 80 characters. The first line begins with `start`; the other
-// lines are indented by its length. A word that is too long is broken: a terminal must not continue it
-// at the left edge, where it could look like a line of its own.
+// Splits the text into lines of at most 80 characters. The first line begins with `start`; the
+// other lines are indented by its length. A word that is too long is broken: a terminal must not
+// continue it at the left edge, where it could look like a line of its own.
 std::vector<std::string> wrapped(const std::string& start, const std::string& text) {
     std::vector<std::string> lines{start};
     std::istringstream words(shown(text));
@@ -95,8 +95,8 @@ bool isCommand(const std::string& line) {
     return line.rfind("  ", 0) == 0;
 }
 
-// Prints each line of a fix on a line of its own. A single command continues the sentence before it if
-// there is room for all of it.
+// Prints each line of a fix on a line of its own. A single command is appended to the sentence
+// before it if the whole command fits on that line.
 void printLines(const std::string& start, const std::string& text) {
     const std::string indent(start.size(), ' ');
     std::vector<std::string> printed;
@@ -121,7 +121,7 @@ void printLines(const std::string& start, const std::string& text) {
     }
 }
 
-// The text of a fix for programs, with its line breaks.
+// The text of a fix in the JSON output. Its line breaks are kept.
 std::string shownLines(const std::string& text) {
     std::istringstream parts(text);
     std::string result;

@@ -131,7 +131,7 @@ class TestEnvironment:
 
     def __init__(self) -> None:
         self.folder = Path(tempfile.mkdtemp(prefix="veyra-testbed-"))
-        # A signal may end the process.
+        # Also removes the directory if a signal ends the process.
         atexit.register(shutil.rmtree, self.folder, ignore_errors=True)
         certificates = self.folder / "certificates"
         run(TESTBED / "make-certificates.sh", certificates)

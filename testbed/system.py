@@ -41,7 +41,7 @@ def install(programs: Iterable[object], folder: Path) -> None:
 
 
 def install_unit(lines: str, name: str = "lora-veyra-server.service") -> None:
-    """Installs this unit, or a drop-in of it, as the only one."""
+    """Installs a unit file or a drop-in with these lines, and hides all other units."""
     units = Path("/etc/systemd/system")
     run("mount", "-t", "tmpfs", "units", units)
     (units / name).parent.mkdir(exist_ok=True)
@@ -49,7 +49,7 @@ def install_unit(lines: str, name: str = "lora-veyra-server.service") -> None:
 
 
 def replace_file(path: str, text: str, folder: Path) -> None:
-    """Gives a file of the system another content. The new file is kept in the folder."""
+    """Replaces the content of a system file in this namespace. The new file is in `folder`."""
     file = folder / Path(path).name
     if not file.exists():
         file.touch()

@@ -40,10 +40,10 @@ Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
                    start);
     }
     if (gateway.history.startedAt != 0 && error.empty()) {
-        return bad(
-            "alive.killed", subject,
-            "The daemon is not running. It was killed or it aborted: its log has no stop record.",
-            start + "\n" + seeWhy());
+        return bad("alive.killed", subject,
+                   "The daemon is not running. It was killed or it aborted: the log has no record "
+                   "\"Shutdown signal received\".",
+                   start + "\n" + seeWhy());
     }
     if (!error.empty()) {
         return bad("alive.not-running", subject, "The daemon is not running." + error,
@@ -117,8 +117,8 @@ Finding judgeAbsence(const Gateway& gateway) {
     if (!gateway.daemons.elsewhere.empty()) {
         const int pid = gateway.daemons.elsewhere.front();
         return unknown("alive.other-network", subject,
-                       "No daemon runs in this network namespace. In another one, such as a "
-                       "container's, a daemon runs as " +
+                       "No daemon runs in this network namespace. A daemon runs in another network "
+                       "namespace, for example in a container: " +
                            describeProcess(pid) + ".",
                        "If that is the daemon of this gateway:" +
                            command("lora-veyra-doctor --pid " + std::to_string(pid)));

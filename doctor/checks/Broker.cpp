@@ -36,19 +36,19 @@ Finding judgeAddresses(const std::string& subject, const BrokerAddress& broker,
     if (last.error != ECONNREFUSED) {
         return bad("broker.no-route", subject, "The gateway cannot reach " + reason,
                    "Check the network and the firewall:" + command("ip route") +
-                       "\nIf they are correct, correct mqtt.host.");
+                       "\nIf both work, change mqtt.host.");
     }
     return bad("broker.refused", subject, "No broker listens at " + reason, fixAddress);
 }
 
-// Empty when each address before the working one responds.
+// Empty unless an address that the daemon tries before the working one does not respond.
 Findings judgeSilentAddress(const std::string& subject, const std::vector<HostAddress>& tried) {
     for (const HostAddress& address : tried) {
         if (address.error == ETIMEDOUT) {
             return {bad("broker.address-silent", subject,
                         "The address " + address.text +
-                            " does not answer. Each start of the daemon tries this address first "
-                            "and waits for about two minutes. " +
+                            " does not answer. At each start, the daemon tries this address first "
+                            "and waits about two minutes. " +
                             tried.back().text + " answers.",
                         thenRestart("Write " + tried.back().text + " into mqtt.host."))};
         }
@@ -56,7 +56,8 @@ Findings judgeSilentAddress(const std::string& subject, const std::vector<HostAd
     return {};
 }
 
-// The codes are those of MQTT 3.1.1. Brokers also send code 5 to a client id that they do not allow.
+// The codes are those of MQTT 3.1.1. Brokers also send code 5 to a client id that they do not
+// allow.
 Finding judgeConnack(const std::string& subject, int code, bool isAnonymous) {
     constexpr int wrongProtocol = 1;
     constexpr int wrongClientId = 2;
@@ -77,16 +78,16 @@ Finding judgeConnack(const std::string& subject, int code, bool isAnonymous) {
         return bad(
             "broker.anonymous", subject,
             "The broker does not accept the doctor without a username" + number +
-                " Either it requires one, or it allows only certain client ids.",
+                " Either the broker requires a username, or the broker allows only certain client "
+                "ids.",
             thenRestart("Set mqtt.username and mqtt.password. If they are not necessary, see "
                         "clientid_prefixes in the broker's settings."));
     }
-    return bad(
-        "broker.credentials", subject,
-        "The broker does not accept the doctor with this username and password" + number +
-            " Either they are wrong, or the broker allows only certain client ids.",
-        thenRestart("Correct mqtt.username and mqtt.password, or the broker's users. If they "
-                    "are correct, see clientid_prefixes in the broker's settings."));
+    return bad("broker.credentials", subject,
+               "The broker does not accept the doctor with this username and password" + number +
+                   " Either they are wrong, or the broker allows only certain client ids.",
+               thenRestart("Check mqtt.username, mqtt.password and the broker's users. If all of "
+                           "them are correct, see clientid_prefixes in the broker's settings."));
 }
 
 // The address accepts connections, but no answer to CONNECT arrived.
@@ -153,8 +154,8 @@ AddressTrial tryAsService(const Gateway& gateway, const BrokerAddress& broker) {
     return tryAddresses(broker, gateway.limitMs(addressesMs));
 }
 
-// Whether the daemon's connection has lasted since the start of this run, without a record in the log
-// that it was recreated. The kernel also shows a connection on which the broker never answered.
+// Whether the daemon's connection has lasted since the start of this run, without a record in the
+// log that it was recreated. The kernel also shows a connection on which the broker never answered.
 bool isLinkStable(Gateway& gateway) {
     const std::uint64_t inode = gateway.linkInode(gateway.look());
     const bool wasRebuilt = gateway.history.events.count(LogHistory::Kind::LINK_REBUILT) != 0;
@@ -165,7 +166,8 @@ bool isLinkStable(Gateway& gateway) {
 Finding asObserved(Finding finding, bool isLinked) {
     if (isLinked && finding.outcome == Outcome::BAD) {
         finding.outcome = Outcome::UNKNOWN;
-        finding.cause += " However, the daemon has a connection to this address that stays open.";
+        finding.cause += " However, the daemon's own connection to this address has stayed open "
+                         "during this run.";
         finding.fix.clear();
     }
     return finding;

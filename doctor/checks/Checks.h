@@ -25,7 +25,7 @@ Findings checkRecentErrors(Gateway& gateway);
 // Appends "Then restart: COMMAND" to a fix that takes effect at the next start.
 std::string thenRestart(const std::string& fix);
 
-// Says where the reason of an unexpected end is recorded on this gateway, with a command.
+// Says where the reason for an unexpected end is recorded on this gateway, with a command.
 std::string seeWhy();
 
 // The fix if the caller has no permission.

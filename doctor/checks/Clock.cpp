@@ -46,17 +46,19 @@ Finding judgeClock(std::time_t now, const HttpAnswer& cloud) {
                    "The clock is not set, so certificates and signatures are rejected.", fix);
     }
     if (cloud.date != 0 && cloud.isUnverified) {
-        return unknown(
-            "clock.unverified", subject,
-            "The server reports " + utcText(cloud.date) +
-                ", but nothing proves that it is the cloud. Do not set the clock to this time.");
+        return unknown("clock.unverified", subject,
+                       "The server reports " + utcText(cloud.date) +
+                           ", but nothing proves that this server is the cloud. Do not set the "
+                           "clock to this time.");
     }
     if (cloud.date != 0) {
         return compare(subject, cloud, fix);
     }
     if (cloud.verifyResult == X509_V_ERR_CERT_NOT_YET_VALID) {
-        return bad("clock.wrong", subject, "The cloud's certificate is not valid yet at this time.",
-                   fix);
+        return bad(
+            "clock.wrong", subject,
+            "At the time that the gateway's clock shows, the cloud's certificate is not valid yet.",
+            fix);
     }
     return unknown(
         "clock.no-reference", subject,

@@ -105,7 +105,7 @@ Finding judgeConnection(const std::string& url, const HttpAnswer& answer) {
         answer.error.find("legacy sigalg") != std::string::npos) {
         return bad("cloud.tls-version", url,
                    "The server offers no TLS version that this gateway accepts: " + errorOf(answer),
-                   "The server needs TLS 1.2 or newer: ask the operator of the cloud.");
+                   "Ask the operator of the cloud to enable TLS 1.2 or newer on the server.");
     }
     if (answer.error.find("handshake failure") != std::string::npos ||
         answer.error.find("certificate required") != std::string::npos ||
@@ -163,7 +163,8 @@ Finding judgeStatus(const std::string& url, const HttpAnswer& answer) {
 
 // Empty when the CA file can be used.
 Findings judgeCaFile(const std::string& url, int error, const std::string& text) {
-    const char* const fix = "Install ca-certificates; every user must be able to read the file.";
+    const char* const fix =
+        "Install the package ca-certificates. Every user must be able to read the CA file.";
     if (isVerified(url) && error != 0) {
         return {bad("cloud.ca-file", url,
                     std::string(cloudCaFile) + ": " + std::strerror(error) + ".", fix)};

@@ -36,7 +36,7 @@ const Certificate& topOf(const std::vector<Certificate>& chain) {
     return *top;
 }
 
-// The certificate of the CA file that has the name of the issuer; null when there is none.
+// The certificate in the CA file whose name is that of the chain's issuer; null when there is none.
 const Certificate* issuerInFile(const Refusal& refusal) {
     const Certificate& top = topOf(refusal.chain);
     for (const Certificate& ca : refusal.trusted) {
@@ -52,8 +52,8 @@ Finding judgeIssuer(const Refusal& refusal) {
     const std::string issuer = "\"" + top.issuer + "\"";
     const std::string file =
         std::string(" The CA file ") + cloudCaFile + " contains " + namesOf(refusal.trusted);
-    const std::string install = "Put the CA certificate of the cloud into the file:" +
-                                command("apt-get install --reinstall ca-certificates");
+    const std::string install =
+        "To restore the packaged CA file:" + command("apt-get install --reinstall ca-certificates");
     if (issuerInFile(refusal) != nullptr) {
         return bad(
             "cloud.ca-other-key", refusal.url,
@@ -62,7 +62,8 @@ Finding judgeIssuer(const Refusal& refusal) {
                 refusal.answer.error + ".",
             thenRestart(
                 std::string("Either the CA file is old, or the certificate is forged. Ask the "
-                            "operator of the cloud. If the certificate is genuine: ") +
+                            "operator of the cloud. If the certificate is genuine, install the "
+                            "cloud's current CA certificate. ") +
                 install));
     }
     const bool isExpected = top.issuer.find(expectedRoot) != std::string::npos;
@@ -75,7 +76,7 @@ Finding judgeIssuer(const Refusal& refusal) {
                 file + ".",
             thenRestart(std::string("Ask the operator of the cloud whether this CA is correct. If "
                                     "not, a proxy may have issued the server's certificate. If "
-                                    "the CA is correct: ") +
+                                    "the CA is correct, add its certificate to the CA file. ") +
                         install));
     }
     if (refusal.chain.size() == 1 && top.subject != top.issuer && !isIssuerKnown(top)) {
@@ -88,7 +89,7 @@ Finding judgeIssuer(const Refusal& refusal) {
     }
     return bad("cloud.other-ca", refusal.url,
                "The server's certificate is from another CA: " + issuer + "." + file +
-                   ". Only these are trusted.",
+                   ". The daemon trusts only the CA certificates in this file.",
                "Find out whether a proxy intercepts the connection. If not, ask the operator of "
                "the cloud.");
 }
@@ -116,10 +117,10 @@ Finding judgeCertificate(const Refusal& refusal) {
     case X509_V_ERR_CERT_HAS_EXPIRED:
         return judgeExpired(refusal);
     case X509_V_ERR_CERT_NOT_YET_VALID:
-        return bad(
-            "cloud.certificate-not-yet-valid", refusal.url, refusal.answer.error + ".",
-            "Compare the gateway's clock with a clock that you trust. If it is wrong, set it:" +
-                command("date -u -s 'YYYY-MM-DD hh:mm:ss'"));
+        return bad("cloud.certificate-not-yet-valid", refusal.url, refusal.answer.error + ".",
+                   "Compare the gateway's clock with a clock that you trust. If the gateway's "
+                   "clock is wrong, set it:" +
+                       command("date -u -s 'YYYY-MM-DD hh:mm:ss'"));
     case X509_V_OK: // libcurl itself compares the host when OpenSSL has no objection
     case X509_V_ERR_UNSPECIFIED:
         return bad("cloud.host-mismatch", refusal.url,

@@ -3,5 +3,5 @@
 
 #include "Finding.h"
 
-// Appends what is wrong with the URL, which is not empty, to `found`.
+// Appends one finding to `found` for each fault of `url`. `url` must not be empty.
 void judgeCloudUrl(const std::string& url, Findings& found);

@@ -114,8 +114,8 @@ Findings parseFindings(Gateway& gateway) {
     Json::Value root;
     if (const std::string words = parse(text, root); !words.empty()) {
         return {bad("configuration.invalid-json", path, words,
-                    thenRestart("Look at this place and just before it for a missing or extra "
-                                "comma, quote or brace."))};
+                    thenRestart("Look for a missing or extra comma, quote or brace at this place "
+                                "or just before it."))};
     }
     if (const std::string words = findDuplicate(text); !words.empty()) {
         return {bad("configuration.duplicate-key", path,

@@ -13,8 +13,8 @@ constexpr std::uint64_t pauseMs = 100;
 constexpr const char* allow = "Allow the daemon's user to publish and to read this topic. Add to "
                               "the broker's ACL: topic readwrite lora/veyra_keepalive";
 
-// A connection that is recreated once, as after the start of the daemon, shows as three states: the
-// old one, none, the new one.
+// If the connection is recreated once, which is normal after the start of the daemon, the run sees
+// three states: the old one, none, the new one.
 bool isUnstable(const Gateway& gateway) {
     constexpr std::size_t mostStates = 3;
     return gateway.links.size() > mostStates;
@@ -23,8 +23,8 @@ bool isUnstable(const Gateway& gateway) {
 Finding judgeUnstable() {
     return bad(
         "echo.link-unstable", keepaliveTopic,
-        "The daemon's connection to the broker was replaced several times during this run: a "
-        "second client may have the client id VEYRA_SERVER, or the broker restarts.",
+        "The daemon's connection to the broker was replaced several times during this run. Either "
+        "a second client uses the client id VEYRA_SERVER, or the broker restarts repeatedly.",
         "Search the broker's log for VEYRA_SERVER. If it says \"already connected\", stop the "
         "second client.");
 }

@@ -61,14 +61,14 @@ Findings judgeKey(const std::string& key) {
     }
     if (hexadecimalDigits(key) > keyDigits ||
         key.find_first_of(" \t\n\v\f\r") != std::string::npos) {
-        return {bad(
-            "identity.key-too-long", subject,
-            "The key has a space or more than 32 digits. The daemon uses only the end of the key.",
-            again)};
+        return {bad("identity.key-too-long", subject,
+                    "The key contains a space, or it has more than 32 digits. The daemon uses only "
+                    "the end of the key.",
+                    again)};
     }
     if (parsed->find_first_not_of('0') == std::string::npos) {
         return {bad("identity.key-placeholder", subject,
-                    "The key is all zeros, as the placeholder of the package.",
+                    "The key is all zeros, like the placeholder in the package.",
                     thenRestart("Write the gateway's own key, or null to use the device's uuid."))};
     }
     return {};

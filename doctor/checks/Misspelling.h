@@ -3,6 +3,6 @@
 
 #include <string>
 
-// Whether `given` can only be a misspelling of `known`. A longer name that begins with the other
-// one, such as hosts, is not a misspelling: it belongs to another program.
+// Whether `given` can only be a misspelling of `known`. A name that extends the other name, such as
+// "hosts" for "host", is not a misspelling: it belongs to another program.
 bool isMisspelt(const std::string& given, const std::string& known);

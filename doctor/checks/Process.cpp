@@ -9,11 +9,12 @@
 namespace {
 
 Finding judgeTracing(const std::string& subject, const Look& look) {
-    if (look.status.tracerPid == 0) { // in another container, or just gone
+    if (look.status.tracerPid == 0) { // the debugger is in another container, or has just ended
         return bad("alive.traced", subject, "A debugger has stopped the daemon.",
                    "End the debugger.");
     }
-    // A process can make its parent the tracer without asking. That may be a supervisor, or init.
+    // A process can make its parent the tracer without the parent's consent. The parent may be a
+    // supervisor or init, so the fix must not end the tracer.
     if (look.status.tracerPid == look.status.parentPid || look.status.tracerPid == 1) {
         return bad("alive.traced", subject,
                    "The daemon is stopped, and its parent process traces it.",
@@ -47,7 +48,7 @@ Finding judgeDeadlock(const std::string& subject, int pid) {
                    "\nSee \"The daemon no longer relays\" in operations.md.");
 }
 
-// The main thread has not run: it waits for its lock or in the kernel.
+// The main thread has not run: it waits for a lock, or for an operation of the kernel.
 Finding judgeStandstill(const std::string& subject, const LifeFacts& facts) {
     const Look& look = facts.now;
     if (look.status.state == 'D') {

@@ -63,7 +63,8 @@ std::string fixForStatus(long status) {
 Finding judgeRequest(const RecentFacts& facts, const Event& event, bool isRefused) {
     const std::string cause = summary(event, "failed request") + ".";
     if (!facts.cloudIsOk) {
-        return bad("errors.request-failed", facts.path, cause, "Fix the check \"cloud\" first.");
+        return bad("errors.request-failed", facts.path, cause,
+                   "Fix the problem of the check \"cloud\" first.");
     }
     std::string succeeds;
     if (facts.cloudStatus != 0) {
@@ -154,7 +155,7 @@ std::string describe(const LogHistory& history, int total) {
     if (total == 0) {
         return "no fault" + since;
     }
-    return "no current fault, " + std::to_string(total) + since;
+    return "no current fault; earlier faults" + since + ": " + std::to_string(total);
 }
 
 Findings judgeEnd(const RecentFacts& facts, const LogHistory& history) {

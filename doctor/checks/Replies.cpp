@@ -21,7 +21,7 @@ Findings checkReplies(Gateway& gateway) {
     constexpr int tooLarge = 0x95;
     const std::string subject = "lora/veyra";
     const auto& mqtt = gateway.configuration["mqtt"];
-    gateway.broker.reset(); // its own subscription would count as a reader
+    gateway.broker.reset(); // the doctor's own subscription would count as a reader
     MqttProbe probe(MQTT_PROTOCOL_V5);
     {
         const ActingAs service(gateway.user); // a firewall rule may depend on the user

@@ -51,7 +51,8 @@ void judgeChanges(const Gateway& gateway, Findings& found) {
 
 void judgeUnit(const Gateway& gateway, Findings& found) {
     const ServiceState& service = gateway.service;
-    const std::string restart = "Stop this process, then:" + command(serviceCommand("start"));
+    const std::string restart =
+        "Stop the running daemon. Then start the service:" + command(serviceCommand("start"));
     const std::string& file = gateway.daemon->commandLine.configurationFile;
     if (!service.configurationFile.empty() && service.configurationFile != file) {
         found.push_back(

@@ -7,7 +7,8 @@
 
 namespace {
 
-// Whether a process receives datagrams to this port: at this IPv4 address, or over IPv6.
+// Whether a process receives datagrams for this port at this IPv4 address. An empty address means
+// IPv6.
 bool isBound(const Look& look, const std::string& address, int port) {
     return std::any_of(look.sockets.begin(), look.sockets.end(), [&](const Socket& socket) {
         const std::string bound = addressText(socket.localAddress);
@@ -21,10 +22,12 @@ bool isBound(const Look& look, const std::string& address, int port) {
 Findings judgeElsewhere(const Gateway& gateway, const DatagramCounts& counts, int port,
                         const std::string& subject) {
     const Look look = lookAt(0);
-    std::string fix = "Correct the network server's setting: it must send to 127.0.0.1, port " +
+    std::string fix = "Correct the settings of the network server: the network server must send to "
+                      "127.0.0.1, port " +
                       std::to_string(port) + ".";
     if (gateway.hasProblem("settings")) {
-        fix = "Fix the check \"settings\" first. It can change the port of the daemon.";
+        fix = "Fix the problems of the check \"settings\" first. They can change the port of the "
+              "daemon.";
     }
     if (counts.atPortByIpv6 > 0 && !isBound(look, "", port)) {
         return {bad("traffic.ipv6", subject,

@@ -129,7 +129,7 @@ Identity identify(int pid, const ServiceState& service) {
     identity.isInstalled = stat(installedProgram().c_str(), &installed) == 0 &&
                            executable.st_dev == installed.st_dev &&
                            executable.st_ino == installed.st_ino;
-    // The user comes first: reading the programs of many processes takes long.
+    // Checks the user first, because reading the programs of many processes takes a long time.
     identity.isReplaced = !identity.isInstalled && mayRunDaemon(identity.status.uid, service) &&
                           isDeletedDaemon(pid, executable);
     return identity;

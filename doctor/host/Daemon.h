@@ -16,8 +16,8 @@ struct Daemon {
     int pid = 0;
     ServiceUser user;
     double startedAt = 0;    // seconds since 1970, by this machine's clock
-    bool isReplaced = false; // its program file was replaced since it was started
-    bool isForeign = false;  // another program or another network; only the caller names such
+    bool isReplaced = false; // the program file has been replaced since the start
+    bool isForeign = false;  // runs another program, or in another network; only with --pid
     CommandLine commandLine; // with absolute paths
     std::vector<std::string> proxies; // the environment variables that libcurl reads: "name=value"
 };
@@ -25,7 +25,7 @@ struct Daemon {
 struct Daemons {
     std::vector<Daemon> trusted; // the daemon of the service manager first, then by age
     std::vector<int> untrusted;  // processes that run the installed program as another user
-    std::vector<int> elsewhere;  // the daemon in other network namespaces, such as of containers
+    std::vector<int> elsewhere;  // daemons in other network namespaces, such as containers'
 };
 
 // The installed program: "lora-veyra-server" in the directory of this program.

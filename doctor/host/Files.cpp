@@ -41,7 +41,8 @@ ServiceUser packagedUser() {
 }
 
 // Changes only the effective ids: with the real id of the service user, that user could stop or
-// kill the doctor. The groups stay the service user's afterwards: root does not need any.
+// kill the doctor. The supplementary groups of the service user remain afterwards, because root
+// needs no groups of its own.
 ActingAs::ActingAs(const ServiceUser& user)
     : changed(getuid() == 0 && user.uid != 0) {
     if (!changed) {

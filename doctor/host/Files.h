@@ -7,7 +7,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-// A file descriptor that is closed with its owner.
+// Owns a file descriptor and closes it.
 class Descriptor {
   public:
     explicit Descriptor(int descriptor)
@@ -62,8 +62,8 @@ std::string textOf(const std::string& path);
 // The target of a symbolic link; empty when it cannot be read.
 std::string linkTarget(const std::string& path);
 
-// Whether only root can change what this path leads to: the existing part of it has no symbolic link
-// and belongs to root, and no other user can write there.
+// Whether only root can change what this path leads to: the existing part of it has no symbolic
+// link and belongs to root, and no other user can write there.
 bool onlyRootCanChange(const std::string& path);
 
 // Returns the errno that faccessat(2) would give the acting user for `path`; 0 if access is

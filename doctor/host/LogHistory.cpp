@@ -82,7 +82,8 @@ bool hasSign(const std::string& text, const char* sign, Kind kind) {
 
 std::optional<Kind> kindOf(const LogHistory& history, const Record& record) {
     if (record.level == "TRACE" || record.level == "INFO") {
-        return std::nullopt; // these records quote datagrams and responses: any text
+        return std::
+            nullopt; // these records quote datagrams and responses, so they can contain any text
     }
     for (const auto& [text, kind] : signs) {
         if (!hasSign(record.text, text, kind)) {
@@ -127,7 +128,8 @@ void addRecord(LogHistory& history, const Record& record) {
         return;
     }
     if (*kind == Kind::DROPPED) {
-        constexpr unsigned long long longestMs = 3600000; // a wrapped number may stand there
+        constexpr unsigned long long longestMs =
+            3600000; // the record may contain a number that wrapped around
         const auto backoffMs = std::min(numberAfter(record.text, "backoff "), longestMs);
         history.openUntil = record.time + static_cast<std::time_t>(backoffMs / 1000);
     }
@@ -156,15 +158,16 @@ struct Reading {
     std::time_t latestAt = 0;
 };
 
-// Whether the records so far belong to the running daemon. Any further start record is forged then.
+// Whether the records so far belong to the running daemon. If they do, any further start record is
+// forged.
 bool isCurrent(const Reading& reading) {
     const bool startWasSeen = reading.history.startedAt >= reading.runningSince - startToleranceS;
     return reading.runningSince != 0 &&
            (startWasSeen || reading.latestAt > reading.runningSince + startToleranceS);
 }
 
-// At most log levels no start is recorded. If the log has earlier records than the running daemon's,
-// these belong to a previous run.
+// At low log levels, the start is not recorded. If the log has earlier records than the running
+// daemon's, these belong to a previous run.
 void beginUnrecordedRun(Reading& reading, std::time_t time) {
     const bool hasEarlier = reading.firstAt != 0 && reading.firstAt <= reading.runningSince;
     const bool isOfDaemon = time > reading.runningSince + startToleranceS;

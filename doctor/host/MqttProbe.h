@@ -19,7 +19,7 @@ struct HostAddress {
 };
 
 struct AddressTrial {
-    int resolverError = 0;          // of getaddrinfo(3), such as EAI_NONAME; EAI_AGAIN also in time
+    int resolverError = 0;          // of getaddrinfo(3); EAI_AGAIN also after the time limit
     std::vector<HostAddress> tried; // empty when the name could not be resolved
 };
 
@@ -50,7 +50,7 @@ class MqttProbe {
     std::optional<int> connack;       // its return code
     std::optional<int> publishResult; // its MQTT 5 reason code
     bool isSubscribed = false;        // the broker has answered the subscription to the keepalive
-    bool isDenied = false;            // with a denial
+    bool isDenied = false;            // the broker has denied that subscription
     bool keepaliveWasSeen = false;
     bool replyWasSeen = false;
 

@@ -73,8 +73,8 @@ Look lookAt(int pid);
 // Whether the daemon has not started its broker worker yet: it waits for its first connection.
 bool isStarting(const Look& look);
 
-// The process that holds the socket; 0 when the doctor cannot find it within `limitMs`. Looks through
-// all processes.
+// The process that holds the socket; 0 when the doctor cannot find it within `limitMs`. Looks
+// through all processes.
 int ownerOf(std::uint64_t inode, long limitMs);
 
 // Whether the address means 127.0.0.1 or includes it.

@@ -17,7 +17,7 @@ PASSWORDS = "topic readwrite lora/#"
 
 
 class DoctorOnBroker(DoctorTest):
-    def test_names_why_the_broker_rejects(self) -> None:
+    def test_reports_why_the_broker_rejects(self) -> None:
         self.testbed.start_broker_with_passwords()
         self.testbed.configuration["mqtt"]["password"] = "wrong"
         self.stop_daemon()

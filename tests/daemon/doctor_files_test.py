@@ -29,7 +29,7 @@ class DoctorOnFiles(DoctorTest):
         fix = report.finding(finding_id)["fix"]
         self.assertTrue(fix.endswith("\nsystemctl restart lora-veyra-server"), fix)
 
-    def test_names_why_the_configuration_cannot_be_used(self) -> None:
+    def test_reports_why_the_configuration_cannot_be_used(self) -> None:
         good = self.conf.read_text()
         cases = {
             "configuration.invalid-json": ("{\n \"a\": 1,\n}", "Line 3, Column 1"),
@@ -98,7 +98,7 @@ class DoctorOnFiles(DoctorTest):
         (self.testbed.folder / "run/config/device_info.json").unlink()
         self.assertIn("identity.device-unreadable", self.examine().bad())
 
-    def test_names_why_the_log_cannot_be_written(self) -> None:
+    def test_reports_why_the_log_cannot_be_written(self) -> None:
         small = self.testbed.folder / "small"
         small.mkdir()
         run("mount", "-t", "tmpfs", "-o", "size=32k", "small", small)
@@ -131,7 +131,7 @@ class DoctorOnFiles(DoctorTest):
         self.assertIn("the last line", self.examine().finding("errors.other")["cause"])
         log.write_text(ago(seconds=9) + start)
         report = self.examine()
-        self.assertIn("no stop record", report.finding("alive.killed")["cause"])
+        self.assertIn('no record "Shutdown', report.finding("alive.killed")["cause"])
         self.assertIn("systemctl start", report.finding("alive.killed")["fix"])
         system.write_kernel_record("mosquitto[12]: segfault at 0", self.testbed.folder)
         self.assertNotIn("kernel", self.examine().finding("alive.killed")["cause"])

@@ -125,7 +125,7 @@ class DoctorOnProcess(DoctorTest):
         tracer.kill()
 
     @skipIf(IS_EMULATED, "the test would trace the emulator")
-    def test_ends_no_parent_that_traces_the_daemon(self) -> None:
+    def test_does_not_end_a_parent_that_traces_the_daemon(self) -> None:
         pid = int(self.testbed.start_ready_daemon().proc.name)
         libc = ctypes.CDLL(None, use_errno=True)
         self.assertEqual(libc.ptrace(16, pid, 0, 0), 0)  # PTRACE_ATTACH

@@ -94,7 +94,7 @@ class Doctor(DoctorTest):
         skipped = {entry["check"]: entry["needs"] for entry in report.data["skipped"]}
         self.assertEqual(skipped, {"echo": "broker", "replies": "broker"})
 
-    def test_examines_only_the_process_on_request(self) -> None:
+    def test_examines_only_the_process_if_requested(self) -> None:
         self.testbed.start_ready_daemon()
         report = self.examine("--alive")
         self.assertEqual((report.status, report.outcomes()), (0, {"alive.ok": "ok"}))
@@ -116,7 +116,7 @@ class Doctor(DoctorTest):
                 self.assertEqual((done.returncode, failure["outcome"]), (2, "error"))
                 self.assertIn(arguments[-1], failure["error"])
 
-    def test_examines_no_process_that_does_not_exist(self) -> None:
+    def test_reports_that_the_named_process_does_not_exist(self) -> None:
         done = subprocess.run([DOCTOR, "--pid", "4000000", "--json"], capture_output=True)
         self.assertEqual((done.returncode, json.loads(done.stdout)["outcome"]), (2, "error"))
 

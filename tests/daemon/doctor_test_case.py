@@ -12,7 +12,7 @@ from testbed.processes import Process, eventually, is_bound
 from tests.daemon.daemon_test_case import DaemonTest
 
 DOCTOR = os.environ.get("VEYRA_DOCTOR_PROGRAM", str(BUILD / "lora-veyra-doctor"))
-# Below an emulator the daemon's executable is the emulator.
+# Under an emulator, the executable of the daemon's process is the emulator.
 IS_EMULATED = "VEYRA_DOCTOR_PROGRAM" in os.environ
 RUN_LIMIT_S = 26
 

@@ -16,7 +16,7 @@ NOBODY = 65534
 
 
 @skipIf(IS_EMULATED, "the executable of an emulated daemon is the emulator")
-@skipIf("TSAN_OPTIONS" in os.environ, "other users may not read the file of suppressions")
+@skipIf("TSAN_OPTIONS" in os.environ, "other users have no permission to read the file")
 @skipIf(not system.has_users(), "only root can start a testbed with several users")
 class DoctorOnUsers(DoctorTest):
     def setUp(self) -> None:

@@ -13,7 +13,7 @@ STOP_SIGNALS = 1 << signal.SIGINT - 1 | 1 << signal.SIGTERM - 1
 
 class Stop(DaemonTest):
     def test_stops_at_any_moment_under_load(self) -> None:
-        unusable = {"NOTIFY_SOCKET": "/" * 200}  # longer than the address of a socket
+        unusable = {"NOTIFY_SOCKET": "/" * 200}  # longer than a socket address can be
         for stop in range(20):
             with self.subTest(stop=stop):
                 daemon = self.testbed.start_daemon(environment=unusable)

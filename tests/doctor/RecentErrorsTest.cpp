@@ -84,7 +84,7 @@ TEST(RecentErrors, AreNotFoundInQuotedDatagrams) {
     EXPECT_EQ(judged(start + invalid).front().id, "errors.invalid-datagram");
 }
 
-TEST(RecentErrors, AReplyIsNoProofForRefusedRequests) {
+TEST(RecentErrors, AreStillReportedForRefusedRequestsAfterAReply) {
     RecentFacts facts;
     facts.now = tenOClock + 30;
     facts.replyWasSeen = true;
