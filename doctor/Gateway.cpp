@@ -123,6 +123,8 @@ std::time_t Gateway::changedSinceStart(const std::string& path) const {
 Look Gateway::look() {
     Look now = lookAt(firstLook.pid);
     const std::uint64_t inode = linkInode(now);
+    // A broker that rejects the daemon also has a connection, for a moment.
+    linkLasts = linkLasts || (inode != 0 && !links.empty() && links.back() == inode);
     if (links.empty() || links.back() != inode) {
         links.push_back(inode);
     }
@@ -130,8 +132,7 @@ Look Gateway::look() {
 }
 
 bool Gateway::wasLinked() const {
-    return disturbedLink ||
-           std::any_of(links.begin(), links.end(), [](std::uint64_t inode) { return inode != 0; });
+    return disturbedLink || linkLasts;
 }
 
 std::uint64_t Gateway::linkInode(const Look& look) const {

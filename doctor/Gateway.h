@@ -82,6 +82,7 @@ struct Gateway {
     std::unique_ptr<MqttProbe> broker; // null if the connection failed
     std::vector<std::uint64_t> links;  // each different state of the daemon's connection
     bool brokerIsUnresolved = false;   // the check "broker" found no address of the broker
+    bool linkLasts = false;            // two looks have shown the same connection of the daemon
     bool disturbedLink = false;        // the doctor's connection ended the daemon's
     bool replyWasSeen = false;
     std::set<std::string> problems; // names of the checks that found one
