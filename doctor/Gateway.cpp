@@ -35,6 +35,9 @@ Gateway::Gateway(const Options& given)
         takeProxies(daemon->proxies);
     } else {
         takeProxies({});
+        if (userExists(service.user)) {
+            user = userNamed(service.user);
+        }
     }
     configurationFile = options.configurationFile.value_or(configurationFile);
     logFile = std::filesystem::absolute(options.logFile.value_or(logFile));

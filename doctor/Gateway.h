@@ -46,7 +46,8 @@ struct Gateway {
     // Looks at the daemon now, and notes the daemon's connection to the broker.
     Look look();
 
-    // Whether the daemon was connected to the broker at any time of this run.
+    // Whether two looks of this run have shown the same connection of the daemon to the broker, or the
+    // doctor itself has ended the connection.
     bool wasLinked() const;
 
     // The inode of the connection between the daemon and its broker; 0 when there is none.
@@ -66,7 +67,7 @@ struct Gateway {
     ServiceState service;
     Daemons daemons;
     const Daemon* daemon = nullptr; // the daemon that is examined; null: no daemon runs
-    ServiceUser user;               // of the daemon, or of the packaged service if none runs
+    ServiceUser user;               // of the daemon, or of the service if none runs
     Look firstLook;
     DatagramWatch datagrams;
 

@@ -32,12 +32,14 @@ bool userExists(const std::string& name) {
     return getpwnam(name.c_str()) != nullptr;
 }
 
+ServiceUser userNamed(const std::string& name) {
+    const passwd* const entry = getpwnam(name.c_str());
+    return {entry->pw_uid, entry->pw_gid, name};
+}
+
 ServiceUser packagedUser() {
-    const passwd* const entry = getpwnam("lora-veyra");
-    if (entry == nullptr) {
-        return userWithId(0, 0);
-    }
-    return userWithId(entry->pw_uid, entry->pw_gid);
+    constexpr const char* name = "lora-veyra";
+    return userExists(name) ? userNamed(name) : userWithId(0, 0);
 }
 
 // Changes only the effective ids: with the real id of the service user, that user could stop or

@@ -34,6 +34,9 @@ struct ServiceUser {
 
 ServiceUser userWithId(uid_t uid, gid_t gid);
 
+// The user of this name, which must exist.
+ServiceUser userNamed(const std::string& name);
+
 bool userExists(const std::string& name);
 
 // The user that the package creates; root if that user does not exist.

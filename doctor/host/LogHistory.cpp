@@ -82,8 +82,8 @@ bool hasSign(const std::string& text, const char* sign, Kind kind) {
 
 std::optional<Kind> kindOf(const LogHistory& history, const Record& record) {
     if (record.level == "TRACE" || record.level == "INFO") {
-        return std::
-            nullopt; // these records quote datagrams and responses, so they can contain any text
+        // These records quote datagrams and responses, so they can contain any text.
+        return std::nullopt;
     }
     for (const auto& [text, kind] : signs) {
         if (!hasSign(record.text, text, kind)) {
@@ -128,8 +128,8 @@ void addRecord(LogHistory& history, const Record& record) {
         return;
     }
     if (*kind == Kind::DROPPED) {
-        constexpr unsigned long long longestMs =
-            3600000; // the record may contain a number that wrapped around
+        // The record may contain a number that wrapped around.
+        constexpr unsigned long long longestMs = 3600000;
         const auto backoffMs = std::min(numberAfter(record.text, "backoff "), longestMs);
         history.openUntil = record.time + static_cast<std::time_t>(backoffMs / 1000);
     }
