@@ -47,6 +47,9 @@ const Certificate* issuerInFile(const Refusal& refusal) {
     return nullptr;
 }
 
+// The CA file does not verify the issuer of the top certificate. If the CA file is a bundle, or the
+// issuer is the expected root, a certificate is missing from the file. If not, the server either left
+// out its intermediate certificate or has a certificate from another CA.
 Finding judgeIssuer(const Refusal& refusal) {
     const Certificate& top = topOf(refusal.chain);
     const std::string issuer = "\"" + top.issuer + "\"";
@@ -90,8 +93,9 @@ Finding judgeIssuer(const Refusal& refusal) {
     return bad("cloud.other-ca", refusal.url,
                "The server's certificate is from another CA: " + issuer + "." + file +
                    ". The daemon trusts only the CA certificates in this file.",
-               "Find out whether a proxy intercepts the connection. If not, ask the operator of "
-               "the cloud.");
+               thenRestart("Find out whether a proxy intercepts the connection. If not, ask the "
+                           "operator of the cloud which CA is correct, and put the certificate of "
+                           "this CA into the CA file."));
 }
 
 Finding judgeExpired(const Refusal& refusal) {

@@ -89,6 +89,7 @@ bash -euxo pipefail "$SOURCE/build-commands"
 checkStage
 installImage
 startByInittab
+timeout 20 lora-veyra-watchdog || fail "the watchdog takes a healthy daemon for a blocked one"
 checkProcd
 bash -euxo pipefail "$SOURCE/gateway-commands"
 "$SOURCE/packaging/integration/build-options.sh"
