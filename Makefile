@@ -14,7 +14,7 @@ TEST_JOBS ?= 24
 .PHONY: help deps build test demo run lint format loc clean asan tsan
 
 help:
-	@echo 'make demo      one datagram, hop by hop, with a real broker and a real TLS server'
+	@echo 'make demo      three datagrams, hop by hop, with a real broker and a real TLS server'
 	@echo 'make test      all tests'
 	@echo 'make doctor    lora-veyra-doctor on a healthy gateway, and with three faults'
 	@echo 'make run       the daemon in the foreground, with lora-veyra-server.conf'
@@ -24,7 +24,7 @@ help:
 	@echo 'make cross ARCH=armhf        the programs for an architecture of cmake/targets.list'
 	@echo 'make test-cross ARCH=armhf   the tests for that architecture, in an emulator'
 	@echo 'make package   Debian packages and their SHA-256 sums'
-	@echo 'make test-package      builds the packages twice and compares; tests them in a clean Debian'
+	@echo 'make test-package      builds the packages twice, compares them, and tests them in Debian'
 	@echo 'make test-integration  runs the commands of docs/integration.md in a clean Debian'
 	@echo 'make fuzz      fuzzes the parsers of external input, FUZZ_SECONDS for each'
 	@echo 'make soak      SOAK_MINUTES of load with failing peers; accounts for every datagram'

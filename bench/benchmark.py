@@ -261,7 +261,7 @@ class Benchmark:
             daemon.send_many(packets(200), count)
             emptied = eventually(lambda: not udp_queue(daemon.port)[0], 60)
             expect(emptied, "the daemon does not empty its queue")
-            # Replies before the subscriber is back would not be seen.
+            # Replies that are published before the subscriber is back would not be counted.
             daemon.process.end(signal.SIGSTOP, 0)
             self.testbed.start_broker(BROKER)
             self.answers.process.kill()

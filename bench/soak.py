@@ -159,7 +159,7 @@ class Soak:
         small_stack = len(stacks) == 1 and int(stacks[0]) <= MOST_STACK_KIB
         return self.check_datagrams(dropped) + [
             Check(before == after, f"as many descriptors and threads as at the start: {after}"),
-            Check(small_stack, f"the worker used {stacks} KiB of its 32 KiB stack"),
+            Check(small_stack, f"the worker used {' and '.join(stacks)} KiB of its 32 KiB stack"),
             Check(status == 0, f"the daemon ended with exit status {status}"),
             self.check_memory(),
         ]

@@ -76,7 +76,7 @@ int Gateway::readAsService(const std::string& path, std::string& text,
 }
 
 void Gateway::readHistory() {
-    constexpr std::size_t longest = 4 << 20; // at the level TRACE this can be a few minutes
+    constexpr std::size_t longest = 4 << 20; // at the level TRACE this may cover only a few minutes
     if (configuration.isObject() && configuration["log"]["syslog"].asBool()) {
         return;
     }
@@ -94,7 +94,8 @@ void Gateway::readHistory() {
     constexpr double toleranceS = 1;
     const auto firstAt = static_cast<double>(history.firstAt);
     const bool isCovered = firstAt != 0 && firstAt <= startedAt + toleranceS;
-    if (daemon != nullptr && !isCovered && text.size() < longest) { // it may have been rotated
+    if (daemon != nullptr && !isCovered && text.size() < longest) {
+        // The log may have been rotated since the start.
         std::string before;
         readAsService(file + ".1", before, longest);
         text.insert(0, before);
@@ -112,7 +113,7 @@ std::string Gateway::asDaemonSees(const std::string& path) const {
 }
 
 std::time_t Gateway::changedSinceStart(const std::string& path) const {
-    constexpr double toleranceS = 0.1; // the kernel counts the start in steps of 0.01 s
+    constexpr double toleranceS = 0.1; // the kernel rounds the start time to 0.01 s
     const ActingAs actor(user);
     struct stat status {};
     if (daemon == nullptr || stat(path.c_str(), &status) != 0) {
@@ -126,7 +127,7 @@ std::time_t Gateway::changedSinceStart(const std::string& path) const {
 Look Gateway::look() {
     Look now = lookAt(firstLook.pid);
     const std::uint64_t inode = linkInode(now);
-    // A broker that rejects the daemon also has a connection, for a moment.
+    // Even a broker that rejects the daemon keeps the connection open for a moment.
     linkLasts = linkLasts || (inode != 0 && !links.empty() && links.back() == inode);
     if (links.empty() || links.back() != inode) {
         links.push_back(inode);

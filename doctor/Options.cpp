@@ -9,8 +9,11 @@ const char* const usageText =
     "Usage: lora-veyra-doctor [-c FILE] [-l FILE] [--var-run DIR] [--pid PID] [--alive]\n"
     "                         [--json] [--publish] [--sign PATH]\n"
     "Finds out what is wrong with this gateway. Run it as root.\n"
-    "  -c, -l, --var-run  the files of lora-veyra-server; without these options the\n"
-    "                     files of the running daemon, or those of the package\n"
+    "  -c FILE            the configuration file of lora-veyra-server\n"
+    "  -l FILE            the log file of lora-veyra-server\n"
+    "  --var-run DIR      the directory that contains config/device_info.json\n"
+    "                     Default of these three: what the running daemon uses, or\n"
+    "                     the files of the package if no daemon runs\n"
     "  --pid PID          examine this process, for example one in a container\n"
     "  --alive            only check whether the daemon runs and works\n"
     "  --json             print one JSON object\n"
@@ -18,8 +21,8 @@ const char* const usageText =
     "  --sign PATH        also send one signed GET request for PATH, for example\n"
     "                     m1/gateways/SN0042/check_in\n"
     "  --help, --version  print and exit\n"
-    "Exit status: 0 no problem was found, 1 a problem was found, 2 the doctor could\n"
-    "not do its work.\n";
+    "Exit status: 0 no problem was found, 1 a problem was found, 2 wrong arguments,\n"
+    "or the doctor could not examine everything; see lora-veyra-doctor(8).\n";
 
 namespace {
 

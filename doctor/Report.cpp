@@ -197,8 +197,11 @@ void Report::printFinding(const std::string& check, const Finding& finding) cons
 
 void Report::printEnd(bool offerMore) const {
     for (const auto& [needed, checks] : skippedFor) {
-        const std::string reason = needed == "time" ? "the time limit" : needed;
-        printText("Skipped because of " + reason + ": ", checks + ".");
+        std::string reason = "the check \"" + needed + "\" is not ok";
+        if (needed == "time") {
+            reason = "the time limit was reached";
+        }
+        printText("Skipped, because " + reason + ": ", checks + ".");
     }
     if (problems > 0) {
         printText("", counted(problems, "problem") + " found. Fix first: " + firstProblem + ".");
@@ -212,7 +215,9 @@ void Report::printEnd(bool offerMore) const {
     if (offerMore) {
         printText("", "No reply was seen during this run. If replies are missing, run: "
                       "lora-veyra-doctor --publish --sign m1/gateways/SERIAL/check_in");
-        printText("", "lora-veyra-doctor(8) lists the faults that the doctor cannot detect.");
+        printText(
+            "",
+            "The manual page lora-veyra-doctor(8) lists the faults that the doctor cannot detect.");
     }
 }
 

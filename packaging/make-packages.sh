@@ -58,7 +58,7 @@ for package in "$output"/*.deb; do
     fi
 done
 
-# Missing hardening is only information to lintian by default.
+# By default, lintian reports missing hardening only as information.
 lintian --fail-on error,warning --allow-root "$output"/*.deb
 lintian --allow-root --fail-on info --tags \
     hardening-no-pie,hardening-no-relro,hardening-no-bindnow,hardening-no-fortify-functions \

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# test-cross.sh ARCHITECTURE JOBS: runs the tests on another instruction set. The unit tests run in the emulator. The tests of the daemon and the doctor run natively and start the emulated daemon and
-# the emulated doctor.
+# test-cross.sh ARCHITECTURE JOBS: runs the tests on another instruction set. The unit tests run in
+# the emulator. The tests of the daemon and the doctor run natively, and start the emulated daemon
+# and the emulated doctor.
 set -euo pipefail
 cd "$(dirname "$(realpath "$0")")/.."
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # with-emulator.sh ARCHITECTURE COMMAND...: runs COMMAND as root in an environment in which the
-# kernel can run programs of ARCHITECTURE. Tests this with a program of build-ARCHITECTURE/sysroot.
-# Ends with status 75 if it is not possible.
+# kernel can run programs of ARCHITECTURE. First runs a program of build-ARCHITECTURE/sysroot as a
+# test. Ends with status 75 if the kernel cannot run that program.
 #
 # The settings of the machine do not change: if necessary, qemu is registered in a user namespace
 # for COMMAND only, which requires Linux 6.7.

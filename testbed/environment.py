@@ -1,6 +1,6 @@
 """The test environment: the daemon, a real broker, a subscriber to the replies, a mock cloud.
 
-Must run below run.sh: the ports are fixed, and the daemon's CA certificate is mounted.
+run.sh must start it, because the ports are fixed and the daemon's CA certificate is mounted.
 """
 
 import atexit
@@ -242,7 +242,7 @@ class TestEnvironment:
     def start_ready_daemon(
         self, environment: dict[str, str] | None = None, program: str = DAEMON
     ) -> Process:
-        """Starts the daemon like a service manager and waits until it is ready."""
+        """Starts the daemon as a service manager does, and waits until the daemon is ready."""
         self.service_manager.clear()
         notify = {"NOTIFY_SOCKET": self.service_manager.name}
         environment = {**notify, **(environment or {})}

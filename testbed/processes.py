@@ -63,7 +63,8 @@ class Process:
         self.proc = Path("/proc") / str(self._child.pid)
 
     def wait(self, seconds: float = 10) -> int | None:
-        """The exit status, the negative number of the signal that ended it, or None."""
+        """Waits for the end. Returns the exit status, or the negative number of the signal that
+        ended the process, or None if it is still running."""
         try:
             return self._child.wait(seconds)
         except subprocess.TimeoutExpired:

@@ -13,7 +13,7 @@ GROUP_ID = 991  # a second group of the service user
 
 
 def has_users() -> bool:
-    """Whether the namespace has more users than root."""
+    """Whether the namespace has users other than root."""
     return int(text_of(Path("/proc/self/uid_map")).split()[2]) > GROUP_ID
 
 

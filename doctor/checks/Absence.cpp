@@ -92,7 +92,8 @@ Findings judgeRestarts(const Gateway& gateway) {
     }
     return {bad("alive.restart-loop", installedProgram(),
                 "The daemon was started " + std::to_string(starts) +
-                    " times within 3 minutes. It ended each time without a stop record." +
+                    " times within 3 minutes. Each run ended without the record \"Shutdown "
+                    "signal received\"." +
                     lastErrorOf(gateway),
                 gateway.problems.empty() ? seeWhy() : "Fix the problems above first.")};
 }
@@ -101,8 +102,8 @@ Finding judgeAbsence(const Gateway& gateway) {
     const std::string subject = installedProgram();
     if (!gateway.isRoot) {
         return unknown("alive.hidden", subject,
-                       "No process of this user runs the program. This user has no permission to "
-                       "see the processes of other users.",
+                       "The doctor does not run as root, so it sees only your own processes. None "
+                       "of them is the daemon.",
                        runAsRoot);
     }
     if (!gateway.daemons.untrusted.empty()) {

@@ -7,5 +7,5 @@
 // Empty when the service is not restarted again and again.
 Findings judgeRestarts(const Gateway& gateway);
 
-// Judges why no process is the daemon.
+// Finds out why the daemon is not running.
 Finding judgeAbsence(const Gateway& gateway);

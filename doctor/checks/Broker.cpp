@@ -36,12 +36,13 @@ Finding judgeAddresses(const std::string& subject, const BrokerAddress& broker,
     if (last.error != ECONNREFUSED) {
         return bad("broker.no-route", subject, "The gateway cannot reach " + reason,
                    "Check the network and the firewall:" + command("ip route") +
-                       "\nIf both work, change mqtt.host.");
+                       "\nIf the network and the firewall are correct, change mqtt.host.");
     }
     return bad("broker.refused", subject, "No broker listens at " + reason, fixAddress);
 }
 
-// Empty unless an address that the daemon tries before the working one does not respond.
+// Reports an address that does not respond and that the daemon tries before the working one. Empty
+// if there is none.
 Findings judgeSilentAddress(const std::string& subject, const std::vector<HostAddress>& tried) {
     for (const HostAddress& address : tried) {
         if (address.error == ETIMEDOUT) {
@@ -63,8 +64,9 @@ Finding judgeConnack(const std::string& subject, int code, bool isAnonymous) {
     constexpr int wrongClientId = 2;
     const std::string number = " (code " + std::to_string(code) + ").";
     if (code == wrongProtocol) {
-        return bad("broker.protocol", subject, "The broker does not accept MQTT 3.1.1" + number,
-                   "Install a broker that supports MQTT 3.1.1, or enable it.");
+        return bad(
+            "broker.protocol", subject, "The broker does not accept MQTT 3.1.1" + number,
+            "Enable MQTT 3.1.1 in the broker's settings, or install a broker that supports it.");
     }
     if (code == wrongClientId) {
         return unknown("broker.rejected", subject,
@@ -102,8 +104,8 @@ Finding judgeSilence(const Gateway& gateway, const std::string& subject, int por
     }
     if (isEnded) {
         return bad("broker.closed", subject,
-                   "The connection was closed before CONNACK. Either the broker is at its limit of "
-                   "connections, or another program listens at this port.",
+                   "The connection was closed before CONNACK. Either the broker has reached its "
+                   "connection limit, or another program listens at this port.",
                    "See the broker's log. Compare max_connections with the number of clients, or "
                    "correct mqtt.port.");
     }
@@ -154,8 +156,9 @@ AddressTrial tryAsService(const Gateway& gateway, const BrokerAddress& broker) {
     return tryAddresses(broker, gateway.limitMs(addressesMs));
 }
 
-// Whether the daemon's connection has lasted since the start of this run, without a record in the
-// log that it was recreated. The kernel also shows a connection on which the broker never answered.
+// Whether the daemon's connection has lasted since the start of this run, and the log has no record
+// that the connection was recreated. The log is needed, because the kernel also shows a connection
+// on which the broker never answered.
 bool isLinkStable(Gateway& gateway) {
     const std::uint64_t inode = gateway.linkInode(gateway.look());
     const bool wasRebuilt = gateway.history.events.count(LogHistory::Kind::LINK_REBUILT) != 0;

@@ -55,10 +55,10 @@ Finding judgeClock(std::time_t now, const HttpAnswer& cloud) {
         return compare(subject, cloud, fix);
     }
     if (cloud.verifyResult == X509_V_ERR_CERT_NOT_YET_VALID) {
-        return bad(
-            "clock.wrong", subject,
-            "At the time that the gateway's clock shows, the cloud's certificate is not valid yet.",
-            fix);
+        return bad("clock.wrong", subject,
+                   "The gateway's clock shows a time at which the cloud's certificate is not valid "
+                   "yet. The clock is probably behind.",
+                   fix);
     }
     return unknown(
         "clock.no-reference", subject,

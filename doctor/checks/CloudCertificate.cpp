@@ -36,7 +36,7 @@ const Certificate& topOf(const std::vector<Certificate>& chain) {
     return *top;
 }
 
-// The certificate in the CA file whose name is that of the chain's issuer; null when there is none.
+// The certificate from the CA file that has the name of the chain's issuer; null when there is none.
 const Certificate* issuerInFile(const Refusal& refusal) {
     const Certificate& top = topOf(refusal.chain);
     for (const Certificate& ca : refusal.trusted) {
@@ -48,8 +48,8 @@ const Certificate* issuerInFile(const Refusal& refusal) {
 }
 
 // The CA file does not verify the issuer of the top certificate. If the CA file is a bundle, or the
-// issuer is the expected root, a certificate is missing from the file. If not, the server either left
-// out its intermediate certificate or has a certificate from another CA.
+// issuer is the expected root, a certificate is missing from the file. If not, the server either
+// left out its intermediate certificate or has a certificate from another CA.
 Finding judgeIssuer(const Refusal& refusal) {
     const Certificate& top = topOf(refusal.chain);
     const std::string issuer = "\"" + top.issuer + "\"";

@@ -21,8 +21,8 @@ Finding unreadable(const Gateway& gateway, int error) {
         return bad("configuration.unreadable", path,
                    "The user " + gateway.user.name +
                        " has no permission to enter a directory of this path.",
-                   thenRestart("Let this user enter each directory, or correct -c in the start "
-                               "command."));
+                   thenRestart("Give this user execute permission (x) for each directory of the "
+                               "path, or correct -c in the start command."));
     }
     if (error == EACCES && isOwn) {
         return bad("configuration.unreadable", path,
@@ -36,7 +36,7 @@ Finding unreadable(const Gateway& gateway, int error) {
     }
     if (error == ELOOP) {
         return bad("configuration.unreadable", path, "The path is a loop of symbolic links.",
-                   thenRestart("Replace the link with the file."));
+                   thenRestart("Replace the symbolic link with the configuration file."));
     }
     if (error == EINVAL) {
         return bad("configuration.unreadable", path, "This is not a regular file.",

@@ -10,8 +10,9 @@ namespace {
 
 constexpr long listenMs = 6500; // the daemon publishes every 5 s
 constexpr std::uint64_t pauseMs = 100;
-constexpr const char* allow = "Allow the daemon's user to publish and to read this topic. Add to "
-                              "the broker's ACL: topic readwrite lora/veyra_keepalive";
+constexpr const char* allow =
+    "Allow the daemon's MQTT user to publish to this topic and to read it. Add to "
+    "the broker's ACL: topic readwrite lora/veyra_keepalive";
 
 // If the connection is recreated once, which is normal after the start of the daemon, the run sees
 // three states: the old one, none, the new one.
@@ -31,11 +32,11 @@ Finding judgeUnstable() {
 
 Finding judgeSilence(bool isSameLink) {
     if (isSameLink) {
-        return bad(
-            "echo.silent", keepaliveTopic,
-            "No keepalive arrived within 6 s, although the daemon is connected. Probably the "
-            "broker does not allow the daemon's user to publish or read this topic.",
-            allow);
+        return bad("echo.silent", keepaliveTopic,
+                   "No keepalive arrived within 6 s, although the daemon is connected. The broker "
+                   "probably does not allow the daemon's MQTT user to publish to this topic or to "
+                   "read it.",
+                   allow);
     }
     return bad(
         "echo.silent", keepaliveTopic,
@@ -62,7 +63,7 @@ Finding judgeAbsence(Gateway& gateway, const MqttProbe& probe, bool isOpen) {
     if (!probe.isSubscribed) {
         return unknown("echo.no-answer", keepaliveTopic,
                        "The broker did not answer the doctor's subscription.",
-                       "See the broker's log. The broker may hang.");
+                       "See the broker's log. The broker may be hanging.");
     }
     const char state = gateway.look().status.state;
     if (state == 0 || state == 'Z') {

@@ -7,8 +7,8 @@
 
 namespace {
 
-// Whether the socket receives the datagrams that are sent to the port on 127.0.0.1. A socket of
-// another process takes these datagrams from the daemon.
+// Whether the socket receives the datagrams that are sent to the port on 127.0.0.1. If the
+// socket belongs to another process, the daemon does not get these datagrams.
 bool isAtPort(const Socket& socket, int port) {
     return !socket.isTcp && socket.localPort == port && coversLoopback(socket.localAddress);
 }
@@ -21,9 +21,9 @@ Finding judgeOwner(const Gateway& gateway, const std::string& subject, const Soc
                        "Another process uses the port. The doctor cannot identify that process.",
                        gateway.rightsHint());
     }
-    return bad(
-        "port.in-use", subject, "The port is in use by " + describeProcess(owner) + ".",
-        "Stop that program, or change udp.veyraPort here and the port in the network server.");
+    return bad("port.in-use", subject, "The port is in use by " + describeProcess(owner) + ".",
+               "Stop that program, or change udp.veyraPort in the configuration and the port in "
+               "the network server.");
 }
 
 // The daemon is running and the doctor sees its sockets, but the daemon does not have the port.
@@ -121,7 +121,8 @@ Findings checkPort(Gateway& gateway) {
     }
     if (gateway.daemon != nullptr && !look.socketsAreSeen) {
         return {unknown("port.hidden", subject,
-                        "This user has no permission to see the daemon's sockets.", runAsRoot)};
+                        "The doctor does not run as root, so it cannot see the daemon's sockets.",
+                        runAsRoot)};
     }
     if (taken != nullptr) {
         return {judgeOwner(gateway, subject, *taken)};

@@ -31,13 +31,13 @@ Finding judgeStart(const std::string& subject, const Look& look) {
     for (const Socket& socket : look.sockets) {
         if (socket.isOwn && socket.isTcp && socket.state == tcpSynSent) {
             return bad("alive.starting", subject,
-                       "The daemon has not finished its start: the broker at " +
+                       "The daemon has not finished starting: the broker at " +
                            addressText(socket.remoteAddress) + " does not answer.",
                        fix);
         }
     }
     return bad("alive.starting", subject,
-               "The daemon has not finished its start: it is resolving the broker's name or "
+               "The daemon has not finished starting: it is resolving the broker's name or "
                "connecting to the broker.",
                fix);
 }
@@ -200,10 +200,10 @@ Finding judgeLife(const LifeFacts& facts) {
         return judgeSlowness(subject, facts);
     }
     if (!look.socketsAreSeen) {
-        return unknown(
-            "alive.hidden", subject,
-            "The main thread works, but this user has no permission to see the daemon's sockets.",
-            runAsRoot);
+        return unknown("alive.hidden", subject,
+                       "The main thread works. The doctor does not run as root, so it cannot see "
+                       "the daemon's sockets.",
+                       runAsRoot);
     }
     if (!facts.isLinked && !facts.brokerIsBad) {
         return judgeLink(subject, facts);

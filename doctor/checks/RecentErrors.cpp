@@ -124,7 +124,8 @@ Finding judgeEvent(const RecentFacts& facts, Kind kind, const Event& event) {
                    "The broker rejected the daemon " + summary(event, "time") + ".",
                    fixForRejection(facts, event.text));
     case Kind::PORT_IN_USE:
-        return bad("errors.port-in-use", path, summary(event, "failed attempt") + ".",
+        return bad("errors.port-in-use", path,
+                   "The daemon could not open its port: " + summary(event, "failed attempt") + ".",
                    "See the check \"port\".");
     default:
         return bad("errors.other", path, summary(event, "error") + ".",
@@ -165,9 +166,10 @@ Findings judgeEnd(const RecentFacts& facts, const LogHistory& history) {
     if (!isUnasked) {
         return {};
     }
-    const std::string cause = "The previous run ended at about " + utcText(history.endedUnaskedAt) +
-                              " without a stop record: it was killed, it aborted, or it ended "
-                              "because of a fault at startup.";
+    const std::string cause =
+        "The previous run ended at about " + utcText(history.endedUnaskedAt) +
+        " without the record \"Shutdown signal received\". It was killed, it aborted, or it ended "
+        "because of a fault at startup.";
     const std::string fix = seeWhy();
     if (facts.kernelRecord.empty()) {
         return {unknown("errors.ended-without-stop", facts.path, cause, fix)};
@@ -186,12 +188,12 @@ Findings judgeRecentErrors(const RecentFacts& facts, const LogHistory& history) 
     for (const auto& [kind, event] : history.events) {
         total += event.count;
         if (kind == Kind::DROPPED && history.openUntil > facts.now) {
-            found.push_back(
-                bad("errors.circuit-open", facts.path,
-                    summary(event, "dropped datagram") + ". The circuit breaker is open until " +
-                        utcText(history.openUntil) + ".",
-                    "Find and fix the cause of the failed requests. A restart then closes the "
-                    "circuit at once."));
+            found.push_back(bad("errors.circuit-open", facts.path,
+                                summary(event, "dropped datagram") +
+                                    ". The circuit breaker is open until " +
+                                    utcText(history.openUntil) + ".",
+                                "Find and fix the cause of the failed requests. Then restart the "
+                                "daemon, so that it sends requests again at once."));
         } else if (isRecent(event.last, facts.now) && !isOver(facts, history, kind, event)) {
             found.push_back(judgeEvent(facts, kind, event));
         }

@@ -46,11 +46,12 @@ Findings checkReplies(Gateway& gateway) {
                     "Find out why the network server is not connected to this broker.")};
     }
     if (*probe.publishResult != 0) {
-        return {bad(
-            "replies.denied", subject,
-            "The broker denies publishing (reason code " + std::to_string(*probe.publishResult) +
-                "). The broker does not report this to the daemon.",
-            "Allow the daemon's user to publish. Add to the broker's ACL: topic write lora/veyra")};
+        return {bad("replies.denied", subject,
+                    "The broker denies publishing (reason code " +
+                        std::to_string(*probe.publishResult) +
+                        "). The broker does not report this to the daemon.",
+                    "Allow the daemon's MQTT user to publish to this topic. Add to the broker's "
+                    "ACL: topic write lora/veyra")};
     }
     return {ok(subject)};
 }

@@ -123,7 +123,7 @@ Findings checkService(Gateway& gateway) {
     judgeUnit(gateway, found);
     judgeLimits(gateway, found);
     if (found.empty()) {
-        found.push_back(ok("as " + gateway.daemon->user.name + ", since " +
+        found.push_back(ok("running as " + gateway.daemon->user.name + " since " +
                            utcText(static_cast<std::time_t>(gateway.daemon->startedAt))));
     }
     return found;

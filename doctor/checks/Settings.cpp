@@ -45,12 +45,14 @@ const struct Setting {
     {"log.console", Json::booleanValue, nullptr, "", ""},
     {"udp.veyraPort", anyType, isNothing, "the daemon takes any free port",
      "Write a number from 1024 to 65535, without quotes."},
-    {cloudName, Json::stringValue, isNothing, "the daemon has no cloud",
+    {cloudName, Json::stringValue, isNothing, "the daemon does not know the address of the cloud",
      "Write the API prefix of the cloud, such as \"https://HOST/api/\"."},
     {"network.gatewayKey", anyType, nullptr, "", ""}, // the check "identity" judges it
     {"mqtt.enabled", Json::booleanValue, isNothing, "the daemon ends at once", "Set it to true."},
-    {"mqtt.host", Json::stringValue, isNothing, "the daemon has no broker", hostAndPort},
-    {"mqtt.port", Json::intValue, isNoPort, "the daemon has no broker", hostAndPort},
+    {"mqtt.host", Json::stringValue, isNothing,
+     "the daemon does not know the address of the broker", hostAndPort},
+    {"mqtt.port", Json::intValue, isNoPort, "the daemon does not know the address of the broker",
+     hostAndPort},
     {"mqtt.username", Json::stringValue, nullptr, "", userAndPassword},
     {"mqtt.password", Json::stringValue, nullptr, "", userAndPassword},
     {"veyra.breakerThreshold", anyType, nullptr, "", noBreaker},
@@ -70,7 +72,8 @@ std::string jsonOf(const Value& value) {
     return ZEP::Text::trim(Json::FastWriter().write(value));
 }
 
-// Whether a value has the same meaning as its effect, such as 1883.0 or "1883" as 1883.
+// Whether the configured value means the same as the value that takes effect. For example, 1883.0
+// and "1883" both mean 1883.
 bool isEqual(const Value& configured, const Value& effect) {
     if (configured.isNumeric() && effect.isNumeric()) {
         return configured.asDouble() == effect.asDouble();
@@ -123,8 +126,7 @@ Value effectOf(const Value& root) {
     return effect;
 }
 
-// The setting that is missing from the section and whose name `key` misspells; null if there is
-// none.
+// The setting that `key` misspells, if the section does not contain that setting; otherwise null.
 const Setting* findMeant(const Value& section, const std::string& sectionName,
                          const std::string& key) {
     for (const Setting& setting : settings) {
@@ -256,7 +258,7 @@ Findings checkSettings(Gateway& gateway) {
     std::vector<std::string> ignored;
     Findings found = judgeSettings(gateway.configuration, ignored);
     if (found.empty()) {
-        std::string subject = "all known values take effect";
+        std::string subject = "all settings take effect";
         std::string names;
         Json::Value facts;
         for (const std::string& key : ignored) {

@@ -4,7 +4,7 @@
 
 #include "Finding.h"
 
-// One problem for each value of a type with which the daemon cannot start or cannot work.
+// One problem for each value whose type keeps the daemon from starting or from working.
 Findings judgeTypes(const Json::Value& root);
 
 // One problem for each value that takes effect as another one or has no use, and for each key that

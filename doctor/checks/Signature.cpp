@@ -12,8 +12,8 @@ Findings checkSignature(Gateway& gateway) {
     }
     if (gateway.daemon != nullptr && gateway.daemon->isForeign) {
         return {unknown("signature.not-sent", "GET " + path,
-                        "The process of --pid is not the installed program on this host, so no "
-                        "signature was sent.")};
+                        "The process that --pid names does not run the installed program on this "
+                        "host, so no signature was sent.")};
     }
     const std::string secret = buildGatewaySecret(gateway.device, gateway.configuration["network"]);
     const ActingAs service(gateway.user); // a firewall rule may depend on the user

@@ -26,8 +26,8 @@ Findings judgeElsewhere(const Gateway& gateway, const DatagramCounts& counts, in
                       "127.0.0.1, port " +
                       std::to_string(port) + ".";
     if (gateway.hasProblem("settings")) {
-        fix = "Fix the problems of the check \"settings\" first. They can change the port of the "
-              "daemon.";
+        fix = "Fix the problems of the check \"settings\" first. A wrong setting can change the "
+              "daemon's port.";
     }
     if (counts.atPortByIpv6 > 0 && !isBound(look, "", port)) {
         return {bad("traffic.ipv6", subject,

@@ -77,7 +77,8 @@ CommandLine absoluteCommandLine(int pid) {
     return line;
 }
 
-// The first variable of each name, as libcurl reads them. An environment may contain thousands.
+// If a name occurs several times, libcurl reads the first variable, and so does this function. An
+// environment may contain thousands of variables.
 std::vector<std::string> proxiesOf(int pid) {
     constexpr std::size_t longest = 1000;
     std::map<std::string, std::string> first;

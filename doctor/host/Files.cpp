@@ -120,7 +120,7 @@ int accessError(const std::string& path, int mode) {
 }
 
 int writeError(const std::string& path) {
-    std::error_code unseen; // a parent directory may deny the search: access() returns the error
+    std::error_code unseen; // accessError() below returns the error of a closed directory
     if (fs::is_directory(path, unseen)) {
         return EISDIR;
     }

@@ -166,8 +166,8 @@ bool isCurrent(const Reading& reading) {
            (startWasSeen || reading.latestAt > reading.runningSince + startToleranceS);
 }
 
-// At low log levels, the start is not recorded. If the log has earlier records than the running
-// daemon's, these belong to a previous run.
+// At low log levels, the start is not recorded. Records that are older than the running daemon belong
+// to a previous run.
 void beginUnrecordedRun(Reading& reading, std::time_t time) {
     const bool hasEarlier = reading.firstAt != 0 && reading.firstAt <= reading.runningSince;
     const bool isOfDaemon = time > reading.runningSince + startToleranceS;

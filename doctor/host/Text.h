@@ -13,7 +13,7 @@ std::size_t findInvalidUtf8(const std::string& text);
 // not control a terminal or imitate other text.
 std::string printable(const std::string& text);
 
-// The text, such as a URL, without a possible username and password before an "@".
+// The text, such as a URL, with "***" in place of a username and password before an "@".
 std::string masked(const std::string& text);
 
 // Such as 2026-11-21 10:00:04Z.

@@ -18,7 +18,7 @@ extern std::mutex curlMutex;
 // The file with the only CA certificate that is trusted for the cloud.
 constexpr const char* cloudCaFile = "/etc/ssl/certs/DigiCert_Global_Root_CA.pem";
 
-// Whether the server of a request to `url` is verified: "https:" may be anywhere in the URL.
+// Whether the server of a request to `url` is verified. True if the URL contains "https:" anywhere.
 bool isVerified(const std::string& url);
 
 // Sets the options on `handle` that decide which server a request to `url` trusts. Throws

@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-// Responses below this size need no cleaning up.
+// After a response below this size, releaseFreeMemory() is not necessary.
 constexpr std::size_t largeBytes = std::size_t{64} * 1024;
 
 // From now on, blocks of 256 KiB and more are returned to the system as soon as they are freed.

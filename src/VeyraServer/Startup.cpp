@@ -33,8 +33,8 @@ void installStopHandler() {
 
 void keepLibrariesUntilExit() {
     OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
-    // The library counts its users. Each client is one while it exists; this call adds a permanent
-    // one.
+    // The library counts its users. Each existing client counts as one user. This call adds a
+    // permanent user.
     mosqpp::lib_init();
 }
 

@@ -17,7 +17,7 @@ PASSWORDS = "topic readwrite lora/#"
 
 
 class DoctorOnBroker(DoctorTest):
-    def test_reports_why_the_broker_rejects(self) -> None:
+    def test_reports_why_the_broker_rejects_the_doctor(self) -> None:
         self.testbed.start_broker_with_passwords()
         self.testbed.configuration["mqtt"]["password"] = "wrong"
         self.stop_daemon()
@@ -32,7 +32,7 @@ class DoctorOnBroker(DoctorTest):
         self.stop_daemon()
         self.assertLessEqual({"settings.useless", "broker.refused"}, self.examine().bad())
 
-    def test_sees_that_the_daemon_ends_meanwhile(self) -> None:
+    def test_sees_that_the_daemon_ends_during_the_run(self) -> None:
         daemon = self.testbed.start_ready_daemon()
         seen = len(self.testbed.listener.on("lora/veyra_keepalive"))
         self.assertTrue(eventually(
@@ -91,7 +91,7 @@ class DoctorOnBroker(DoctorTest):
             self.assertIn(BROKER_HOST, report.finding("broker.address-silent")["fix"])
 
     @skipUnless(Path("/etc/hosts").exists(), "the test mounts a file there")
-    def test_believes_the_daemon_that_is_connected(self) -> None:
+    def test_reports_unknown_while_the_daemon_is_connected(self) -> None:
         folder = self.testbed.folder
         system.replace_file("/etc/hosts", f"127.0.0.1 localhost\n{BROKER_HOST} broker\n", folder)
         self.testbed.configuration["mqtt"]["host"] = "broker"

@@ -133,7 +133,7 @@ class DoctorOnCloud(DoctorTest):
         self.assertIn("clock.unverified", report.unknown())
         self.assertIn("settings.not-encrypted", report.bad())
 
-    def test_believes_a_request_that_has_just_succeeded(self) -> None:
+    def test_reports_unknown_after_a_request_has_succeeded(self) -> None:
         self.testbed.cloud.close()
         for seconds, outcome in ((90, "bad"), (9, "unknown")):
             success = ago(seconds=seconds) + "TRACE Curl Response {}\n"

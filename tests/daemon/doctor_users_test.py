@@ -42,7 +42,7 @@ class DoctorOnUsers(DoctorTest):
         self.start()
         report = self.examine()
         self.assertEqual((report.status, report.data["outcome"]), (0, "ok"), report.text)
-        self.assertRegex(report.finding("service.ok")["subject"], "^as lora-veyra, since")
+        self.assertRegex(report.finding("service.ok")["subject"], "^running as lora-veyra since")
         certificate = Path("/etc/ssl/certs/DigiCert_Global_Root_CA.pem")
         cases = {
             self.conf: "configuration.unreadable",

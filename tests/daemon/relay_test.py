@@ -44,7 +44,7 @@ class Request(DaemonTest):
         self.assertEqual(self.testbed.cloud.requests[0].method, "POST")
         self.assertEqual(reply["method"], "POST")
 
-    def test_has_a_serial_header_without_a_serial(self) -> None:
+    def test_has_an_empty_serial_header_without_a_serial(self) -> None:
         self.testbed.start_ready_daemon()
         for request in ("{}", '{"brantle_serial":" \\t"}'):
             with self.subTest(request):

@@ -54,8 +54,7 @@ class CommandLine(DaemonTest):
         usage = r"^Tarnwick Lora VEYRA Server v2\.4\.22\n\nUsage: "
         for option, text in {"--version": version, "-help": usage, "--help": usage}.items():
             with self.subTest(option):
-                # The missing value of the last option would be an error, so the program does not
-                # read that far.
+                # -c without a value is an error. The program must end before it reads -c.
                 daemon = self.testbed.start_daemon(option, "-c")
                 self.assertEqual(daemon.wait(), 0)
                 self.assertRegex(daemon.output(), text)

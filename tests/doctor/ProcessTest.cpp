@@ -30,7 +30,7 @@ Socket udpSocket(std::uint64_t waitingBytes) {
 
 } // namespace
 
-TEST(Process, WaitsForTheCloudOnlyAfterALongStandstill) {
+TEST(Process, IsReportedAsWaitingOnlyAfterALongStandstill) {
     EXPECT_EQ(TwoLooks(9, standstillMs - 1).judged().outcome, Outcome::OK);
     const TwoLooks looks(9);
     EXPECT_EQ(looks.judged().id, "alive.waits-for-cloud");

@@ -45,7 +45,7 @@ TEST(Settings, NamesEachValueWithAnotherEffect) {
         {"mqtt.host", "\"10.0.0.1\"", "settings.no-effect", "as \"127.0.0.1\"."},
         {"mqtt.port", "1884", "settings.no-effect", "as 1883."},
         {"mqtt.username", "\"lora\"", "settings.no-effect", "has no effect"},
-        {"network.veyraServer", "\"\"", "settings.useless", "the daemon has no cloud"},
+        {"network.veyraServer", "\"\"", "settings.useless", "address of the cloud"},
         {"network.veyraServer", "\"http://cloud/api/\"", "settings.not-encrypted", "verified"},
         {"network.veyraServer", "\"https://cloud/api\"", "settings.no-slash", "end in \"/\""},
         {"mqtt.pesswurd", "\"x\"", "settings.misspelt", "mqtt.password is missing"},
@@ -98,7 +98,7 @@ TEST(Settings, AcceptsEffectiveValuesAndKeysOfOtherPrograms) {
     }
     Json::Value misspelt = with("network.veyraserver", "\"https://cloud/api/\"");
     misspelt["network"].removeMember("veyraServer");
-    EXPECT_EQ(judged(misspelt).size(), 1U) << "the missing key is no second problem";
+    EXPECT_EQ(judged(misspelt).size(), 1U) << "the missing key is not a second problem";
     Json::Value both = with("network.gatewaykey", "1");
     both["network"]["gatewayKey"] = "00112233";
     EXPECT_TRUE(judged(both).empty());

@@ -43,8 +43,8 @@ struct FakeBroker {
     std::vector<Publication> publications;
     std::vector<std::string> undeliveredEchoes; // their topics
 
-    // Calls the client's callback, like the network thread: only while the worker does not hold its
-    // lock.
+    // Calls the client's callback, as the network thread does. The worker must not hold mqttLock
+    // during this call.
     void deliverEchoes();
     ClientRecord& client() { return clients.back(); }
     std::uint64_t elapsedMs() const { return fakeNowMs - startMs; }
