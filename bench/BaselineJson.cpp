@@ -108,7 +108,7 @@ class Relay {
     Relay(std::string baseUrl, Broker& replies)
         : base(std::move(baseUrl))
         , broker(replies) {
-        // Built without libcurl, which would copy every header.
+        // Builds the list itself, because libcurl's function would copy every header.
         for (std::size_t i = 0; i < std::size(headers); ++i) {
             list[i] = {headers[i].data(), i + 1 < std::size(headers) ? &list[i + 1] : nullptr};
         }

@@ -213,7 +213,8 @@ void Report::printEnd(bool offerMore) const {
         printText("", "No problem found.");
     }
     if (offerMore) {
-        printText("", "No reply was seen during this run. If replies are missing, run: "
+        printText("", "No reply was seen during this run. If replies are missing, run this command "
+                      "with the gateway's serial number in place of SERIAL: "
                       "lora-veyra-doctor --publish --sign m1/gateways/SERIAL/check_in");
         printText(
             "",

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # debian-root.sh OPTION... TARGET: runs mmdebstrap with the release and the mirror of this machine.
 #
-# Uses only the original release without its updates: the interfaces of its libraries never change,
-# and mirrors rarely have the same updates.
+# Uses only the original release without its updates. Updates never change the interfaces of the
+# libraries, so they are not necessary. Mirrors rarely have the same updates, so builds would differ.
 set -euo pipefail
 
 release=$(sed -n "s/^VERSION_CODENAME=//p" /etc/os-release)
 if [[ $release != bookworm ]]; then
-    echo "These packages are made on Debian 12 (bookworm), not on \"$release\"." >&2
+    echo "This command works only on Debian 12 (bookworm), not on \"$release\"." >&2
     exit 1
 fi
 

@@ -25,6 +25,6 @@ for program in server doctor; do
 done
 
 # Leaves out long tests, measurements, and tests that the emulator does not support.
-leftOut='ten_thousand|processor_time|large_response|any_moment|without_threads'
+leftOut='ten_thousand|processor_time|large_response|any_moment|without_a_network_thread'
 VEYRA_DAEMON_PROGRAM=$build/emulated-server VEYRA_DOCTOR_PROGRAM=$build/emulated-doctor \
     ctest --preset release -j 4 -R '^(relay|broker|lifecycle|startup|doctor[a-z_]*)\.' -E "$leftOut"

@@ -17,8 +17,9 @@ hasStarts() { hasRecords "Lora VEYRA Server started" "$1"; }
 isEnabledForInit() { compgen -G "$root/etc/rc2.d/S??$name" >/dev/null; }
 hasRecords() { [[ $(grep -sc "$1" "$root$log") -eq $2 ]]; }
 
-# startedRelay NUMBER: relays datagram NUMBER after start NUMBER. Waits for the record of the start,
-# because the startup test opens the port for a moment earlier.
+# startedRelay NUMBER: relays datagram NUMBER after start NUMBER. Waits for the record of the start
+# first, because the startup test also opens the port for a moment, before the program receives
+# datagrams.
 startedRelay() {
     await "the program has started" hasRecords "Start VeyraReceiveFunction" "$1"
     await "and it listens on its port" hasText /proc/net/udp ": 0100007F:06FE "

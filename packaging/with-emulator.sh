@@ -14,8 +14,8 @@ probe=$(realpath "${interpreters[0]}")
 
 runsForeign() { "$probe" --version >/dev/null 2>&1; }
 
-# The first 20 bytes of a program identify its instruction set. The mask ignores the byte for the
-# system, and accepts position-independent and other programs. With "F" the kernel opens qemu now,
+# The first 20 bytes of a program identify its instruction set. The mask ignores the byte of the
+# operating system, and accepts position-independent and fixed-address programs. With "F" the kernel opens qemu now,
 # because qemu does not exist in another root.
 registerEmulator() {
     local emulator magic

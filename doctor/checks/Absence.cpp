@@ -21,7 +21,7 @@ std::string lastErrorOf(const Gateway& gateway) {
 
 // How the last run ended, according to the service manager, the kernel and the log.
 Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
-    const std::string start = "Start it:" + command(serviceCommand("start"));
+    const std::string start = "Start the daemon:" + command(serviceCommand("start"));
     const std::string error = lastErrorOf(gateway);
     const std::string& result = gateway.service.result;
     if (!result.empty() && result != "success") {

@@ -110,10 +110,10 @@ Finding judgeConnection(const std::string& url, const HttpAnswer& answer) {
     if (answer.error.find("handshake failure") != std::string::npos ||
         answer.error.find("certificate required") != std::string::npos ||
         answer.error.find("alert bad certificate") != std::string::npos) {
-        return bad("cloud.tls-rejected", url,
-                   "The server ended the TLS handshake: " + errorOf(answer),
-                   "Ask the operator of the cloud what the server requires, such as a client "
-                   "certificate. The daemon has none.");
+        return bad(
+            "cloud.tls-rejected", url, "The server ended the TLS handshake: " + errorOf(answer),
+            "Ask the operator of the cloud what the server requires. The daemon has no client "
+            "certificate, so the server must not require one.");
     }
     return bad("cloud.unreachable", url, errorOf(answer), fixAddress);
 }

@@ -35,8 +35,8 @@ void judgeCloudUrl(const std::string& url, Findings& found) {
     }
     if (url.back() != '/') {
         found.push_back(bad("settings.no-slash", subject,
-                            "The path of each datagram is appended directly: the URL must end "
-                            "in \"/\".",
+                            "The daemon appends the path of each datagram to this URL without "
+                            "adding a \"/\". Therefore the URL must end in \"/\".",
                             thenRestart("Append \"/\".")));
     }
 }

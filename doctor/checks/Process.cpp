@@ -25,7 +25,8 @@ Finding judgeTracing(const std::string& subject, const Look& look) {
                "End the debugger:" + command("kill " + std::to_string(look.status.tracerPid)));
 }
 
-// The first connection to the broker holds up the start, about two minutes for each address.
+// The start waits for the first connection to the broker: about two minutes for each address that
+// does not answer.
 Finding judgeStart(const std::string& subject, const Look& look) {
     const std::string fix = thenRestart("Start that broker, or correct mqtt.host.");
     for (const Socket& socket : look.sockets) {

@@ -25,10 +25,10 @@ void judgeProgram(const Gateway& gateway, Findings& found) {
     if (!others.empty()) {
         found.push_back(
             bad("service.other-process", describeProcess(others.front()),
-                "A user other than the service user also runs the daemon's program, in " +
-                    counted(static_cast<long long>(others.size()), "process") +
-                    " that the service did not start.",
-                "Stop this process, and find out who starts it. To see the processes:" +
+                "Another user runs the installed program too. The service did not start it. Number "
+                "of such processes: " +
+                    std::to_string(others.size()) + ".",
+                "Stop every such process, and find out who starts it. To see the processes:" +
                     command("ps -o pid,user,args -C lora-veyra-server")));
     }
 }

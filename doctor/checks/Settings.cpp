@@ -19,7 +19,8 @@ constexpr Json::ValueType anyType = Json::nullValue;
 constexpr const char* cloudName = "network.veyraServer";
 constexpr const char* hostAndPort = "Set both mqtt.host and mqtt.port (1 to 65535), or neither.";
 constexpr const char* userAndPassword = "Set both mqtt.username and mqtt.password, or neither.";
-constexpr const char* noBreaker = "Remove the key: any integer takes effect as 1.";
+constexpr const char* noBreaker = "Remove the key, so that the default value takes effect. In this "
+                                  "key, every integer takes effect as 1.";
 
 // False, 0 or an empty text.
 bool isNothing(const Value& effect) {

@@ -120,7 +120,7 @@ int accessError(const std::string& path, int mode) {
 }
 
 int writeError(const std::string& path) {
-    std::error_code unseen; // accessError() below returns the error of a closed directory
+    std::error_code unseen; // accessError() below reports a directory that cannot be entered
     if (fs::is_directory(path, unseen)) {
         return EISDIR;
     }

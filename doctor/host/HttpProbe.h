@@ -33,9 +33,9 @@ HttpAnswer askCloud(const std::string& url, long limitMs);
 long askSigned(const std::string& url, const std::string& path, const std::string& secret,
                long limitMs);
 
-// Sends an unsigned HEAD request without verification, the only such request. Returns the
-// certificates that the server sends, its own first, and stores the date of the response in
-// `answer`.
+// Sends an unsigned HEAD request without verification. The doctor sends no other unverified request
+// to an "https:" URL. Returns the certificates that the server sends, its own first, and stores the
+// date of the response in `answer`.
 std::vector<Certificate> lookAtCertificates(const std::string& url, long limitMs,
                                             HttpAnswer& answer);
 

@@ -126,7 +126,7 @@ TEST_F(Request, IsNotSentWhenATrustOptionIsRefused) {
     }
 }
 
-TEST_F(Request, IsSentByALibraryThatTrustsNoDirectories) {
+TEST_F(Request, IsSentIfTheLibraryHasNoOptionForCaDirectories) {
     libraries.refusedOption = CURLOPT_CAPATH;
     send(handle);
     EXPECT_EQ(libraries.requestsSent, 1);

@@ -139,7 +139,7 @@ class Port(DaemonTest):
             self.testbed.start_ready_daemon()
             self.relay()
 
-    def test_is_bound_later_without_a_check_at_startup(self) -> None:
+    def test_is_bound_when_it_is_free_if_startup_did_not_check_it(self) -> None:
         self.testbed.configuration["udp"]["veyraPort"] = "text"  # takes effect as 1790
         service_manager = {"NOTIFY_SOCKET": self.testbed.service_manager.name}
         with udp_socket("127.0.0.1"):
@@ -172,7 +172,7 @@ class Faults(DaemonTest):
         error = "File src/VeyraServer Line 308: Unable to create mqtt thread   Error #11"
         self.assertEqual(daemon.errors(), error)
 
-    def test_continues_without_threads_until_the_client_is_replaced(self) -> None:
+    def test_continues_without_a_network_thread_until_the_client_is_replaced(self) -> None:
         daemon = self.testbed.start_ready_daemon(self.environment("no first network thread"))
         self.relay(seconds=30)
         self.assertEqual(self.testbed.log().count("MQTT disconnected NET: 0 VEYRA: 1 Connec"), 1)

@@ -70,7 +70,8 @@ TEST(RecentErrors, AreClassifiedByTheTextsOfTheRecords) {
     for (const auto& [record, id] : cases) {
         const std::string line = "2026-11-21T10:00:05.000Z " + std::string(record) + "\n";
         EXPECT_EQ(judged(start + line).front().id, id);
-        EXPECT_EQ(judged(start + line, tenOClock + 4).front().id, "") << "of the future";
+        EXPECT_EQ(judged(start + line, tenOClock + 4).front().id, "")
+            << "a record with a time in the future";
     }
 }
 

@@ -26,7 +26,7 @@ Findings judged(const Json::Value& root) {
 
 } // namespace
 
-TEST(Settings, NamesEachValueWithAnotherEffect) {
+TEST(Settings, NamesEachValueThatIsReplacedOrUseless) {
     const struct {
         const char* name;
         const char* json;

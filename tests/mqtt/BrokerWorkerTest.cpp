@@ -86,7 +86,7 @@ TEST_F(Worker, KeepsANewClientWhoseEchoArrives) {
                             keepaliveAt(49030)}));
 }
 
-TEST_F(Worker, ReplacesAClientThatDoesNotConnectAtOnce) {
+TEST_F(Worker, ReplacesAClientThatIsNotConnectedAtTheFirstCheck) {
     fakeBroker.accepts = false;
     runFor(10000);
     EXPECT_EQ(fakeBroker.clients[0].destroyedMs, 100U);
