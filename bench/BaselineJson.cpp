@@ -173,7 +173,7 @@ class Relay {
 } // namespace
 
 int main(int argc, char** argv) {
-    require(argc == 5, "UPSTREAM_PORT BROKER_HOST BROKER_PORT BASE_URL");
+    require(argc == 5, "usage: UPSTREAM_PORT BROKER_HOST BROKER_PORT BASE_URL");
     std::signal(SIGPIPE, SIG_IGN);
     mosqpp::lib_init();
     Broker broker(argv[2], std::stoi(argv[3]));

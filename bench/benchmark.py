@@ -252,7 +252,7 @@ class Benchmark:
 
     def drain(self) -> None:
         """The time from the first to the last of the replies that waited for the broker."""
-        head("queued replies", "drained in, ms", "replies/s")
+        head("queued replies", "time to drain, ms", "replies/s")
         daemon = self.subjects[0]
         for count in (1000, 10000, 100000):
             self.first_ms(daemon)

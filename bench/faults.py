@@ -22,7 +22,7 @@ class Fault:
 
 
 BROKER_KILLED = "broker killed"
-NO_ECHO = "no echo"
+NO_ECHO = "keepalive echo blocked"
 KINDS = (
     FaultKind(BROKER_KILLED, 0.1, 15),
     FaultKind(BROKER_KILLED, 0.1, 3),

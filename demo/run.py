@@ -106,8 +106,8 @@ class Demo:
         stage(
             "3. A check-in",
             "The network server sends one JSON object. The daemon sends it to the cloud in an",
-            "HTTPS request and publishes the response on the broker. X-API-HASH proves that the",
-            "daemon knows the gateway's secret: it is the SHA-256 of secret, timestamp and path.",
+            "HTTPS request and publishes the response on the broker. X-API-HASH is the",
+            "SHA-256 of secret, timestamp and path. It proves that the daemon knows the secret.",
         )
         data = {"type": "check_in", "id": "first", "attributes": {"firmware": "1.0"}}
         request = {"brantle_serial": SERIAL, "data": data}

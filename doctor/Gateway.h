@@ -57,7 +57,7 @@ struct Gateway {
     // When a file was last written, if that was after the start of the daemon; else 0.
     std::time_t changedSinceStart(const std::string& path) const;
 
-    // Whether a check of this run has found a problem.
+    // Whether the check `check` has found a problem in this run.
     bool hasProblem(const std::string& check) const { return problems.count(check) != 0; }
 
     const Options options;
@@ -81,7 +81,7 @@ struct Gateway {
     HttpAnswer cloud;
     std::string brokerHost;            // numeric, the address that accepts connections
     std::unique_ptr<MqttProbe> broker; // null if the connection failed
-    std::vector<std::uint64_t> links;  // each different state of the daemon's connection
+    std::vector<std::uint64_t> links;  // inodes of the daemon's connection, one for each change
     bool brokerIsUnresolved = false;   // the check "broker" found no address of the broker
     bool linkLasts = false;            // two looks have shown the same connection of the daemon
     bool disturbedLink = false;        // the doctor's connection ended the daemon's

@@ -12,8 +12,9 @@ const char* const usageText =
     "  -c FILE            the configuration file of lora-veyra-server\n"
     "  -l FILE            the log file of lora-veyra-server\n"
     "  --var-run DIR      the directory that contains config/device_info.json\n"
-    "                     Default of these three: what the running daemon uses, or\n"
-    "                     the files of the package if no daemon runs\n"
+    "                     Defaults of -c, -l and --var-run: the paths that the\n"
+    "                     running daemon uses; if no daemon runs, the paths of\n"
+    "                     the package\n"
     "  --pid PID          examine this process, for example one in a container\n"
     "  --alive            only check whether the daemon runs and works\n"
     "  --json             print one JSON object\n"
@@ -22,7 +23,8 @@ const char* const usageText =
     "                     m1/gateways/SN0042/check_in\n"
     "  --help, --version  print and exit\n"
     "Exit status: 0 no problem was found, 1 a problem was found, 2 wrong arguments,\n"
-    "or the doctor could not examine everything; see lora-veyra-doctor(8).\n";
+    "the doctor failed, or it did not run as root and could not examine everything;\n"
+    "see lora-veyra-doctor(8).\n";
 
 namespace {
 

@@ -201,7 +201,7 @@ void Report::printEnd(bool offerMore) const {
         if (needed == "time") {
             reason = "the time limit was reached";
         }
-        printText("Skipped, because " + reason + ": ", checks + ".");
+        printText("Skipped: ", checks + ". Reason: " + reason + ".");
     }
     if (problems > 0) {
         printText("", counted(problems, "problem") + " found. Fix first: " + firstProblem + ".");

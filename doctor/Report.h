@@ -31,6 +31,6 @@ class Report {
     Outcome worst = Outcome::OK;
     int problems = 0;
     std::string firstProblem;                      // such as "broker (broker.refused)"
-    std::map<std::string, std::string> skippedFor; // by the check that they depend on
+    std::map<std::string, std::string> skippedFor; // the skipped checks, by what they depend on
     Json::Value root;
 };

@@ -20,7 +20,7 @@ namespace {
 constexpr unsigned longestRunS = 25;
 constexpr int couldNotWork = 2;
 
-std::string lateText; // written before the handler is installed
+std::string lateText; // set before the handler is installed, which prints it
 int lateOutput = STDERR_FILENO;
 
 // A call that blocks in the kernel, such as a read from a dead network drive, must not block the

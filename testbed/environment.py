@@ -23,7 +23,7 @@ from testbed.processes import Process, eventually, expect, is_bound, text_of
 
 TESTBED = Path(__file__).parent
 BUILD = Path(os.environ.get("VEYRA_BUILD", TESTBED.parent / "build"))
-# The environment may name another program, such as an emulated one.
+# An environment variable may name another program, such as an emulated one.
 DAEMON = os.environ.get("VEYRA_DAEMON_PROGRAM", str(BUILD / "lora-veyra-server"))
 SANITIZED = bool(os.environ.get("VEYRA_SANITIZE"))  # needs more time and memory
 CA_DIRECTORY = Path("/etc/ssl/certs")

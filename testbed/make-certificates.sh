@@ -21,7 +21,7 @@ readonly newKey=(-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -noenc -days "
 
 # makeCa NAME SUBJECT [OPTION...]
 makeCa() {
-    openssl req -x509 "${newKey[@]}" -subj "/CN=$2" -keyout "$1.key" -out "$1.pem" \
+    openssl req -utf8 -x509 "${newKey[@]}" -subj "/CN=$2" -keyout "$1.key" -out "$1.pem" \
         -addext keyUsage=critical,keyCertSign "${@:3}"
 }
 
@@ -52,7 +52,7 @@ makeDatedServer() {
 # Finally deletes the CA keys, so that nothing else can be signed with them.
 makeAll() {
     makeCa ca "Mock cloud CA" &&
-        makeCa strangers-ca "Unknown authority" &&
+        makeCa strangers-ca "Fake DigiCert Global Root CA Zürich" &&
         makeServer cloud ca DNS:localhost,IP:127.0.0.1 &&
         makeServer elsewhere ca DNS:elsewhere.example,DNS:other.example &&
         makeServer client ca DNS:localhost clientAuth &&

@@ -18,7 +18,7 @@ def has_users() -> bool:
 
 
 def add_users(folder: Path) -> None:
-    """Adds the user and group lora-veyra, and the group readers, with files in the folder."""
+    """Adds the user lora-veyra, its group, and the group readers. Their files are in `folder`."""
     entries = {
         "passwd": f"lora-veyra:x:{SERVICE_ID}:{SERVICE_ID}::/:/bin/false\n",
         "group": f"lora-veyra:x:{SERVICE_ID}:\nreaders:x:{GROUP_ID}:lora-veyra\n",
@@ -40,12 +40,13 @@ def install(programs: Iterable[object], folder: Path) -> None:
         shutil.copy(str(program), folder)
 
 
-def install_unit(lines: str, name: str = "lora-veyra-server.service") -> None:
-    """Installs a unit file or a drop-in with these lines, and hides all other units."""
-    units = Path("/etc/systemd/system")
-    run("mount", "-t", "tmpfs", "units", units)
-    (units / name).parent.mkdir(exist_ok=True)
-    (units / name).write_text(f"[Service]\n{lines}\n")
+def install_unit(lines: str) -> None:
+    """Installs an administrator's unit file with these lines, and a packaged one that differs."""
+    contents = {"/etc": lines, "/lib": "User=packaged\nExecStart=/packaged -c /packaged"}
+    for directory, content in contents.items():
+        units = Path(directory) / "systemd/system"
+        run("mount", "-t", "tmpfs", "units", units)
+        (units / "lora-veyra-server.service").write_text(f"[Service]\n{content}\n")
 
 
 def replace_file(path: str, text: str, folder: Path) -> None:
@@ -57,9 +58,9 @@ def replace_file(path: str, text: str, folder: Path) -> None:
     file.write_text(text)
 
 
-def write_kernel_record(text: str, folder: Path) -> None:
-    """Makes this record the only one in the kernel's log."""
-    replace_file("/dev/kmsg", f"6,1,2,-;{text}\n", folder)
+def write_kernel_records(folder: Path, *records: str) -> None:
+    """Replaces the kernel's log with these records."""
+    replace_file("/dev/kmsg", "".join(f"6,1,2,-;{record}\n" for record in records), folder)
 
 
 def replace_syslog() -> socket.socket:

@@ -35,7 +35,7 @@ Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
     if (const std::string kernel = kernelRecordOfDaemon(); !kernel.empty()) {
         return bad("alive.killed", subject,
                    "The daemon is not running. The kernel logged this about a process with the "
-                   "same name: " +
+                   "daemon's name: " +
                        kernel + "." + error,
                    start);
     }

@@ -169,7 +169,7 @@ bool isLinkStable(Gateway& gateway) {
 Finding asObserved(Finding finding, bool isLinked) {
     if (isLinked && finding.outcome == Outcome::BAD) {
         finding.outcome = Outcome::UNKNOWN;
-        finding.cause += " However, the daemon's own connection to this address has stayed open "
+        finding.cause += " However, the daemon's own connection to the broker has stayed open "
                          "during this run.";
         finding.fix.clear();
     }

@@ -114,8 +114,8 @@ Findings parseFindings(Gateway& gateway) {
     Json::Value root;
     if (const std::string words = parse(text, root); !words.empty()) {
         return {bad("configuration.invalid-json", path, words,
-                    thenRestart("Look for a missing or extra comma, quote or brace at this place "
-                                "or just before it."))};
+                    thenRestart("Correct the file. If the cause names a line, look there and just "
+                                "before it for a missing or extra comma, quote or brace."))};
     }
     if (const std::string words = findDuplicate(text); !words.empty()) {
         return {bad("configuration.duplicate-key", path,
@@ -138,7 +138,8 @@ std::string thenRestart(const std::string& fix) {
 
 std::string seeWhy() {
     if (systemdRuns()) {
-        return "To see the reason:" + command("journalctl -u lora-veyra-server");
+        return "To see the messages of systemd and of the daemon:" +
+               command("journalctl -u lora-veyra-server");
     }
     return "See the end of the log, and the kernel's messages:" + command("dmesg | tail");
 }

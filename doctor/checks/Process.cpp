@@ -10,18 +10,18 @@ namespace {
 
 Finding judgeTracing(const std::string& subject, const Look& look) {
     if (look.status.tracerPid == 0) { // the debugger is in another container, or has just ended
-        return bad("alive.traced", subject, "A debugger has stopped the daemon.",
+        return bad("alive.traced", subject, "A debugger has paused the daemon.",
                    "End the debugger.");
     }
     // A process can make its parent the tracer without the parent's consent. The parent may be a
     // supervisor or init, so the fix must not end the tracer.
     if (look.status.tracerPid == look.status.parentPid || look.status.tracerPid == 1) {
         return bad("alive.traced", subject,
-                   "The daemon is stopped, and its parent process traces it.",
+                   "The daemon's parent process traces the daemon and has paused it.",
                    "End the daemon:" + command("kill -KILL " + std::to_string(look.pid)));
     }
     return bad("alive.traced", subject,
-               "A debugger has stopped the daemon: " + describeProcess(look.status.tracerPid) + ".",
+               "A debugger has paused the daemon: " + describeProcess(look.status.tracerPid) + ".",
                "End the debugger:" + command("kill " + std::to_string(look.status.tracerPid)));
 }
 
@@ -89,14 +89,15 @@ Finding judgeSlowness(const std::string& subject, const LifeFacts& facts) {
 
 Finding judgeLink(const std::string& subject, const LifeFacts& facts) {
     if (facts.isRejected) {
-        return bad("alive.not-linked", subject,
-                   "The broker accepts the doctor, but rejects the daemon with the same username. "
-                   "The broker probably rejects the client id VEYRA_SERVER.",
-                   "Allow this client id in the broker's settings (clientid_prefixes, ACL).");
+        return bad(
+            "alive.not-linked", subject,
+            "The broker accepts the doctor, but rejects the daemon, although both use the same "
+            "credentials. The broker probably rejects the client id VEYRA_SERVER.",
+            "Allow this client id in the broker's settings (clientid_prefixes, ACL).");
     }
     std::string cause = "The daemon has no connection to the broker.";
     if (facts.brokerIsOk) {
-        cause += " The broker accepts the doctor with the same username.";
+        cause += " The broker accepts the doctor, which uses the same credentials.";
     }
     return bad("alive.not-linked", subject, cause,
                "Wait 20 s and run the doctor again. If the problem remains:" +

@@ -57,7 +57,8 @@ std::string fixForStatus(long status) {
     if (status / 100 == 5) {
         return "Ask the operator of the cloud.";
     }
-    return "Only the statuses 200 and 201 count as success: ask the operator of the cloud.";
+    return "The daemon accepts only the statuses 200 and 201. Ask the operator of the cloud why "
+           "the cloud sends another status.";
 }
 
 Finding judgeRequest(const RecentFacts& facts, const Event& event, bool isRefused) {
@@ -175,7 +176,7 @@ Findings judgeEnd(const RecentFacts& facts, const LogHistory& history) {
         return {unknown("errors.ended-without-stop", facts.path, cause, fix)};
     }
     return {bad("errors.killed", facts.path,
-                cause + " The kernel logged this about a process with the same name: " +
+                cause + " The kernel logged this about a process with the daemon's name: " +
                     facts.kernelRecord + ".",
                 fix)};
 }

@@ -1,5 +1,5 @@
-// Whether the daemon's user may publish replies, and whether a client reads them. Publishes the one
-// message that the technician asked for.
+// Whether the broker allows the daemon's MQTT user to publish replies, and whether a client reads
+// them. Publishes the one message that the technician asked for.
 #include "checks/Checks.h"
 
 #include <mqtt_protocol.h>

@@ -19,8 +19,8 @@ constexpr Json::ValueType anyType = Json::nullValue;
 constexpr const char* cloudName = "network.veyraServer";
 constexpr const char* hostAndPort = "Set both mqtt.host and mqtt.port (1 to 65535), or neither.";
 constexpr const char* userAndPassword = "Set both mqtt.username and mqtt.password, or neither.";
-constexpr const char* noBreaker = "Remove the key, so that the default value takes effect. In this "
-                                  "key, every integer takes effect as 1.";
+constexpr const char* noBreaker = "Remove the key, so that the default value takes effect. The "
+                                  "daemon treats every integer in this key as 1.";
 
 // False, 0 or an empty text.
 bool isNothing(const Value& effect) {
@@ -200,7 +200,7 @@ bool isExplained(const Setting& setting, const Findings& misspelt) {
 void judgeEffect(const Setting& setting, const Value& configured, const Value& effect,
                  Findings& found) {
     const std::string subject = setting.name + " " + shown(setting.name, configured);
-    const std::string taken = "The value takes effect as " + shown(setting.name, effect);
+    const std::string taken = "The daemon uses the value " + shown(setting.name, effect);
     if (setting.isUseless != nullptr && setting.isUseless(effect)) {
         found.push_back(bad("settings.useless", subject, taken + ": " + setting.consequence + ".",
                             thenRestart(setting.fix)));

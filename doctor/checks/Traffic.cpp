@@ -36,16 +36,18 @@ Findings judgeElsewhere(const Gateway& gateway, const DatagramCounts& counts, in
     for (const auto& [address, count] : counts.atOtherAddresses) {
         if (!isBound(look, address, port)) {
             return {bad("traffic.other-address", subject,
-                        counted(count, "datagram") + " with a \"path\" arrived at " + address +
-                            ", but the daemon listens on 127.0.0.1 only.",
+                        "Datagrams that look like those for the daemon arrived at " + address +
+                            " (" + std::to_string(count) +
+                            " in this run), but the daemon listens on 127.0.0.1 only.",
                         fix)};
         }
     }
     for (const auto& [other, count] : counts.atOtherPorts) {
         if (!isBound(look, "127.0.0.1", other)) {
             return {bad("traffic.other-port", subject,
-                        counted(count, "datagram") + " with a \"path\" arrived at port " +
-                            std::to_string(other) + ", where no process listens.",
+                        "Datagrams that look like those for the daemon arrived at port " +
+                            std::to_string(other) + " (" + std::to_string(count) +
+                            " in this run), where no process listens.",
                         fix)};
         }
     }

@@ -9,7 +9,7 @@ struct Certificate {
     std::string subject, issuer;
     std::string hosts; // for which it is valid, such as "a.example, b.example"
     bool isExpired;
-    unsigned long issuerHash; // the file name of the issuer in a CA directory
+    unsigned long issuerHash; // in hexadecimal, the issuer's file name in a CA directory
 };
 
 // The certificates in a PEM text, in their order; other text is skipped.

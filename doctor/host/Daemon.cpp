@@ -36,8 +36,8 @@ bool isInOtherNetwork(int pid) {
     return !network.empty() && network != linkTarget("/proc/self/ns/net");
 }
 
-// The deleted program file of a daemon that was upgraded while it was running. Only root can have
-// written such a file. Its content distinguishes it from other deleted programs of root.
+// Whether the process runs a deleted program file of the daemon, as after an upgrade. The file counts
+// only if root alone could write it. Its content distinguishes it from other deleted programs.
 bool isDeletedDaemon(int pid, const struct stat& executable) {
     constexpr std::size_t largestProgram = 64 << 20;
     const std::string link = linkTarget(processPath(pid, "exe"));

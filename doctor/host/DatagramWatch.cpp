@@ -39,7 +39,7 @@ void drain(int descriptor, bool isIpv4, const Take& take) {
     constexpr std::uint64_t longestMs = 50;
     std::array<char, 2048> buffer{};
     ssize_t count = 0;
-    const std::uint64_t endMs = monotonicMillis() + longestMs; // a flood must not block it
+    const std::uint64_t endMs = monotonicMillis() + longestMs; // despite a flood of datagrams
     while (monotonicMillis() < endMs &&
            (count = recv(descriptor, buffer.data(), buffer.size(), 0)) > 0) {
         const std::string_view packet(buffer.data(), static_cast<std::size_t>(count));

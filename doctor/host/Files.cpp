@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::size_t kernelFileBytes = 16 << 20; // of a list of sockets
+constexpr std::size_t kernelFileBytes = 16 << 20; // a list of sockets can be this long
 
 } // namespace
 

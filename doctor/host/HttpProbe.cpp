@@ -84,7 +84,7 @@ std::size_t discard(char* /*data*/, std::size_t size, std::size_t count, void* /
 // server, or write to the terminal.
 void allowOnlyHttp(CURL* handle) {
     if (curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https") != CURLE_OK) {
-        throw std::runtime_error("libcurl cannot restrict the protocols");
+        throw std::runtime_error("this libcurl cannot limit requests to http and https");
     }
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, discard);
 }

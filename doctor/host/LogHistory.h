@@ -33,9 +33,9 @@ struct LogHistory {
     std::time_t lastSuccessAt = 0;  // of a request; seen at the log level TRACE only
     std::time_t openUntil = 0;      // of the circuit breaker; 0: it was not open
     std::time_t endedUnaskedAt = 0; // the last record of a previous run without a stop record
-    int rebuilds = 0;               // of the connection to the broker, including the normal one
-    int recentStarts = 0;           // starts within 3 minutes that did not follow a stop
-    bool isStopped = false;         // the last run ended with a stop record
+    int rebuilds = 0;       // of the connection to the broker, also the first one, which is normal
+    int recentStarts = 0;   // starts within 3 minutes that did not follow a stop
+    bool isStopped = false; // the last run ended with a stop record
 
     // The last success of a request, if no request has failed since; else 0.
     std::time_t currentSuccessAt() const;

@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The lines of a file such as status: the text after "NAME:", by name.
+// The lines "NAME:<tab>TEXT" of a file such as /proc/PID/status. Maps each name to its text.
 std::map<std::string, std::string> fieldsOf(const std::string& path) {
     std::istringstream lines(textOf(path));
     std::map<std::string, std::string> fields;

@@ -30,7 +30,7 @@ TEST(CircuitBreaker, DoublesTheBackoffUpToTheCeiling) {
     }
 }
 
-TEST(CircuitBreaker, StopsDoublingOnlyOnceTheBackoffReachesTheCeiling) {
+TEST(CircuitBreaker, DoublesUntilTheBackoffReachesTheCeiling) {
     CircuitBreaker breaker{1, 3000, ceilingMs};
     fail(breaker, 20);
     EXPECT_EQ(breaker.backoffMs, 384000U);

@@ -42,7 +42,7 @@ TEST_F(Secret, ConsistsOfUuidAndDeviceIdWithoutAKey) {
     EXPECT_EQ(build(), uuid + "lmn");
 }
 
-TEST_F(Secret, NeedsAUuidOf20Characters) {
+TEST_F(Secret, NeedsAUuidOfAtLeast20Characters) {
     device["uuid"] = "0123456789abcdefghij";
     EXPECT_EQ(build(), "01234567-89ab-cdef-ghij-");
     device["uuid"] = "0123456789abcdefghi";

@@ -66,7 +66,7 @@ struct Request : testing::Test {
     Request() { libraries = {}; }
     ~Request() override { curl_easy_cleanup(handle); }
 
-    // All six headers; the transfer itself always fails.
+    // Sends a request with all six headers. The transfer always fails.
     static void send(CURL* handle) {
         Json::Value body;
         body["token"] = "t";

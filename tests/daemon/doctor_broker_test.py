@@ -63,9 +63,9 @@ class DoctorOnBroker(DoctorTest):
 
     def test_judges_the_answers_of_the_broker(self) -> None:
         self.testbed.kill_broker()
-        self.testbed.configuration["mqtt"].update(username="lora", password="secret")
         cases = [
-            ("broker.credentials", b"\x20\x02\x00\x04", b""),
+            ("broker.unavailable", b"\x20\x02\x00\x03", b""),
+            ("broker.anonymous", b"\x20\x02\x00\x04", b""),
             ("broker.rejected", b"\x20\x02\x00\x02", b""),
             ("echo.denied", b"\x20\x02\x00\x00", b"\x90\x03\x00\x01\x80"),
             ("replies.no-verdict", b"\x20\x02\x00\x00", b"\x90\x03\x00\x01\x80"),
@@ -76,7 +76,7 @@ class DoctorOnBroker(DoctorTest):
                 self.assertIn(finding, self.examine("--publish").outcomes())
                 self.testbed.kill_daemon()
 
-    @skipUnless(Path("/etc/hosts").exists(), "the test mounts a file there")
+    @skipUnless(Path("/etc/hosts").exists(), "the test mounts a file over it")
     def test_names_an_address_that_delays_the_start(self) -> None:
         hosts = f"127.0.0.1 localhost\n::1 broker\n{BROKER_HOST} broker\n127.0.0.9 broker\n"
         system.replace_file("/etc/hosts", hosts, self.testbed.folder)
@@ -89,9 +89,11 @@ class DoctorOnBroker(DoctorTest):
             self.assertEqual(report.bad(), {"broker.address-silent", "alive.not-running"})
             self.assertIn("::1", report.finding("broker.address-silent")["cause"])
             self.assertIn(BROKER_HOST, report.finding("broker.address-silent")["fix"])
+            self.testbed.kill_broker()
+            self.assertIn("broker.refused", self.examine().bad())
 
-    @skipUnless(Path("/etc/hosts").exists(), "the test mounts a file there")
-    def test_reports_unknown_while_the_daemon_is_connected(self) -> None:
+    @skipUnless(Path("/etc/hosts").exists(), "the test mounts a file over it")
+    def test_reports_unknown_if_only_the_doctor_cannot_connect(self) -> None:
         folder = self.testbed.folder
         system.replace_file("/etc/hosts", f"127.0.0.1 localhost\n{BROKER_HOST} broker\n", folder)
         self.testbed.configuration["mqtt"]["host"] = "broker"

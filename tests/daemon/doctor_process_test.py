@@ -1,6 +1,5 @@
 # The doctor on faults of the daemon's process.
 
-import ctypes
 import os
 import resource
 import shutil
@@ -123,15 +122,6 @@ class DoctorOnProcess(DoctorTest):
         report = self.expect_bad("alive.traced", says=f"process {tracer.proc.name} \\(")
         self.assertIn(f"kill {tracer.proc.name}", report.finding("alive.traced")["fix"])
         tracer.kill()
-
-    @skipIf(IS_EMULATED, "the test would trace the emulator")
-    def test_does_not_end_a_parent_that_traces_the_daemon(self) -> None:
-        pid = int(self.testbed.start_ready_daemon().proc.name)
-        libc = ctypes.CDLL(None, use_errno=True)
-        self.assertEqual(libc.ptrace(16, pid, 0, 0), 0)  # PTRACE_ATTACH
-        fix = self.expect_bad("alive.traced").finding("alive.traced")["fix"]
-        self.assertEqual(fix, f"End the daemon:\nkill -KILL {pid}")
-        libc.ptrace(17, pid, 0, 0)  # PTRACE_DETACH
 
     def test_tells_a_deadlocked_daemon_from_one_that_waits(self) -> None:
         daemon = self.testbed.start_ready_daemon()

@@ -16,7 +16,7 @@ NOBODY = 65534
 
 
 @skipIf(IS_EMULATED, "the executable of an emulated daemon is the emulator")
-@skipIf("TSAN_OPTIONS" in os.environ, "other users have no permission to read the file")
+@skipIf("TSAN_OPTIONS" in os.environ, "other users cannot read the file that TSAN_OPTIONS names")
 @skipIf(not system.has_users(), "only root can start a testbed with several users")
 class DoctorOnUsers(DoctorTest):
     def setUp(self) -> None:
@@ -71,6 +71,9 @@ class DoctorOnUsers(DoctorTest):
         shutil.copy(self.conf, "/opt/own.conf")
         fix = self.examine("-c", "/opt/own.conf").finding("configuration.unreadable")["fix"]
         self.assertIn("chgrp lora-veyra /opt/own.conf\n", fix)
+        shutil.copy(self.conf, "/opt/own;x.conf")
+        fix = self.examine("-c", "/opt/own;x.conf").finding("configuration.unreadable")["fix"]
+        self.assertNotIn("chgrp", fix, "a shell would run a part of the path")
         Path("/opt").chmod(0o775)
         fix = self.examine("-c", "/opt/own.conf").finding("configuration.unreadable")["fix"]
         self.assertNotIn("chgrp", fix, "a group can replace this file")
@@ -150,7 +153,15 @@ class DoctorOnUsers(DoctorTest):
 
     def test_names_what_keeps_the_service_from_starting(self) -> None:
         self.stop_daemon()
+        run("mount", "-t", "tmpfs", "init", "/etc/init.d")
+        Path("/etc/init.d/lora-veyra-server").touch()
+        fix = self.examine().finding("alive.not-running")["fix"]
+        self.assertIn("/etc/init.d/lora-veyra-server start", fix)
+        run("umount", "/etc/init.d")
         self.program.chmod(0o750)
         self.assertIn("alive.not-executable", self.examine().bad())
         system.install_unit("User=nonexistent")
         self.assertIn("alive.no-user", self.examine().bad())
+        system.install_unit("User=nobody")
+        self.conf.chmod(0o600)
+        self.assertIn("configuration.unreadable", self.examine().bad())

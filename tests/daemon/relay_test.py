@@ -176,7 +176,7 @@ class Responses(DaemonTest):
         self.relay()
 
     def records_after(self, response: Response, last: str) -> str:
-        """Sends a datagram that gets the response. Returns its records up to the last one."""
+        """Sends a datagram that gets the response. Returns the new records up to `last`."""
         self.testbed.cloud.answers.append(response.answer)
         seen, times = len(self.testbed.log()), self.testbed.log().count(last) + 1
         self.testbed.send(check_in())

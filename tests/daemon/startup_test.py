@@ -66,7 +66,7 @@ class CommandLine(DaemonTest):
         self.assertEqual(daemon.wait(), 0)
         self.assertTrue(self.testbed.log().endswith(MQTT_DISABLED))
 
-    def test_examines_the_value_of_an_option_as_an_option(self) -> None:
+    def test_takes_an_option_as_such_where_a_value_is_expected(self) -> None:
         log_file = self.testbed.folder / "other.log"
         self.assertEqual(self.testbed.start_daemon("-c", "-l", log_file).wait(), 1)
         self.assertIn("Configuration file not found [-l]", log_file.read_text())
@@ -139,7 +139,7 @@ class Port(DaemonTest):
             self.testbed.start_ready_daemon()
             self.relay()
 
-    def test_is_bound_when_it_is_free_if_startup_did_not_check_it(self) -> None:
+    def test_is_bound_when_free_if_startup_skipped_its_check(self) -> None:
         self.testbed.configuration["udp"]["veyraPort"] = "text"  # takes effect as 1790
         service_manager = {"NOTIFY_SOCKET": self.testbed.service_manager.name}
         with udp_socket("127.0.0.1"):

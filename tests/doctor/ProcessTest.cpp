@@ -90,9 +90,13 @@ TEST(Process, IsJudgedByItsStateBeforeItsProgress) {
         looks.now.status.state = state;
         EXPECT_EQ(looks.judged().id, id);
     }
+    TwoLooks traced(0);
+    traced.now.status.state = 't';
+    traced.now.status.tracerPid = traced.now.status.parentPid = 8;
+    EXPECT_EQ(traced.judged().fix.find("kill 8"), std::string::npos) << "it may be a supervisor";
 }
 
-TEST(Process, IsReportedAsNotLinkedOnlyWithoutAnotherExplanation) {
+TEST(Process, IsReportedAsNotLinkedUnlessAnotherProblemExplainsIt) {
     TwoLooks looks(5, 250);
     LifeFacts facts{looks.active, looks.now};
     facts.isLinked = false;

@@ -19,8 +19,16 @@ const std::string refused = "2026-11-21T10:00:05.000Z ERROR POST failed CODE:401
 const std::string rebuilt =
     "2026-11-21T10:00:01.000Z DEBUG MQTT disconnected NET: 0 VEYRA: 1 Connected: 0 Keepalive: ";
 
-Findings judged(const std::string& log, std::time_t now = tenOClock + 30) {
-    RecentFacts facts;
+struct Example {
+    const char* text;
+    const char* expected;
+};
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+Findings judged(const std::string& log, std::time_t now = tenOClock + 30, RecentFacts facts = {}) {
     facts.now = now;
     return judgeRecentErrors(facts, readLogHistory(log, now));
 }
@@ -30,18 +38,17 @@ Findings judged(const std::string& log, std::time_t now = tenOClock + 30) {
 TEST(RecentErrors, CountsErrorsSinceTheLastStartAndQuotesTheLastOne) {
     const Finding finding = judged(start + refused + stop + start + refused + refused).front();
     EXPECT_EQ(finding.id, "errors.request-refused");
-    EXPECT_NE(
-        finding.cause.find("2 failed requests, the last at 2026-11-21 10:00:05Z: \"POST failed "
-                           "CODE:401 BODY:[no]\""),
-        std::string::npos)
+    EXPECT_TRUE(
+        contains(finding.cause, "2 failed requests, the last at 2026-11-21 10:00:05Z: \"POST"))
         << finding.cause;
-    EXPECT_NE(finding.fix.find("fingerprint"), std::string::npos);
+    EXPECT_TRUE(contains(finding.fix, "fingerprint"));
     EXPECT_EQ(finding.facts["faultsSinceStart"], 2);
 }
 
 TEST(RecentErrors, AreNotReportedWhenTheyAreOverOrNormal) {
     EXPECT_EQ(judged(start + refused, tenOClock + 604).front().id, "errors.request-refused");
     EXPECT_EQ(judged(start + refused, tenOClock + 605).front().outcome, Outcome::OK);
+    EXPECT_EQ(judged(start + refused, tenOClock + 605).front().facts["faultsSinceStart"], 1);
     EXPECT_EQ(judged(start + refused + "2026-11-21T10:00:06.000Z TRACE Curl Response {}\n")
                   .front()
                   .outcome,
@@ -53,10 +60,7 @@ TEST(RecentErrors, AreNotReportedWhenTheyAreOverOrNormal) {
 }
 
 TEST(RecentErrors, AreClassifiedByTheTextsOfTheRecords) {
-    const struct {
-        const char* record;
-        const char* id;
-    } cases[] = {
+    const Example cases[] = {
         {"ERROR Exception caught during CURL call: x", "errors.locked"},
         {"ERROR EXCEPTION: Failed to parse JSON x", "errors.invalid-datagram"},
         {"ERROR Expected JSON object x", "errors.invalid-datagram"},
@@ -78,7 +82,8 @@ TEST(RecentErrors, AreClassifiedByTheTextsOfTheRecords) {
 TEST(RecentErrors, AreNotFoundInQuotedDatagrams) {
     const std::string quoting =
         "2026-11-21T10:00:05.000Z TRACE Parse upstream message [x failed CODE: Circuit is broken]\n"
-        "    ERROR CURL call to Server failed\n";
+        "    ERROR CURL call to Server failed\n"
+        "2026-11-21T10:00:06.000Z INFO x failed CODE: Circuit is broken\n";
     EXPECT_EQ(judged(start + quoting).front().outcome, Outcome::OK);
     const std::string invalid =
         "2026-11-21T10:00:05.000Z ERROR Failed to parse JSON Exception caught during CURL call\n";
@@ -87,40 +92,36 @@ TEST(RecentErrors, AreNotFoundInQuotedDatagrams) {
 
 TEST(RecentErrors, AreStillReportedForRefusedRequestsAfterAReply) {
     RecentFacts facts;
-    facts.now = tenOClock + 30;
     facts.replyWasSeen = true;
     const std::string failed = "2026-11-21T10:00:05.000Z ERROR CURL call to Server failed - x\n";
-    EXPECT_EQ(judgeRecentErrors(facts, readLogHistory(start + failed, facts.now)).front().outcome,
-              Outcome::OK);
-    EXPECT_EQ(judgeRecentErrors(facts, readLogHistory(start + refused, facts.now)).front().outcome,
-              Outcome::BAD);
+    EXPECT_EQ(judged(failed, tenOClock + 30, facts).front().outcome, Outcome::OK);
+    EXPECT_EQ(judged(refused, tenOClock + 30, facts).front().outcome, Outcome::BAD);
 }
 
 TEST(RecentErrors, NameARemedyForEachStatus) {
-    const struct {
-        const char* status;
-        const char* fix;
-    } cases[] = {{"401", "fingerprint"},
-                 {"403", "fingerprint"},
-                 {"404", "API prefix"},
-                 {"429", "number of requests"},
-                 {"422", "rejects the data"},
-                 {"500", "operator of the cloud"},
-                 {"204", "Only the statuses 200 and 201"}};
+    const Example cases[] = {{"401", "fingerprint"},
+                             {"403", "fingerprint"},
+                             {"404", "API prefix"},
+                             {"429", "number of requests"},
+                             {"422", "rejects the data"},
+                             {"500", "operator of the cloud"},
+                             {"204", "only the statuses 200 and 201"}};
     for (const auto& [status, fix] : cases) {
         const std::string record =
             "2026-11-21T10:00:05.000Z ERROR POST failed CODE:" + std::string(status) + " BODY:[]\n";
-        EXPECT_NE(judged(start + record).front().fix.find(fix), std::string::npos) << status;
+        EXPECT_TRUE(contains(judged(start + record).front().fix, fix)) << status;
     }
 }
 
 TEST(RecentErrors, TellHowLongTheCircuitIsOpen) {
-    const std::string dropped =
-        "2026-11-21T10:00:05.000Z WARNING Circuit is broken, too many failed "
-        "requests, backoff 30000 ms\n";
-    EXPECT_NE(judged(start + dropped).front().cause.find("open until 2026-11-21 10:00:35Z"),
-              std::string::npos);
-    EXPECT_EQ(judged(start + dropped, tenOClock + 35).front().id, "errors.dropped");
+    const auto dropped = [](const std::string& backoffMs) {
+        return "2026-11-21T10:00:05.000Z WARNING Circuit is broken, backoff " + backoffMs + " ms\n";
+    };
+    EXPECT_TRUE(
+        contains(judged(dropped("30000")).front().cause, "open until 2026-11-21 10:00:35Z"));
+    EXPECT_EQ(judged(dropped("30000"), tenOClock + 35).front().id, "errors.dropped");
+    const std::string wrapped = judged(dropped("18446744073709551615")).front().cause;
+    EXPECT_TRUE(contains(wrapped, "open until 2026-11-21 11:00:05Z"));
 }
 
 TEST(RecentErrors, ReportARunThatEndedWithoutAStopRecord) {
@@ -128,25 +129,20 @@ TEST(RecentErrors, ReportARunThatEndedWithoutAStopRecord) {
     EXPECT_EQ(judged(start + stop + start).front().outcome, Outcome::OK);
     EXPECT_EQ(judged(start + start, tenOClock + anHour).front().outcome, Outcome::OK);
     RecentFacts rebooted;
-    rebooted.now = tenOClock + 30;
     rebooted.bootedAt = tenOClock + 10;
-    EXPECT_EQ(judgeRecentErrors(rebooted, readLogHistory(start + start, rebooted.now)).size(), 1U);
-    EXPECT_EQ(
-        judgeRecentErrors(rebooted, readLogHistory(start + start, rebooted.now)).front().outcome,
-        Outcome::OK);
+    EXPECT_EQ(judged(start + start, tenOClock + 30, rebooted).front().outcome, Outcome::OK);
 }
 
 TEST(RecentErrors, PointToTheCloudWhenTheCloudIsTheCause) {
     RecentFacts facts;
-    facts.now = tenOClock + 30;
     facts.cloudIsOk = false;
-    const Finding finding =
-        judgeRecentErrors(facts, readLogHistory(start + refused, facts.now)).front();
-    EXPECT_NE(finding.fix.find("\"cloud\" first"), std::string::npos);
-    EXPECT_EQ(finding.cause.find("succeeds now"), std::string::npos);
+    facts.cloudStatus = 502;
+    const Finding finding = judged(refused, tenOClock + 30, facts).front();
+    EXPECT_TRUE(contains(finding.fix, "\"cloud\" first"));
+    EXPECT_FALSE(contains(finding.cause, "HEAD request"));
 }
 
-TEST(LogHistory, ForgetsThePreviousRunWithoutAStartRecord) {
+TEST(LogHistory, ForgetsThePreviousRunEvenIfTheStartWasNotRecorded) {
     EXPECT_EQ(readLogHistory(refused, tenOClock + 30, tenOClock).events.size(), 1U);
     EXPECT_TRUE(readLogHistory(refused, tenOClock + 30, tenOClock + 20).events.empty());
     const std::string later = "2026-11-21T10:00:25.000Z DEBUG MQTT - Connected\n";
@@ -172,14 +168,11 @@ TEST(Clock, IsComparedWithTheCloudOrWithTheCertificate) {
     cloud.date = tenOClock + 60;
     EXPECT_EQ(judgeClock(tenOClock, cloud).outcome, Outcome::OK);
     cloud.date = tenOClock + 61;
-    EXPECT_NE(judgeClock(tenOClock, cloud).cause.find("61 seconds behind"), std::string::npos);
+    EXPECT_TRUE(contains(judgeClock(tenOClock, cloud).cause, "61 seconds behind"));
 }
 
 TEST(Text, ShowsOnlyHarmlessCharacters) {
-    const struct {
-        const char* text;
-        const char* shown;
-    } cases[] = {
+    const Example cases[] = {
         {"Zürich \xE2\x82\xAC \xF0\x9F\x98\x80", "Zürich \xE2\x82\xAC \xF0\x9F\x98\x80"},
         {"a\x1b[2J\x7f\r\nb", "a?[2J?? b"},
         // a C1 control, a space that does not break, an invisible character

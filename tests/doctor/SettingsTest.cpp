@@ -19,6 +19,11 @@ Json::Value with(const char* name, const char* json) {
     return root;
 }
 
+struct Setting {
+    const char* name;
+    const char* json;
+};
+
 Findings judged(const Json::Value& root) {
     std::vector<std::string> ignored;
     return judgeSettings(root, ignored);
@@ -34,16 +39,16 @@ TEST(Settings, NamesEachValueThatIsReplacedOrUseless) {
         const char* cause;
     } cases[] = {
         {"log.level", "null", "settings.useless", "0: the daemon logs nothing"},
-        {"udp.veyraPort", "67326", "settings.no-effect", "as 1790."},
-        {"udp.veyraPort", "\"1791\"", "settings.no-effect", "as 1790."},
+        {"udp.veyraPort", "67326", "settings.no-effect", "value 1790."},
+        {"udp.veyraPort", "\"1791\"", "settings.no-effect", "value 1790."},
         {"udp.veyraPort", "0", "settings.useless", "any free port"},
-        {"veyra.breakerThreshold", "25", "settings.no-effect", "as 1."},
-        {"veyra.breakerThreshold", "\"25\"", "settings.no-effect", "as 10."},
-        {"veyra.breakerTime", "0.5", "settings.no-effect", "as 5000."},
-        {"veyra.breakerTimeMax", "false", "settings.no-effect", "as 320000."},
+        {"veyra.breakerThreshold", "25", "settings.no-effect", "value 1."},
+        {"veyra.breakerThreshold", "\"25\"", "settings.no-effect", "value 10."},
+        {"veyra.breakerTime", "0.5", "settings.no-effect", "value 5000."},
+        {"veyra.breakerTimeMax", "false", "settings.no-effect", "value 320000."},
         {"mqtt.enabled", "null", "settings.useless", "false: the daemon ends at once"},
-        {"mqtt.host", "\"10.0.0.1\"", "settings.no-effect", "as \"127.0.0.1\"."},
-        {"mqtt.port", "1884", "settings.no-effect", "as 1883."},
+        {"mqtt.host", "\"10.0.0.1\"", "settings.no-effect", "value \"127.0.0.1\"."},
+        {"mqtt.port", "1884", "settings.no-effect", "value 1883."},
         {"mqtt.username", "\"lora\"", "settings.no-effect", "has no effect"},
         {"network.veyraServer", "\"\"", "settings.useless", "address of the cloud"},
         {"network.veyraServer", "\"http://cloud/api/\"", "settings.not-encrypted", "verified"},
@@ -56,6 +61,8 @@ TEST(Settings, NamesEachValueThatIsReplacedOrUseless) {
         {"mqtt.usernaem", "\"x\"", "settings.misspelt", "mqtt.username is missing"},
         {"network.veyraServer", "\"https://cloud/\\tapi/\"", "settings.space", "space"},
         {"mqtt.pasword", "\"x\"", "settings.misspelt", "mqtt.password is missing"},
+        {"log.sislog", "true", "settings.misspelt", "log.syslog is missing"},
+        {"mqtt.password", "4711", "settings.no-effect", "has no effect"},
         {"UDP.veyraPort", "1790", "settings.misspelt", "udp is missing"},
         {"mqtt.username", "\"\xFF\"", "settings.not-utf8", "not valid UTF-8"},
     };
@@ -66,14 +73,12 @@ TEST(Settings, NamesEachValueThatIsReplacedOrUseless) {
         EXPECT_EQ(found.front().id, wanted.id);
         EXPECT_NE(found.front().cause.find(wanted.cause), std::string::npos) << found.front().cause;
         EXPECT_NE(found.front().fix.find("restart"), std::string::npos);
+        EXPECT_EQ(found.front().subject.find("4711"), std::string::npos) << "a secret";
     }
 }
 
 TEST(Settings, AcceptsEffectiveValuesAndKeysOfOtherPrograms) {
-    const struct {
-        const char* name;
-        const char* json;
-    } cases[] = {
+    const Setting cases[] = {
         {"udp.veyraPort", "65535"},
         {"log.syslog", "1"},
         {"veyra.breakerTime", "null"},
@@ -98,7 +103,13 @@ TEST(Settings, AcceptsEffectiveValuesAndKeysOfOtherPrograms) {
     }
     Json::Value misspelt = with("network.veyraserver", "\"https://cloud/api/\"");
     misspelt["network"].removeMember("veyraServer");
-    EXPECT_EQ(judged(misspelt).size(), 1U) << "the missing key is not a second problem";
+    misspelt["MQTT"] = misspelt["mqtt"];
+    misspelt.removeMember("mqtt");
+    EXPECT_EQ(judged(misspelt).size(), 2U) << "what is missing is not another problem";
+    EXPECT_EQ(judged(with("network.veyraServer", "\"http://cloud/api\"")).size(), 2U);
+    Json::Value noPort = with("mqtt.port", "0");
+    noPort["mqtt"]["host"] = "broker";
+    EXPECT_EQ(judged(noPort).front().id, "settings.useless");
     Json::Value both = with("network.gatewaykey", "1");
     both["network"]["gatewayKey"] = "00112233";
     EXPECT_TRUE(judged(both).empty());
@@ -108,10 +119,7 @@ TEST(Settings, AcceptsEffectiveValuesAndKeysOfOtherPrograms) {
 }
 
 TEST(Settings, NamesTypesWithWhichTheDaemonCannotStart) {
-    const struct {
-        const char* name;
-        const char* json;
-    } cases[] = {
+    const Setting cases[] = {
         {"log.level", "\"40\""},       {"veyra", "[1]"},
         {"mqtt.enabled", "\"true\""},  {"mqtt.port", "\"1883\""},
         {"network.veyraServer", "{}"}, {"mqtt.password", "[]"},

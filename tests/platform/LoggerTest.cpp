@@ -106,7 +106,7 @@ TEST(LogThreshold, PrintsLevelsUpToTheThreshold) {
     }
 }
 
-TEST(LogRecord, HasTheDateOfTheCalendarAndMilliseconds) {
+TEST(LogRecord, HasTheCalendarDateAndMilliseconds) {
     for (int day = 0; day < 365 * 200; ++day) {
         const timespec now = {time_t{day} * 86400 + day % 86400, 12999999};
         char wanted[40];
