@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <sys/stat.h>
+#include <utility>
 
 namespace {
 
@@ -35,14 +36,30 @@ Gateway::Gateway(const Options& given)
         takeProxies(daemon->proxies);
     } else {
         takeProxies({});
-        if (userExists(service.user)) {
-            user = userNamed(service.user);
-        }
+        takeFromService();
     }
-    configurationFile = options.configurationFile.value_or(configurationFile);
+    configurationFile =
+        std::filesystem::absolute(options.configurationFile.value_or(configurationFile));
     logFile = std::filesystem::absolute(options.logFile.value_or(logFile));
     runDirectory = options.runDirectory.value_or(runDirectory);
     firstLook = lookAt(pid);
+}
+
+// Without a daemon, its start command and its user are known from the unit or the init script.
+void Gateway::takeFromService() {
+    if (const auto found = findUser(service.user)) {
+        user = *found;
+    } else if (!service.user.empty() && user.uid == 0) {
+        // The former owner of the log directory could link the log to a file of root.
+        constexpr unsigned nobody = 65534;
+        user = userWithId(nobody, nobody);
+    }
+    if (!service.configurationFile.empty()) {
+        configurationFile = service.configurationFile;
+    }
+    if (!service.logFile.empty()) {
+        logFile = service.logFile;
+    }
 }
 
 long Gateway::limitMs(long wantedMs) const {
@@ -60,8 +77,9 @@ bool Gateway::isOwnPath(const std::string& path) const {
     const bool isPlain = path.find_first_not_of(plain) == std::string::npos;
     const bool isPackaged =
         path == VEYRA_DEFAULT_CONFIGURATION_FILE || path == VEYRA_DEFAULT_LOG_FILE;
-    const bool isOwn = isPackaged || path == options.configurationFile || path == options.logFile;
-    return isPlain && isOwn && onlyRootCanChange(path);
+    const bool isGiven = (options.configurationFile && path == configurationFile) ||
+                         (options.logFile && path == logFile);
+    return isPlain && (isPackaged || isGiven) && onlyRootCanChange(path);
 }
 
 bool Gateway::mayReach(const std::string& path) const {
@@ -77,7 +95,8 @@ int Gateway::readAsService(const std::string& path, std::string& text,
 
 void Gateway::readHistory() {
     constexpr std::size_t longest = 4 << 20; // at the level TRACE this may cover only a few minutes
-    if (configuration.isObject() && configuration["log"]["syslog"].asBool()) {
+    const Json::Value& log = std::as_const(configuration)["log"];
+    if (log["syslog"].asBool()) {
         return;
     }
     double startedAt = 0;
@@ -100,6 +119,10 @@ void Gateway::readHistory() {
         readAsService(file + ".1", before, longest);
         text.insert(0, before);
         history = read();
+    }
+    constexpr unsigned trace = 50;
+    if (log["level"].asUInt() < trace) {
+        history.lastSuccessAt = 0; // the daemon does not write this record, so it is forged
     }
 }
 

@@ -17,6 +17,9 @@
 struct Gateway {
     explicit Gateway(const Options& given);
 
+    // Takes the user and the files of the service's start command.
+    void takeFromService();
+
     // Milliseconds that a step may take: `wantedMs`, or the time left in the run if that is
     // shorter. 0 when no time is left.
     long limitMs(long wantedMs) const;

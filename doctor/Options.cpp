@@ -14,7 +14,7 @@ const char* const usageText =
     "  --var-run DIR      the directory that contains config/device_info.json\n"
     "                     Defaults of -c, -l and --var-run: the paths that the\n"
     "                     running daemon uses; if no daemon runs, the paths of\n"
-    "                     the package\n"
+    "                     the service\n"
     "  --pid PID          examine this process, for example one in a container\n"
     "  --alive            only check whether the daemon runs and works\n"
     "  --json             print one JSON object\n"

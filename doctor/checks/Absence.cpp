@@ -30,7 +30,8 @@ Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
     }
     if (gateway.history.isStopped) {
         return bad("alive.stopped", subject,
-                   "The daemon is not running: it was stopped by SIGTERM or SIGINT.", start);
+                   "The daemon is not running. According to the log, SIGTERM or SIGINT stopped it.",
+                   start);
     }
     if (const std::string kernel = kernelRecordOfDaemon(); !kernel.empty()) {
         return bad("alive.killed", subject,
@@ -49,7 +50,7 @@ Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
         return bad("alive.not-running", subject, "The daemon is not running." + error,
                    "Fix the cause of this error.\n" + start);
     }
-    return bad("alive.not-running", subject, "The daemon is not running.", start);
+    return bad("alive.not-running", subject, "The daemon is not running.", start + "\n" + seeWhy());
 }
 
 // What makes every start fail; empty when nothing is known.
@@ -60,7 +61,7 @@ Findings judgeObstacle(const Gateway& gateway, const std::string& subject) {
                         command(serviceCommand("start")))};
     }
     const std::string& user = gateway.service.user;
-    if (!user.empty() && !userExists(user)) {
+    if (!user.empty() && !findUser(user)) {
         return {bad("alive.no-user", subject,
                     "The user of the service does not exist: " + user + ".",
                     "Install the package again, or correct User= in the unit.")};
@@ -117,12 +118,13 @@ Finding judgeAbsence(const Gateway& gateway) {
     }
     if (!gateway.daemons.elsewhere.empty()) {
         const int pid = gateway.daemons.elsewhere.front();
-        return unknown("alive.other-network", subject,
-                       "No daemon runs in this network namespace. A daemon runs in another network "
-                       "namespace, for example in a container: " +
-                           describeProcess(pid) + ".",
-                       "If that is the daemon of this gateway:" +
-                           command("lora-veyra-doctor --pid " + std::to_string(pid)));
+        return unknown(
+            "alive.other-network", subject,
+            "No daemon runs in the namespaces of the doctor. A daemon runs in others, for "
+            "example in a container: " +
+                describeProcess(pid) + ".",
+            "If that is the daemon of this gateway:" +
+                command("lora-veyra-doctor --pid " + std::to_string(pid)));
     }
     if (Findings found = judgeObstacle(gateway, subject); !found.empty()) {
         return found.front();

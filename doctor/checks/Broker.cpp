@@ -171,7 +171,7 @@ Finding asObserved(Finding finding, bool isLinked) {
         finding.outcome = Outcome::UNKNOWN;
         finding.cause += " However, the daemon's own connection to the broker has stayed open "
                          "during this run.";
-        finding.fix.clear();
+        finding.fix = "Run the doctor again in a minute.";
     }
     return finding;
 }

@@ -27,7 +27,8 @@ Finding unreadable(const Gateway& gateway, int error) {
     if (error == EACCES && isOwn) {
         return bad("configuration.unreadable", path,
                    "The user " + gateway.user.name + " cannot read the file: " + reason + ".",
-                   thenRestart(command("chgrp lora-veyra " + path) + command("chmod 640 " + path)));
+                   thenRestart(command("chgrp " + groupName(gateway.user.gid) + " " + path) +
+                               command("chmod 640 " + path)));
     }
     if (error == EACCES) {
         return bad("configuration.unreadable", path,

@@ -83,7 +83,8 @@ Finding judgeFile(const Gateway& gateway) {
     if (free < leastFreeBytes) {
         return bad("log.disk-full", gateway.logFile,
                    "The disk has no space or no inode left: log records are lost.",
-                   "Free some space in the directory of the log.");
+                   "Delete files on this disk. To see whether space or inodes are missing:" +
+                       command("df -h") + command("df -i"));
     }
     Json::Value facts;
     facts["freeMiB"] = Json::UInt64{free >> 20U};

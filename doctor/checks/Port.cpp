@@ -100,6 +100,8 @@ Finding describe(const Gateway& gateway, const std::string& subject, const Socke
     } else if (own.drops > 0) {
         finding.subject +=
             ", " + counted(static_cast<long long>(own.drops), "datagram") + " dropped";
+        finding.fix =
+            "Run the doctor again. If the number has grown, see \"Sizing\" in operations.md.";
     }
     finding.facts["droppedDatagrams"] = Json::UInt64{own.drops};
     finding.facts["waitingBytes"] = Json::UInt64{own.waitingBytes};

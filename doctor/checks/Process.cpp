@@ -114,6 +114,16 @@ std::uint64_t waitingBytesOf(const Look& look) {
     return bytes;
 }
 
+std::uint64_t dropsOf(const Look& look) {
+    std::uint64_t drops = 0;
+    for (const Socket& socket : look.sockets) {
+        if (socket.isOwn && !socket.isTcp) {
+            drops += socket.drops;
+        }
+    }
+    return drops;
+}
+
 LifeFacts gatherFacts(const Gateway& gateway, const Look& active, const Look& now) {
     using Kind = LogHistory::Kind;
     const auto& events = gateway.history.events;
@@ -150,12 +160,13 @@ Finding lookAgain(Gateway& gateway) {
     Look active = gateway.firstLook;
     Look before = gateway.firstLook;
     for (;;) {
+        // Only datagrams that arrived between the two looks count.
+        const bool hasArrived = gateway.datagrams.count(port).atPort > arrived;
         const Look now = gateway.look();
-        const int arrivedNow = gateway.datagrams.count(port).atPort;
-        if (wasAtWork(before, now, arrivedNow > arrived)) {
+        arrived = gateway.datagrams.count(port).atPort;
+        if (wasAtWork(before, now, hasArrived)) {
             active = now;
         }
-        arrived = arrivedNow;
         before = now;
         Finding finding = judgeLife(gatherFacts(gateway, active, now));
         const std::uint64_t passedMs = now.atMs - gateway.firstLook.atMs;
@@ -171,9 +182,11 @@ Finding lookAgain(Gateway& gateway) {
 bool wasAtWork(const Look& before, const Look& after, bool datagramArrived) {
     const std::uint64_t turns = after.status.voluntarySwitches - before.status.voluntarySwitches;
     const std::uint64_t waitedMs = after.atMs - before.atMs;
-    constexpr std::uint64_t tickMs = 1000; // of libcurl
-    const bool wasTaken = waitingBytesOf(after) < waitingBytesOf(before) ||
-                          (datagramArrived && waitingBytesOf(after) == waitingBytesOf(before));
+    constexpr std::uint64_t tickMs = 1000;                // of libcurl
+    const bool isFull = dropsOf(after) > dropsOf(before); // then no datagram enters the queue
+    const bool wasTaken =
+        waitingBytesOf(after) < waitingBytesOf(before) ||
+        (datagramArrived && !isFull && waitingBytesOf(after) == waitingBytesOf(before));
     return wasTaken || turns >= 2 + waitedMs / tickMs;
 }
 

@@ -31,9 +31,14 @@ std::vector<std::string> textsOf(const std::string& path) {
     return texts;
 }
 
-bool isInOtherNetwork(int pid) {
-    const std::string network = linkTarget(processPath(pid, "ns/net"));
-    return !network.empty() && network != linkTarget("/proc/self/ns/net");
+bool isInOtherNamespace(int pid, const std::string& name) {
+    const std::string its = linkTarget(processPath(pid, name));
+    return !its.empty() && its != linkTarget("/proc/self/" + name);
+}
+
+// A container that shares the network of this host still has process ids of its own.
+bool hasOtherNamespaces(int pid) {
+    return isInOtherNamespace(pid, "ns/net") || isInOtherNamespace(pid, "ns/pid");
 }
 
 // Whether the process runs a deleted program file of the daemon, as after an upgrade. The file counts
@@ -51,8 +56,8 @@ bool isDeletedDaemon(int pid, const struct stat& executable) {
 }
 
 bool mayRunDaemon(uid_t uid, const ServiceState& service) {
-    const passwd* const unitUser = service.user.empty() ? nullptr : getpwnam(service.user.c_str());
-    const bool isUnitUser = unitUser != nullptr && unitUser->pw_uid == uid;
+    const auto unitUser = findUser(service.user);
+    const bool isUnitUser = unitUser && unitUser->uid == uid;
     return uid == 0 || uid == getuid() || uid == packagedUser().uid || isUnitUser;
 }
 
@@ -150,7 +155,7 @@ bool isDaemonHere(int pid, const Identity& identity, const ServiceState& service
     if (!identity.isInstalled && !identity.isReplaced) {
         return false;
     }
-    const bool isElsewhere = isInOtherNetwork(pid);
+    const bool isElsewhere = hasOtherNamespaces(pid);
     const bool isTrusted = mayRunDaemon(identity.status.uid, service);
     if (isTrusted && isElsewhere) {
         daemons.elsewhere.push_back(pid);
@@ -162,13 +167,13 @@ bool isDaemonHere(int pid, const Identity& identity, const ServiceState& service
 }
 
 // Null when the process is not the daemon. A process that runs the program, but has the wrong user,
-// another network or control characters in its arguments, is added to the lists of `daemons`.
+// other namespaces or control characters in its arguments, is added to the lists of `daemons`.
 std::optional<Daemon> examine(int pid, const ServiceState& service, bool isNamed,
                               Daemons& daemons) {
     const Identity before = identify(pid, service);
     const bool isProgram = before.isInstalled || before.isReplaced;
     const bool isGone = before.status.state == 0 || before.status.state == 'Z';
-    const bool isElsewhere = isInOtherNetwork(pid);
+    const bool isElsewhere = hasOtherNamespaces(pid);
     if (isGone || (!isNamed && !isDaemonHere(pid, before, service, daemons))) {
         return std::nullopt;
     }

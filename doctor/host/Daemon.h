@@ -25,7 +25,7 @@ struct Daemon {
 struct Daemons {
     std::vector<Daemon> trusted; // the daemon of the service manager first, then by age
     std::vector<int> untrusted;  // processes that run the installed program as another user
-    std::vector<int> elsewhere;  // daemons in other network namespaces, such as in containers
+    std::vector<int> elsewhere;  // daemons in other namespaces, such as in containers
 };
 
 // The installed program: "lora-veyra-server" in the directory of this program.

@@ -28,18 +28,26 @@ ServiceUser userWithId(uid_t uid, gid_t gid) {
     return {uid, gid, entry->pw_name};
 }
 
-bool userExists(const std::string& name) {
-    return getpwnam(name.c_str()) != nullptr;
+std::optional<ServiceUser> findUser(const std::string& nameOrId) {
+    const passwd* entry = getpwnam(nameOrId.c_str());
+    const bool isId =
+        !nameOrId.empty() && nameOrId.find_first_not_of("0123456789") == std::string::npos;
+    if (isId) {
+        entry = getpwuid(static_cast<uid_t>(std::strtoul(nameOrId.c_str(), nullptr, 10)));
+    }
+    if (entry == nullptr) {
+        return std::nullopt;
+    }
+    return ServiceUser{entry->pw_uid, entry->pw_gid, entry->pw_name};
 }
 
-ServiceUser userNamed(const std::string& name) {
-    const passwd* const entry = getpwnam(name.c_str());
-    return {entry->pw_uid, entry->pw_gid, name};
+std::string groupName(gid_t gid) {
+    const group* const entry = getgrgid(gid);
+    return entry == nullptr ? std::to_string(gid) : entry->gr_name;
 }
 
 ServiceUser packagedUser() {
-    constexpr const char* name = "lora-veyra";
-    return userExists(name) ? userNamed(name) : userWithId(0, 0);
+    return findUser("lora-veyra").value_or(userWithId(0, 0));
 }
 
 // Changes only the effective ids: with the real id of the service user, that user could stop or
@@ -50,7 +58,7 @@ ActingAs::ActingAs(const ServiceUser& user)
     if (!changed) {
         return;
     }
-    const bool hasName = userExists(user.name);
+    const bool hasName = findUser(user.name).has_value();
     const int groups = hasName ? initgroups(user.name.c_str(), user.gid) : setgroups(0, nullptr);
     if (groups != 0 || setegid(user.gid) != 0 || seteuid(user.uid) != 0) {
         throw std::runtime_error("cannot act as the service user " + user.name);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <unistd.h>
@@ -34,10 +35,10 @@ struct ServiceUser {
 
 ServiceUser userWithId(uid_t uid, gid_t gid);
 
-// The user of this name, which must exist.
-ServiceUser userNamed(const std::string& name);
+// The user with this name or numeric id, as in a unit file.
+std::optional<ServiceUser> findUser(const std::string& nameOrId);
 
-bool userExists(const std::string& name);
+std::string groupName(gid_t gid);
 
 // The user that the package creates; root if that user does not exist.
 ServiceUser packagedUser();

@@ -153,36 +153,31 @@ struct Reading {
     std::time_t now;
     std::time_t runningSince; // 0: no daemon runs
     LogHistory history;
+    LogHistory unrecorded; // of the records since `runningSince`, in case the start is not recorded
     std::time_t firstAt = 0;
     std::time_t previousAt = 0;
     std::time_t latestAt = 0;
 };
 
+bool startWasSeen(const Reading& reading) {
+    return reading.history.startedAt >= reading.runningSince - startToleranceS;
+}
+
 // Whether the records so far belong to the running daemon. If they do, any further start record is
 // forged.
 bool isCurrent(const Reading& reading) {
-    const bool startWasSeen = reading.history.startedAt >= reading.runningSince - startToleranceS;
     return reading.runningSince != 0 &&
-           (startWasSeen || reading.latestAt > reading.runningSince + startToleranceS);
-}
-
-// At low log levels, the start is not recorded. Records that are older than the running daemon belong
-// to a previous run.
-void beginUnrecordedRun(Reading& reading, std::time_t time) {
-    const bool hasEarlier = reading.firstAt != 0 && reading.firstAt <= reading.runningSince;
-    const bool isOfDaemon = time > reading.runningSince + startToleranceS;
-    if (reading.runningSince != 0 && hasEarlier && isOfDaemon && !isCurrent(reading)) {
-        reading.history = LogHistory();
-        reading.history.startedAt = reading.runningSince;
-    }
+           (startWasSeen(reading) || reading.latestAt > reading.runningSince + startToleranceS);
 }
 
 void takeRecord(Reading& reading, const Record& record) {
-    beginUnrecordedRun(reading, record.time);
     if (!isCurrent(reading) && isStart(record, reading.runningSince)) {
         beginRun(reading.history, record, reading.previousAt, reading.now);
     }
     addRecord(reading.history, record);
+    if (record.time >= reading.runningSince) {
+        addRecord(reading.unrecorded, record);
+    }
     if (reading.firstAt == 0) {
         reading.firstAt = record.time;
     }
@@ -203,7 +198,7 @@ std::time_t LogHistory::currentSuccessAt() const {
 }
 
 LogHistory readLogHistory(const std::string& text, std::time_t now, std::time_t runningSince) {
-    Reading reading{now, runningSince, {}};
+    Reading reading{now, runningSince, {}, {}};
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
         const auto record = parseRecord(line);
@@ -211,7 +206,14 @@ LogHistory readLogHistory(const std::string& text, std::time_t now, std::time_t 
             takeRecord(reading, *record);
         }
     }
-    beginUnrecordedRun(reading, now); // the running daemon may have written nothing yet
+    // At low log levels, the start is not recorded. Records that are older than the running daemon
+    // belong to a previous run.
+    if (runningSince != 0 && !startWasSeen(reading)) {
+        reading.history = reading.unrecorded;
+        if (reading.firstAt != 0 && reading.firstAt <= runningSince) {
+            reading.history.startedAt = runningSince;
+        }
+    }
     reading.history.firstAt = reading.firstAt;
     return reading.history;
 }

@@ -12,6 +12,7 @@
 #include <mqtt_protocol.h>
 #include <netdb.h>
 #include <poll.h>
+#include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -53,8 +54,11 @@ void onMessage(mosquitto* /*client*/, void* given, const mosquitto_message* mess
     if (message->retain) {
         return; // a retained message may be years old
     }
+    const std::string_view text(static_cast<const char*>(message->payload),
+                                static_cast<std::size_t>(message->payloadlen));
+    const bool isReply = !isKeepalive && text.find("\"result\"") != std::string_view::npos;
     probeOf(given).keepaliveWasSeen = probeOf(given).keepaliveWasSeen || isKeepalive;
-    probeOf(given).replyWasSeen = probeOf(given).replyWasSeen || !isKeepalive;
+    probeOf(given).replyWasSeen = probeOf(given).replyWasSeen || isReply;
 }
 
 } // namespace

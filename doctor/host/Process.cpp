@@ -11,6 +11,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
@@ -77,11 +78,14 @@ std::vector<Socket> readSockets(int pid) {
     const std::string directory = pid == 0 ? "/proc/net/" : processPath(pid, "net/");
     std::vector<Socket> sockets;
     for (const std::string name : {"udp", "udp6", "tcp", "tcp6"}) {
-        std::istringstream lines(textOf(directory + name));
+        std::ifstream lines(directory + name); // can have 100,000 closed connections
         std::string line;
         std::getline(lines, line); // the heading
         while (std::getline(lines, line)) {
-            sockets.push_back(parseSocket(line, name.front() == 't'));
+            const Socket socket = parseSocket(line, name.front() == 't');
+            if (socket.state != tcpTimeWait) {
+                sockets.push_back(socket);
+            }
         }
     }
     return sockets;
@@ -124,7 +128,11 @@ ProcessStatus readProcessStatus(int pid) {
         return status;
     }
     status.state = *fields["State"].c_str();
-    status.tracerPid = static_cast<int>(numberIn(fields["TracerPid"]));
+    if (const auto tracer = numberIn(fields["TracerPid"]); tracer != 0) {
+        // The kernel names the thread that traces. The report needs its process.
+        auto tracing = fieldsOf(processPath(static_cast<int>(tracer), "status"));
+        status.tracerPid = static_cast<int>(numberIn(tracing["Tgid"]));
+    }
     status.parentPid = static_cast<int>(numberIn(fields["PPid"]));
     status.uid = static_cast<uid_t>(secondNumberIn(fields["Uid"]));
     const std::string user = std::to_string(status.uid);

@@ -57,6 +57,7 @@ struct Socket {
 
 constexpr unsigned tcpEstablished = 1;
 constexpr unsigned tcpSynSent = 2;
+constexpr unsigned tcpTimeWait = 6;
 
 // One look at a process and its sockets. With the id 0, only the sockets of this machine.
 struct Look {

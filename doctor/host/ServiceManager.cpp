@@ -2,6 +2,8 @@
 
 #include "host/Files.h"
 
+#include <ZEP/Text.h>
+
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -45,7 +47,7 @@ std::string lastValue(const std::string& text, const std::string& name) {
     std::string value;
     for (std::string line; std::getline(lines, line);) {
         if (line.rfind(name + "=", 0) == 0) {
-            value = line.substr(name.size() + 1);
+            value = ZEP::Text::trim(line.substr(name.size() + 1));
         }
     }
     return value;
@@ -77,14 +79,16 @@ std::string unitText() {
     return unit + dropIns;
 }
 
-// The value of an option such as -c in a start command; empty when it has none.
+// The value of an option such as -c in a start command; empty when it has none, or when systemd would
+// replace a part of the value, such as a specifier.
 std::string optionOf(const std::string& command, const std::string& option) {
     std::istringstream words(command);
     std::string word;
     while (words >> word && word != option) {
     }
     words >> word;
-    return words.fail() ? "" : word;
+    const bool isPlain = word.find_first_of("%$\"'\\") == std::string::npos;
+    return words.fail() || !isPlain ? "" : word;
 }
 
 } // namespace
@@ -111,6 +115,10 @@ ServiceState readServiceState() {
         state.logFile = optionOf(start, "-l");
     } else {
         state.user = scriptUser;
+        const std::string runAs = lastValue(textOf(initScript), "RUN_AS");
+        if (findUser(runAs)) {
+            state.user = runAs;
+        }
     }
     return state;
 }

@@ -67,6 +67,7 @@ class DoctorOnBroker(DoctorTest):
             ("broker.unavailable", b"\x20\x02\x00\x03", b""),
             ("broker.anonymous", b"\x20\x02\x00\x04", b""),
             ("broker.rejected", b"\x20\x02\x00\x02", b""),
+            ("alive.not-linked", b"\x20\x02\x00\x02", b""),
             ("echo.denied", b"\x20\x02\x00\x00", b"\x90\x03\x00\x01\x80"),
             ("replies.no-verdict", b"\x20\x02\x00\x00", b"\x90\x03\x00\x01\x80"),
         ]

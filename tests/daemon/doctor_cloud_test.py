@@ -41,6 +41,7 @@ class DoctorOnCloud(DoctorTest):
             ("cloud.other-ca", "chain", strangers, 'CN = Mock cloud CA.*Root CA Zürich'),
             ("cloud.ca-missing", "cloud", strangers + strangers, "CN = Mock cloud CA"),
             ("cloud.ca-expired", "cloud", expired, "has expired"),
+            ("cloud.ca-expired", "chain", expired, "has expired"),
             ("cloud.incomplete-chain", "partial", own, "CN = Intermediate authority"),
             ("cloud.host-mismatch", "elsewhere", own, "elsewhere.example, other.example"),
             ("cloud.certificate-expired", "expired", own, "expired"),

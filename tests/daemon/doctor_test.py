@@ -100,6 +100,7 @@ class Doctor(DoctorTest):
         self.testbed.start_ready_daemon()
         report = self.examine("--alive")
         self.assertEqual((report.status, report.outcomes()), (0, {"alive.ok": "ok"}))
+        self.assertNotIn("fingerprint", report.data)
         text = subprocess.run(self.command("--alive"), capture_output=True, text=True).stdout
         self.assertRegex(text, r"\Aok +alive +process \d+\nNo problem found\.\n\Z")
         self.assertEqual(set(self.examine("--alive", "-c", "/nowhere").outcomes()), {"alive.ok"})
@@ -138,7 +139,7 @@ class Doctor(DoctorTest):
         self.assertIn("redirects to http://x/?[2J", done.stdout.decode())
         controls = "[\x00-\x09\x0b-\x1f\x7f-\x9f\u202e]"
         self.assertNotRegex(done.stdout.decode(), controls)
-        for finding in self.examine().data["checks"]:
+        for finding in self.examine("-l", "/nowhere/\x1b.log").data["checks"]:
             self.assertNotRegex(finding["cause"] + finding["subject"], controls)
 
     def test_counts_datagrams_that_go_elsewhere(self) -> None:

@@ -3,6 +3,7 @@
 import os
 import shutil
 import socket
+import subprocess
 from pathlib import Path
 from unittest import skipIf
 
@@ -71,6 +72,9 @@ class DoctorOnUsers(DoctorTest):
         shutil.copy(self.conf, "/opt/own.conf")
         fix = self.examine("-c", "/opt/own.conf").finding("configuration.unreadable")["fix"]
         self.assertIn("chgrp lora-veyra /opt/own.conf\n", fix)
+        os.chdir(self.testbed.folder)
+        fix = self.examine("-c", "daemon.conf").finding("configuration.unreadable")["fix"]
+        self.assertNotIn("chgrp", fix, "the service user owns the working directory")
         shutil.copy(self.conf, "/opt/own;x.conf")
         fix = self.examine("-c", "/opt/own;x.conf").finding("configuration.unreadable")["fix"]
         self.assertNotIn("chgrp", fix, "a shell would run a part of the path")
@@ -162,6 +166,8 @@ class DoctorOnUsers(DoctorTest):
         self.assertIn("alive.not-executable", self.examine().bad())
         system.install_unit("User=nonexistent")
         self.assertIn("alive.no-user", self.examine().bad())
-        system.install_unit("User=nobody")
+        system.install_unit("User=nobody\nExecStart=/x -c /etc/own.conf -l /own.log")
         self.conf.chmod(0o600)
         self.assertIn("configuration.unreadable", self.examine().bad())
+        text = subprocess.run(self.doctor, capture_output=True, text=True).stdout
+        self.assertRegex(text, "^bad     configuration /etc/own.conf\n")

@@ -54,6 +54,10 @@ TEST(Process, IsAtWorkWhenItWakesUpOrTakesADatagram) {
     EXPECT_TRUE(worked(1, 900, 300, false)) << "a waiting datagram was taken";
     EXPECT_TRUE(worked(1, 0, 0, true)) << "a datagram arrived and was taken";
     EXPECT_FALSE(worked(1, 300, 900, true)) << "a datagram arrived and waits";
+    TwoLooks full(1, 250);
+    full.active.sockets = full.now.sockets = {udpSocket(900)};
+    full.now.sockets.front().drops = 1;
+    EXPECT_FALSE(wasAtWork(full.active, full.now, true)) << "a datagram arrived at a full queue";
     EXPECT_FALSE(wasAtWork(TwoLooks(3, 3000).active, TwoLooks(3, 3000).now, false));
 }
 

@@ -147,6 +147,8 @@ TEST(LogHistory, ForgetsThePreviousRunEvenIfTheStartWasNotRecorded) {
     EXPECT_TRUE(readLogHistory(refused, tenOClock + 30, tenOClock + 20).events.empty());
     const std::string later = "2026-11-21T10:00:25.000Z DEBUG MQTT - Connected\n";
     EXPECT_TRUE(readLogHistory(refused + later, tenOClock + 30, tenOClock + 20).events.empty());
+    const std::string beforeAndAtTheStart = rebuilt + "101.\n" + refused;
+    EXPECT_EQ(readLogHistory(beforeAndAtTheStart, tenOClock + 30, tenOClock + 5).events.size(), 1U);
 }
 
 TEST(LogHistory, CountsStartsWithoutAStopBeforeThem) {
@@ -165,6 +167,8 @@ TEST(Clock, IsComparedWithTheCloudOrWithTheCertificate) {
     cloud.verifyResult = X509_V_ERR_CERT_NOT_YET_VALID;
     EXPECT_EQ(judgeClock(tenOClock, cloud).id, "clock.wrong");
     cloud.dateTaken = tenOClock;
+    cloud.date = 1;
+    EXPECT_EQ(judgeClock(tenOClock, cloud).outcome, Outcome::UNKNOWN) << "not a usable date";
     cloud.date = tenOClock + 60;
     EXPECT_EQ(judgeClock(tenOClock, cloud).outcome, Outcome::OK);
     cloud.date = tenOClock + 61;
