@@ -197,11 +197,11 @@ void Report::printFinding(const std::string& check, const Finding& finding) cons
 
 void Report::printEnd(bool offerMore) const {
     for (const auto& [needed, checks] : skippedFor) {
-        std::string reason = "the check \"" + needed + "\" is not ok";
+        std::string reason = "the check \"" + needed + "\" is not ok.";
         if (needed == "time") {
-            reason = "the time limit was reached";
+            reason = "the time limit was reached.";
         }
-        printText("Skipped: ", checks + ". Reason: " + reason + ".");
+        printText("Skipped: ", checks + ". Reason: " + reason);
     }
     if (problems > 0) {
         printText("", counted(problems, "problem") + " found. Fix first: " + firstProblem + ".");
