@@ -134,6 +134,13 @@ std::string shownLines(const std::string& text) {
     return result;
 }
 
+std::string describeSkip(const std::string& checks, const std::string& needed) {
+    if (needed == "time") {
+        return checks + ". Reason: the time limit was reached.";
+    }
+    return checks + ". Reason: the check \"" + needed + "\" is not ok.";
+}
+
 } // namespace
 
 Report::Report(bool asJson, bool inColour)
@@ -197,11 +204,7 @@ void Report::printFinding(const std::string& check, const Finding& finding) cons
 
 void Report::printEnd(bool offerMore) const {
     for (const auto& [needed, checks] : skippedFor) {
-        std::string reason = "the check \"" + needed + "\" is not ok.";
-        if (needed == "time") {
-            reason = "the time limit was reached.";
-        }
-        printText("Skipped: ", checks + ". Reason: " + reason);
+        printText("Skipped: ", describeSkip(checks, needed));
     }
     if (problems > 0) {
         printText("", counted(problems, "problem") + " found. Fix first: " + firstProblem + ".");
