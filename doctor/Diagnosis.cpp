@@ -2,7 +2,7 @@
 
 #include "checks/Checks.h"
 
-#include <algorithm>
+#include <map>
 
 namespace {
 
@@ -78,15 +78,15 @@ class Diagnosis {
   private:
     void runOrSkip(const Check& check) {
         for (const std::string& needed : check.needs) {
-            if (notOk.count(needed) != 0) {
-                report.skip(check.name, needed);
-                notOk.insert(check.name);
+            if (const auto cause = notOk.find(needed); cause != notOk.end()) {
+                report.skip(check.name, cause->second);
+                notOk[check.name] = cause->second;
                 return;
             }
         }
         if (gateway.limitMs(check.leastMs) < check.leastMs) {
             report.skip(check.name, "time");
-            notOk.insert(check.name);
+            notOk[check.name] = "time";
             return;
         }
         const Findings findings = check.run(gateway);
@@ -98,7 +98,7 @@ class Diagnosis {
                 report.add(check.name, finding);
             }
             if (finding.outcome != Outcome::OK) {
-                notOk.insert(check.name);
+                notOk[check.name] = check.name;
             }
             if (finding.outcome == Outcome::BAD) {
                 gateway.problems.insert(check.name);
@@ -108,7 +108,7 @@ class Diagnosis {
 
     Report& report;
     Gateway gateway;
-    std::set<std::string> notOk;
+    std::map<std::string, std::string> notOk; // by check: the check that is the cause, or "time"
 };
 
 } // namespace

@@ -8,12 +8,13 @@ from pathlib import Path
 from unittest import skipUnless
 
 from testbed import system
-from testbed.environment import BROKER_HOST, BROKER_PORT, Listener, find_program, run
+from testbed.environment import BROKER_HOST, BROKER_PORT, CLOUD_PORT, Listener, find_program, run
 from testbed.faulty_peers import scripted_broker, silent_listener
 from testbed.processes import eventually
-from tests.daemon.doctor_test_case import DoctorTest
+from tests.daemon.doctor_test_case import DoctorTest, ago
 
 PASSWORDS = "topic readwrite lora/#"
+REBUILT = "DEBUG MQTT disconnected NET: 0 VEYRA: 1 Connected: 0 Keepalive: 101.\n"
 
 
 class DoctorOnBroker(DoctorTest):
@@ -48,9 +49,8 @@ class DoctorOnBroker(DoctorTest):
         self.testbed.kill_broker()
         with socket.create_server((BROKER_HOST, BROKER_PORT)):
             self.assertIn("broker.no-connack", self.examine().bad())
-        certificates = self.testbed.folder / "certificates"
-        self.testbed.start_broker(f"allow_anonymous true\ncertfile {certificates}/cloud.pem\n"
-                                  f"keyfile {certificates}/cloud.key")
+        self.testbed.configuration["mqtt"].update(host="::ffff:127.0.0.1", port=CLOUD_PORT)
+        self.stop_daemon()
         self.assertIn("broker.tls", self.examine().bad())
 
     def test_accepts_a_broker_that_the_daemon_is_connected_to(self) -> None:
@@ -60,6 +60,9 @@ class DoctorOnBroker(DoctorTest):
         self.assertTrue(self.testbed.logged("MQTT - subscribed"))
         report = self.examine()
         self.assertEqual((report.bad(), report.outcomes()["broker.closed"]), (set(), "unknown"))
+        with self.testbed.log_file.open("a") as log:
+            log.write(2 * (ago(seconds=0) + REBUILT))
+        self.assertIn("broker.closed", self.examine().bad())
 
     def test_judges_the_answers_of_the_broker(self) -> None:
         self.testbed.kill_broker()
@@ -112,6 +115,8 @@ class DoctorOnBroker(DoctorTest):
         self.testbed.start_broker(own + "use_username_as_clientid true")
         self.testbed.start_ready_daemon()
         self.assertTrue(self.testbed.logged("MQTT - subscribed"))
+        with self.testbed.log_file.open("a") as log:
+            log.write(2 * (ago(seconds=0) + REBUILT))
         report = self.examine()
         self.assertEqual(report.bad(), set(), report.text)
         self.assertEqual(report.outcomes()["broker.same-client-id"], "unknown")

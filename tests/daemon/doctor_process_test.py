@@ -109,7 +109,9 @@ class DoctorOnProcess(DoctorTest):
         daemon = self.testbed.start_ready_daemon()
         pid = int(daemon.proc.name)
         os.kill(pid, signal.SIGSTOP)
+        start = time.monotonic()
         self.expect_bad("alive.suspended")
+        self.assertLess(time.monotonic() - start, 9)
         os.kill(pid, signal.SIGCONT)
 
     @skipIf(IS_EMULATED, "the test would trace the emulator")
