@@ -146,12 +146,15 @@ class Doctor(DoctorTest):
         self.testbed.start_ready_daemon()
         listening = self.enterContext(socket.socket(socket.AF_INET6, socket.SOCK_DGRAM))
         listening.bind(("::", 1782))
+        foreign = self.enterContext(socket.socket(socket.AF_INET, socket.SOCK_DGRAM))
+        foreign.bind(("0.0.0.0", 1783))
         cases = [
             ("127.0.0.1", 1780, check_in(), ["traffic.other-port"]),
             ("::1", UPSTREAM_PORT, check_in(), ["traffic.ipv6"]),
             ("127.0.0.5", UPSTREAM_PORT, check_in(), ["traffic.other-address"]),
             ("127.0.0.1", 1781, "of another program", []),
             ("127.0.0.1", 1782, check_in(), []),
+            ("127.0.0.1", 1783, check_in(), []),
         ]
         for host, port, datagram, findings in cases:
             with self.subTest(port=port):

@@ -143,6 +143,10 @@ class DoctorOnUsers(DoctorTest):
         named = self.examine("--sign", "m1/x", "--pid", daemon.proc.name)
         self.assertIn("signature.not-sent", named.unknown())
         self.assertEqual(self.testbed.cloud.requests, [])
+        container = ["unshare", "--pid", "--fork", "--kill-child"]
+        self.testbed.start_daemon(below=container, program=str(self.program))
+        self.assertTrue(eventually(lambda: is_bound("udp", UPSTREAM_PORT)))
+        self.assertEqual(self.examine("--alive").unknown(), {"alive.other-network"})
 
     def test_judges_the_port_with_the_rights_of_the_service_user(self) -> None:
         self.testbed.configuration["udp"]["veyraPort"] = 80
