@@ -183,7 +183,7 @@ TEST(Text, ShowsOnlyHarmlessCharacters) {
         {"\xC2\x9B\xC2\xA0\xEF\xBB\xBF", "???"},
         {"\xFF\xC0\xAF\xED\xA0\x80\xE2\x82", "????????"},
         // a sequence that is too long, a character that changes the direction of writing
-        {"\xE0\x82\x80\xD8\x9C\xE2\x81\xA6", "?????"},
+        {"\xE0\x82\x80\xD8\x9C\xE2\x81\xA6\xE2\x81\xA9", "??????"},
     };
     for (const auto& [text, shown] : cases) {
         EXPECT_EQ(printable(text), shown);
