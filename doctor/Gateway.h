@@ -49,8 +49,8 @@ struct Gateway {
     // Looks at the daemon now, and notes the daemon's connection to the broker.
     Look look();
 
-    // Whether two looks of this run have shown the same connection of the daemon to the broker, or the
-    // doctor itself has ended the connection.
+    // Whether two looks of this run have shown the same connection of the daemon to the broker, or
+    // the doctor itself has ended the connection.
     bool wasLinked() const;
 
     // The inode of the connection between the daemon and its broker; 0 when there is none.

@@ -1,6 +1,6 @@
-// Fuzzes the handling of a datagram, from its text to the request and the queued reply. The function
-// that sends the request is replaced. The replacement reads its arguments like the real function and
-// returns the body as the response.
+// Fuzzes the handling of a datagram, from its text to the request and the queued reply. The
+// function that sends the request is replaced. The replacement reads its arguments like the real
+// function and returns the body as the response.
 #include "VeyraServer/DatagramRelay.h"
 #include "cloud/CloudRequest.h"
 #include "common/ProcessState.h"

@@ -118,8 +118,8 @@ Finding judgeConnection(const std::string& url, const HttpAnswer& answer) {
     return bad("cloud.unreachable", url, errorOf(answer), fixAddress);
 }
 
-// After these statuses libcurl repeats a POST request as a GET request. After 307 and 308 it repeats
-// the POST request.
+// After these statuses libcurl repeats a POST request as a GET request. After 307 and 308 it
+// repeats the POST request.
 std::string lossOfMethod(long status) {
     if (status == 301 || status == 302 || status == 303) {
         return " A redirected POST request arrives as a GET request.";

@@ -36,7 +36,8 @@ const Certificate& topOf(const std::vector<Certificate>& chain) {
     return *top;
 }
 
-// The certificate from the CA file that has the name of the chain's issuer; null when there is none.
+// The certificate from the CA file that has the name of the chain's issuer; null when there is
+// none.
 const Certificate* issuerInFile(const Refusal& refusal) {
     const Certificate& top = topOf(refusal.chain);
     for (const Certificate& ca : refusal.trusted) {
@@ -47,55 +48,78 @@ const Certificate* issuerInFile(const Refusal& refusal) {
     return nullptr;
 }
 
+std::string issuerOf(const Refusal& refusal) {
+    return "\"" + topOf(refusal.chain).issuer + "\"";
+}
+
+std::string caFileContent(const Refusal& refusal) {
+    return std::string(" The CA file ") + cloudCaFile + " contains " + namesOf(refusal.trusted);
+}
+
+std::string reinstallCaFile() {
+    return "To restore the packaged CA file:" +
+           command("apt-get install --reinstall ca-certificates");
+}
+
+Finding caHasOtherKey(const Refusal& refusal) {
+    return bad(
+        "cloud.ca-other-key", refusal.url,
+        "The server's certificate names the issuer " + issuerOf(refusal) +
+            ". This issuer is in the CA file, but the signature was made with another key: " +
+            refusal.answer.error + ".",
+        thenRestart("Either the CA file is old, or the certificate is forged. Ask the "
+                    "operator of the cloud. If the certificate is genuine, install the "
+                    "cloud's current CA certificate. " +
+                    reinstallCaFile()));
+}
+
+Finding caIsMissing(const Refusal& refusal) {
+    return bad("cloud.ca-missing", refusal.url,
+               "The CA " + issuerOf(refusal) +
+                   " issued the server's certificate. The certificate of this CA is missing from "
+                   "the CA file." +
+                   caFileContent(refusal) + ".",
+               thenRestart("Ask the operator of the cloud whether this CA is correct. If not, a "
+                           "proxy may have issued the server's certificate. If the CA is correct, "
+                           "add its certificate to the CA file. " +
+                           reinstallCaFile()));
+}
+
+Finding chainIsIncomplete(const Refusal& refusal) {
+    return bad("cloud.incomplete-chain", refusal.url,
+               "The server sends only its own certificate, and the issuer " + issuerOf(refusal) +
+                   " is not in the CA file. Either the server does not send its intermediate "
+                   "certificate, or a proxy issued the certificate." +
+                   caFileContent(refusal) + ".",
+               "Ask the operator of the cloud to send the complete chain.");
+}
+
+Finding certificateIsFromOtherCa(const Refusal& refusal) {
+    return bad("cloud.other-ca", refusal.url,
+               "The server's certificate is from another CA: " + issuerOf(refusal) + "." +
+                   caFileContent(refusal) +
+                   ". The daemon trusts only the CA certificates in this file.",
+               thenRestart("Find out whether a proxy intercepts the connection. If not, ask the "
+                           "operator of the cloud which CA is correct, and put the certificate of "
+                           "this CA into the CA file."));
+}
+
 // The CA file does not verify the issuer of the top certificate. If the CA file is a bundle, or the
 // issuer is the expected root, a certificate is missing from the file. If not, the server either
 // left out its intermediate certificate or has a certificate from another CA.
 Finding judgeIssuer(const Refusal& refusal) {
     const Certificate& top = topOf(refusal.chain);
-    const std::string issuer = "\"" + top.issuer + "\"";
-    const std::string file =
-        std::string(" The CA file ") + cloudCaFile + " contains " + namesOf(refusal.trusted);
-    const std::string install =
-        "To restore the packaged CA file:" + command("apt-get install --reinstall ca-certificates");
     if (issuerInFile(refusal) != nullptr) {
-        return bad(
-            "cloud.ca-other-key", refusal.url,
-            "The server's certificate names the issuer " + issuer +
-                ". This issuer is in the CA file, but the signature was made with another key: " +
-                refusal.answer.error + ".",
-            thenRestart(
-                std::string("Either the CA file is old, or the certificate is forged. Ask the "
-                            "operator of the cloud. If the certificate is genuine, install the "
-                            "cloud's current CA certificate. ") +
-                install));
+        return caHasOtherKey(refusal);
     }
     const bool isExpected = top.issuer.find(expectedRoot) != std::string::npos;
     if (refusal.trusted.size() > 1 || isExpected) {
-        return bad(
-            "cloud.ca-missing", refusal.url,
-            "The CA " + issuer +
-                " issued the server's certificate. The certificate of this CA is "
-                "missing from the CA file." +
-                file + ".",
-            thenRestart(std::string("Ask the operator of the cloud whether this CA is correct. If "
-                                    "not, a proxy may have issued the server's certificate. If "
-                                    "the CA is correct, add its certificate to the CA file. ") +
-                        install));
+        return caIsMissing(refusal);
     }
     if (refusal.chain.size() == 1 && top.subject != top.issuer && !isIssuerKnown(top)) {
-        return bad("cloud.incomplete-chain", refusal.url,
-                   "The server sends only its own certificate, and the issuer " + issuer +
-                       " is not in the CA file. Either the server does not send its intermediate "
-                       "certificate, or a proxy issued the certificate." +
-                       file + ".",
-                   "Ask the operator of the cloud to send the complete chain.");
+        return chainIsIncomplete(refusal);
     }
-    return bad("cloud.other-ca", refusal.url,
-               "The server's certificate is from another CA: " + issuer + "." + file +
-                   ". The daemon trusts only the CA certificates in this file.",
-               thenRestart("Find out whether a proxy intercepts the connection. If not, ask the "
-                           "operator of the cloud which CA is correct, and put the certificate of "
-                           "this CA into the CA file."));
+    return certificateIsFromOtherCa(refusal);
 }
 
 Finding judgeExpired(const Refusal& refusal) {

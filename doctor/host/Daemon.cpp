@@ -41,8 +41,9 @@ bool hasOtherNamespaces(int pid) {
     return isInOtherNamespace(pid, "ns/net") || isInOtherNamespace(pid, "ns/pid");
 }
 
-// Whether the process runs a deleted program file of the daemon, as after an upgrade. The file counts
-// only if root alone could write it. Its content distinguishes it from other deleted programs.
+// Whether the process runs a deleted program file of the daemon, as after an upgrade. The file
+// counts only if root alone could write it. Its content distinguishes it from other deleted
+// programs.
 bool isDeletedDaemon(int pid, const struct stat& executable) {
     constexpr std::size_t largestProgram = 64 << 20;
     const std::string link = linkTarget(processPath(pid, "exe"));

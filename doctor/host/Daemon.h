@@ -31,10 +31,10 @@ struct Daemons {
 // The installed program: "lora-veyra-server" in the directory of this program.
 std::string installedProgram();
 
-// A process is the daemon if both conditions hold. First, its executable is the installed program or
-// a deleted program file that root owned. Second, it runs as root, as the service user or as the
-// caller. The caller vouches for the process `named`: the executable of that process is not checked.
-// Throws std::runtime_error when the process `named` cannot be examined.
+// A process is the daemon if both conditions hold. First, its executable is the installed program
+// or a deleted program file that root owned. Second, it runs as root, as the service user or as the
+// caller. The caller vouches for the process `named`: the executable of that process is not
+// checked. Throws std::runtime_error when the process `named` cannot be examined.
 Daemons findDaemons(const ServiceState& service, std::optional<int> named);
 
 // Replaces the proxy settings of this process with the daemon's.

@@ -79,8 +79,8 @@ std::string unitText() {
     return unit + dropIns;
 }
 
-// The value of an option such as -c in a start command; empty when it has none, or when systemd would
-// replace a part of the value, such as a specifier.
+// The value of an option such as -c in a start command; empty when it has none, or when systemd
+// would replace a part of the value, such as a specifier.
 std::string optionOf(const std::string& command, const std::string& option) {
     std::istringstream words(command);
     std::string word;

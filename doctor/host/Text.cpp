@@ -27,8 +27,8 @@ bool isAllowed(std::uint32_t character, std::size_t length) {
     return !isSurrogate && !isTooLong && character <= 0x10FFFF;
 }
 
-// Returns the length of the UTF-8 sequence at `place` in bytes, or 0 when it is not valid. Stores its
-// value in `character`.
+// Returns the length of the UTF-8 sequence at `place` in bytes, or 0 when it is not valid. Stores
+// its value in `character`.
 std::size_t sequenceLength(const std::string& text, std::size_t place, std::uint32_t& character) {
     const unsigned first = static_cast<unsigned char>(text[place]);
     const std::size_t length = lengthBy(first);

@@ -25,8 +25,8 @@ GatewayIdentity readIdentity(const Json::Value& device, const Json::Value& netwo
 // a character that is neither a lower-case hexadecimal digit nor a separator ("-" or ":").
 std::optional<std::string> parseGatewayKey(const std::string& key);
 
-// Returns the secret. Its first part is "gatewayKey" of `network`, or "uuid" of `device` if there is
-// no key, in the form of a UUID. "deviceId" follows directly. The first part is left out when the
-// gateway key is not hexadecimal. Throws std::out_of_range when there is no key and the "uuid" is
-// shorter than 20 characters.
+// Returns the secret. Its first part is "gatewayKey" of `network`, or "uuid" of `device` if there
+// is no key, in the form of a UUID. "deviceId" follows directly. The first part is left out when
+// the gateway key is not hexadecimal. Throws std::out_of_range when there is no key and the "uuid"
+// is shorter than 20 characters.
 std::string buildGatewaySecret(const Json::Value& device, const Json::Value& network);

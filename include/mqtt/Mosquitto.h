@@ -17,10 +17,11 @@ constexpr int publishQos = 1;
 
 class Mosquitto final : public mosqpp::mosquittopp {
   public:
-    // Connects to `host`:`port` as client `id`. Uses "username" and "password" of the section "mqtt"
-    // if both are present. A failed connection is not reported here: isConnected() stays false. `id`
-    // must outlive the object. `host` is used only during construction. Clients whose id begins with
-    // "VEYRA_SERVER" subscribe to the bridge's keepalive, others to the network server's topics.
+    // Connects to `host`:`port` as client `id`. Uses "username" and "password" of the section
+    // "mqtt" if both are present. A failed connection is not reported here: isConnected() stays
+    // false. `id` must outlive the object. `host` is used only during construction. Clients whose
+    // id begins with "VEYRA_SERVER" subscribe to the bridge's keepalive, others to the network
+    // server's topics.
     Mosquitto(const char* id, const char* host, int port);
     ~Mosquitto() override;
     Mosquitto(const Mosquitto&) = delete;
