@@ -104,24 +104,15 @@ Finding judgeLink(const std::string& subject, const LifeFacts& facts) {
                    command(serviceCommand("restart")));
 }
 
-std::uint64_t waitingBytesOf(const Look& look) {
-    std::uint64_t bytes = 0;
+// The sum of a number over the daemon's own UDP sockets.
+std::uint64_t totalOf(std::uint64_t Socket::*number, const Look& look) {
+    std::uint64_t total = 0;
     for (const Socket& socket : look.sockets) {
         if (socket.isOwn && !socket.isTcp) {
-            bytes += socket.waitingBytes;
+            total += socket.*number;
         }
     }
-    return bytes;
-}
-
-std::uint64_t dropsOf(const Look& look) {
-    std::uint64_t drops = 0;
-    for (const Socket& socket : look.sockets) {
-        if (socket.isOwn && !socket.isTcp) {
-            drops += socket.drops;
-        }
-    }
-    return drops;
+    return total;
 }
 
 LifeFacts gatherFacts(const Gateway& gateway, const Look& active, const Look& now) {
@@ -182,11 +173,13 @@ Finding lookAgain(Gateway& gateway) {
 bool wasAtWork(const Look& before, const Look& after, bool datagramArrived) {
     const std::uint64_t turns = after.status.voluntarySwitches - before.status.voluntarySwitches;
     const std::uint64_t waitedMs = after.atMs - before.atMs;
-    constexpr std::uint64_t tickMs = 1000;                // of libcurl
-    const bool isFull = dropsOf(after) > dropsOf(before); // then no datagram enters the queue
+    constexpr std::uint64_t tickMs = 1000; // of libcurl
+    const std::uint64_t waiting = totalOf(&Socket::waitingBytes, after);
+    const std::uint64_t waitingBefore = totalOf(&Socket::waitingBytes, before);
+    // No datagram enters a queue that is full.
+    const bool isFull = totalOf(&Socket::drops, after) > totalOf(&Socket::drops, before);
     const bool wasTaken =
-        waitingBytesOf(after) < waitingBytesOf(before) ||
-        (datagramArrived && !isFull && waitingBytesOf(after) == waitingBytesOf(before));
+        waiting < waitingBefore || (datagramArrived && !isFull && waiting == waitingBefore);
     return wasTaken || turns >= 2 + waitedMs / tickMs;
 }
 
