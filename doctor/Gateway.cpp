@@ -151,15 +151,11 @@ Look Gateway::look() {
     Look now = lookAt(firstLook.pid);
     const std::uint64_t inode = linkInode(now);
     // Even a broker that rejects the daemon keeps the connection open for a moment.
-    linkLasts = linkLasts || (inode != 0 && !links.empty() && links.back() == inode);
+    wasLinked = wasLinked || (inode != 0 && !links.empty() && links.back() == inode);
     if (links.empty() || links.back() != inode) {
         links.push_back(inode);
     }
     return now;
-}
-
-bool Gateway::wasLinked() const {
-    return disturbedLink || linkLasts;
 }
 
 std::uint64_t Gateway::linkInode(const Look& look) const {

@@ -49,13 +49,8 @@ struct Gateway {
     // Looks at the daemon now, and notes the daemon's connection to the broker.
     Look look();
 
-    // Whether two looks of this run have shown the same connection of the daemon to the broker, or
-    // the doctor itself has ended the connection.
-    bool wasLinked() const;
-
     // The inode of the connection between the daemon and its broker; 0 when there is none.
     std::uint64_t linkInode(const Look& look) const;
-    bool isLinked(const Look& look) const { return linkInode(look) != 0; }
 
     // When a file was last written, if that was after the start of the daemon; else 0.
     std::time_t changedSinceStart(const std::string& path) const;
@@ -86,8 +81,8 @@ struct Gateway {
     std::unique_ptr<MqttProbe> broker; // null if the connection failed
     std::vector<std::uint64_t> links;  // inodes of the daemon's connection, one for each change
     bool brokerIsUnresolved = false;   // the check "broker" found no address of the broker
-    bool linkLasts = false;            // two looks have shown the same connection of the daemon
-    bool disturbedLink = false;        // the doctor's connection ended the daemon's
+    bool wasLinked = false;     // two looks have shown the same connection, or the doctor ended it
+    bool disturbedLink = false; // the doctor's connection ended the daemon's
     bool replyWasSeen = false;
     std::set<std::string> problems; // names of the checks that found one
 };

@@ -10,13 +10,11 @@
 namespace {
 
 std::string lastErrorOf(const Gateway& gateway) {
-    constexpr std::size_t longest = 200;
     const std::string& error = gateway.history.lastError;
     if (error.empty()) {
         return {};
     }
-    return " The last error in the daemon's log: \"" + printable(masked(error)).substr(0, longest) +
-           "\".";
+    return " The last error in the daemon's log: " + quoted(error) + ".";
 }
 
 // How the last run ended, according to the service manager, the kernel and the log.
@@ -75,12 +73,12 @@ Findings judgeObstacle(const Gateway& gateway, const std::string& subject) {
                         gateway.user.name + ".",
                     "Install the package again.")};
     }
+    if (!ZEP::Licence::check()) {
+        return {bad("alive.no-licence", subject,
+                    "The licence check rejects this hardware. The daemon ends with status 1.",
+                    "Install the platform library that belongs to this gateway.")};
+    }
     return {};
-}
-
-bool hasLicence(const ServiceUser& user) {
-    const ActingAs service(user);
-    return ZEP::Licence::check();
 }
 
 } // namespace
@@ -128,11 +126,6 @@ Finding judgeAbsence(const Gateway& gateway) {
     }
     if (Findings found = judgeObstacle(gateway, subject); !found.empty()) {
         return found.front();
-    }
-    if (!hasLicence(gateway.user)) {
-        return bad("alive.no-licence", subject,
-                   "The licence check rejects this hardware. The daemon ends with status 1.",
-                   "Install the platform library that belongs to this gateway.");
     }
     return judgeEnd(gateway, subject);
 }

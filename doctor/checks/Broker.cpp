@@ -1,6 +1,5 @@
 // Whether the broker accepts the daemon's credentials, at the address that the daemon uses.
 #include "checks/Checks.h"
-#include "host/Text.h"
 
 #include <cerrno>
 #include <cstring>
@@ -141,6 +140,7 @@ Finding judgeAnswer(Gateway& gateway, const std::string& subject, const BrokerAd
     }
     if (isOpen && disturbsDaemon(gateway, *probe, linkBefore)) {
         gateway.disturbedLink = true;
+        gateway.wasLinked = true;
         return unknown(
             "broker.same-client-id", subject,
             "The broker uses the username as the client id (use_username_as_clientid). It ended "

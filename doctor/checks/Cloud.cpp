@@ -6,7 +6,6 @@
 #include "host/Resolver.h"
 #include "host/Text.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -86,6 +85,11 @@ Finding judgeUnresolved(const Gateway& gateway, const std::string& url,
                "Check /etc/resolv.conf and its name servers.");
 }
 
+Finding judgeProxyLogin(const std::string& url) {
+    return bad("cloud.proxy-login", url, "The proxy requires a username and a password.",
+               thenRestart("Correct the proxy setting of the service."));
+}
+
 Finding judgeConnection(const std::string& url, const HttpAnswer& answer) {
     if (answer.systemError == ENETUNREACH || answer.systemError == EHOSTUNREACH) {
         return bad("cloud.no-route", url,
@@ -93,8 +97,7 @@ Finding judgeConnection(const std::string& url, const HttpAnswer& answer) {
                    "Check the network:" + command("ip route"));
     }
     if (answer.error.find("response 407") != std::string::npos) {
-        return bad("cloud.proxy-login", url, "The proxy requires a username and a password.",
-                   thenRestart("Correct the proxy setting of the service."));
+        return judgeProxyLogin(url);
     }
     if (answer.error.find("wrong version number") != std::string::npos) {
         return bad("cloud.no-tls", url,
@@ -136,8 +139,7 @@ Finding judgeStatus(const std::string& url, const HttpAnswer& answer) {
                    "Wait, or ask the operator of the cloud.");
     }
     if (answer.status == proxyAuthentication) {
-        return bad("cloud.proxy-login", url, "The proxy requires a username and a password.",
-                   "Correct the proxy setting of the service.");
+        return judgeProxyLogin(url);
     }
     const bool isRedirect = answer.status / 100 == 3 && !answer.location.empty();
     if (isRedirect && answer.location.find("//") != std::string::npos) {

@@ -3,8 +3,6 @@
 #include "checks/Checks.h"
 #include "host/Text.h"
 
-#include <algorithm>
-
 namespace {
 
 // Whether the socket receives the datagrams that are sent to the port on 127.0.0.1. If the

@@ -121,7 +121,7 @@ LifeFacts gatherFacts(const Gateway& gateway, const Look& active, const Look& no
     const bool isCurrent = gateway.configuration.isObject() &&
                            gateway.changedSinceStart(gateway.configurationFile) == 0;
     LifeFacts facts{active, now};
-    facts.isLinked = gateway.wasLinked() || !isCurrent;
+    facts.isLinked = gateway.wasLinked || !isCurrent;
     facts.brokerIsOk = gateway.broker != nullptr;
     facts.brokerIsBad = gateway.hasProblem("broker") || gateway.brokerIsUnresolved;
     facts.isRejected = facts.brokerIsOk && events.count(Kind::BROKER_REFUSED) != 0;

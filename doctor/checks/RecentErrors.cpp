@@ -4,7 +4,6 @@
 #include "checks/Checks.h"
 #include "host/Text.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -13,16 +12,6 @@ using Kind = LogHistory::Kind;
 using Event = LogHistory::Event;
 
 constexpr std::time_t recentSeconds = 600;
-
-// The text of a record, shortened, without possible secrets in a URL.
-std::string quoted(const std::string& record) {
-    constexpr std::size_t longest = 160;
-    const std::string text = printable(masked(record));
-    if (text.size() > longest) {
-        return "\"" + printable(text.substr(0, longest)) + "...\"";
-    }
-    return "\"" + text + "\"";
-}
 
 std::string summary(const Event& event, const std::string& noun) {
     return counted(event.count, noun) + ", the last at " + utcText(event.last) + ": " +
@@ -53,9 +42,6 @@ std::string fixForStatus(long status) {
     if (status / 100 == 4) {
         return "The cloud rejects the data that the network server sends. Ask the vendor of the "
                "network server.";
-    }
-    if (status / 100 == 5) {
-        return "Ask the operator of the cloud.";
     }
     return "The daemon accepts only the statuses 200 and 201. Ask the operator of the cloud why "
            "the cloud sends another status.";
@@ -93,7 +79,8 @@ std::string fixForRejection(const RecentFacts& facts, const std::string& record)
     return thenRestart("Correct mqtt.username and mqtt.password, or the broker's users.");
 }
 
-Finding judgeEvent(const RecentFacts& facts, Kind kind, const Event& event) {
+Finding judgeEvent(const RecentFacts& facts, const LogHistory& history, Kind kind,
+                   const Event& event) {
     const std::string& path = facts.path;
     switch (kind) {
     case Kind::LOCKED:
@@ -113,7 +100,7 @@ Finding judgeEvent(const RecentFacts& facts, Kind kind, const Event& event) {
     case Kind::DROPPED:
         return bad("errors.dropped", path,
                    summary(event, "dropped datagram") + ". The circuit breaker was open until " +
-                       utcText(facts.openUntil) + ".",
+                       utcText(history.openUntil) + ".",
                    "Find and fix the cause of the failed requests. They open the circuit breaker.");
     case Kind::LINK_REBUILT:
         return bad("errors.link-rebuilt", path,
@@ -196,7 +183,7 @@ Findings judgeRecentErrors(const RecentFacts& facts, const LogHistory& history) 
                                 "Find and fix the cause of the failed requests. Then restart the "
                                 "daemon, so that it sends requests again at once."));
         } else if (isRecent(event.last, facts.now) && !isOver(facts, history, kind, event)) {
-            found.push_back(judgeEvent(facts, kind, event));
+            found.push_back(judgeEvent(facts, history, kind, event));
         }
     }
     if (found.empty()) {
@@ -225,7 +212,6 @@ Findings checkRecentErrors(Gateway& gateway) {
     facts.path = gateway.logFile;
     facts.now = std::time(nullptr);
     facts.bootedAt = bootTime();
-    facts.openUntil = history.openUntil;
     facts.cloudStatus = gateway.cloud.status;
     facts.cloudIsOk = !gateway.hasProblem("cloud");
     facts.brokerIsOk = !gateway.hasProblem("broker");

@@ -8,7 +8,6 @@ struct RecentFacts {
     std::string path; // of the log
     std::time_t now = 0;
     std::time_t bootedAt = 0;  // of this machine
-    std::time_t openUntil = 0; // of the circuit breaker
     bool cloudIsOk = true;     // the check "cloud" found no problem
     long cloudStatus = 0;      // of an unsigned HEAD request; 0: there was no response
     bool brokerIsOk = true;    // the broker accepts the doctor

@@ -6,10 +6,8 @@
 #include <array>
 #include <cmath>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <map>
-#include <pwd.h>
 #include <sstream>
 #include <stdexcept>
 #include <sys/stat.h>

@@ -8,7 +8,6 @@
 #include "host/Files.h"
 #include "host/ServiceManager.h"
 
-#include <ctime>
 #include <optional>
 #include <vector>
 

@@ -103,7 +103,7 @@ std::optional<Kind> kindOf(const LogHistory& history, const Record& record) {
 // Forgets the previous run, except for how it ended.
 void beginRun(LogHistory& history, const Record& record, std::time_t previousAt, std::time_t now) {
     const bool isUnasked = previousAt != 0 && !history.isStopped;
-    const bool isRecent = now >= record.time && now - record.time < loopSeconds;
+    const bool isRecent = now - record.time < loopSeconds;
     const int starts = history.recentStarts + static_cast<int>(isRecent && !history.isStopped);
     history = LogHistory();
     history.startedAt = record.time;
@@ -137,7 +137,6 @@ void addRecord(LogHistory& history, const Record& record) {
     event = {event.count + 1, record.time, record.text};
     if (record.level == "ERROR") {
         history.lastError = record.text;
-        history.lastErrorAt = record.time;
     }
 }
 

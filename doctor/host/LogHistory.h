@@ -27,7 +27,6 @@ struct LogHistory {
 
     std::map<Kind, Event> events;
     std::string lastError;
-    std::time_t lastErrorAt = 0;
     std::time_t firstAt = 0;        // the first record of the text
     std::time_t startedAt = 0;      // 0: the start is not in the text
     std::time_t lastSuccessAt = 0;  // of a request; seen at the log level TRACE only

@@ -5,11 +5,9 @@
 #include "host/Resolver.h"
 #include "mqtt/Mosquitto.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <mqtt_protocol.h>
 #include <netdb.h>
 #include <poll.h>
 #include <string_view>

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <ctime>
-#include <set>
 #include <string>
 #include <sys/types.h>
 #include <vector>

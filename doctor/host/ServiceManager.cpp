@@ -15,7 +15,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* unitName = "lora-veyra-server.service";
 constexpr const char* initScript = "/etc/init.d/lora-veyra-server";
 constexpr const char* scriptUser = "lora-veyra";
 
@@ -59,21 +58,19 @@ int numberIn(const std::string& text) {
 
 // The unit file that counts, followed by its drop-ins.
 std::string unitText() {
-    const std::string directories[] = {"/etc/systemd/system/", "/run/systemd/system/",
-                                       "/lib/systemd/system/"};
+    const std::string files[] = {"/etc/systemd/system/lora-veyra-server.service",
+                                 "/run/systemd/system/lora-veyra-server.service",
+                                 "/lib/systemd/system/lora-veyra-server.service"};
     std::string unit;
     std::string dropIns;
-    for (const std::string& directory : directories) {
+    for (const std::string& file : files) {
         if (unit.empty()) {
-            unit = textOf(directory + unitName);
+            unit = textOf(file);
         }
         std::error_code error;
-        std::string dropInDirectory = directory;
-        dropInDirectory += unitName;
-        dropInDirectory += ".d";
-        for (const auto& file : fs::directory_iterator(dropInDirectory, error)) {
+        for (const auto& dropIn : fs::directory_iterator(file + ".d", error)) {
             dropIns += '\n';
-            dropIns += textOf(file.path());
+            dropIns += textOf(dropIn.path());
         }
     }
     return unit + dropIns;

@@ -1,56 +1,24 @@
 #include "host/Text.h"
 
 #include <algorithm>
-#include <cstdint>
+#include <openssl/asn1.h>
 
 namespace {
 
-// The length of a UTF-8 sequence, from its first byte; 0 for a byte that cannot begin a sequence.
-std::size_t lengthBy(unsigned first) {
-    if (first < 0x80) {
-        return 1;
-    }
-    if (first < 0xC2 || first > 0xF4) {
-        return 0;
-    }
-    if (first < 0xE0) {
-        return 2;
-    }
-    return first < 0xF0 ? 3 : 4;
-}
-
-// Whether UTF-8 permits this number of bytes for a character of this value.
-bool isAllowed(std::uint32_t character, std::size_t length) {
-    const bool isSurrogate = character >= 0xD800 && character <= 0xDFFF;
-    const bool isTooLong =
-        (length == 3 && character < 0x800) || (length == 4 && character < 0x10000);
-    return !isSurrogate && !isTooLong && character <= 0x10FFFF;
-}
-
 // Returns the length of the UTF-8 sequence at `place` in bytes, or 0 when it is not valid. Stores
-// its value in `character`.
-std::size_t sequenceLength(const std::string& text, std::size_t place, std::uint32_t& character) {
-    const unsigned first = static_cast<unsigned char>(text[place]);
-    const std::size_t length = lengthBy(first);
-    character = first;
-    if (length < 2) {
-        return length;
-    }
-    if (place + length > text.size()) {
+// its value in `character`. OpenSSL accepts values that Unicode does not have.
+std::size_t sequenceLength(const std::string& text, std::size_t place, unsigned long& character) {
+    constexpr int longest = 4;
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data() + place);
+    const auto rest = static_cast<int>(std::min<std::size_t>(text.size() - place, longest));
+    const int length = UTF8_getc(bytes, rest, &character);
+    if (length < 0 || character > 0x10FFFF) {
         return 0;
     }
-    character = first & (0xFFU >> (length + 1));
-    for (std::size_t index = place + 1; index < place + length; ++index) {
-        const unsigned byte = static_cast<unsigned char>(text[index]);
-        if ((byte & 0xC0U) != 0x80) {
-            return 0;
-        }
-        character = (character << 6U) | (byte & 0x3FU);
-    }
-    return isAllowed(character, length) ? length : 0;
+    return static_cast<std::size_t>(length);
 }
 
-bool isHarmless(std::uint32_t character) {
+bool isHarmless(unsigned long character) {
     const bool isControl = character < 0x20 || (character >= 0x7F && character <= 0x9F);
     const bool isDirection = (character >= 0x2000 && character <= 0x200F) ||
                              (character >= 0x2028 && character <= 0x202F) ||
@@ -65,7 +33,7 @@ bool isHarmless(std::uint32_t character) {
 } // namespace
 
 std::size_t findInvalidUtf8(const std::string& text) {
-    std::uint32_t character = 0;
+    unsigned long character = 0;
     for (std::size_t place = 0; place < text.size();) {
         const std::size_t length = sequenceLength(text, place, character);
         if (length == 0) {
@@ -78,7 +46,7 @@ std::size_t findInvalidUtf8(const std::string& text) {
 
 std::string printable(const std::string& text) {
     std::string result;
-    std::uint32_t character = 0;
+    unsigned long character = 0;
     for (std::size_t place = 0; place < text.size();) {
         const std::size_t length = sequenceLength(text, place, character);
         if (length != 0 && isHarmless(character)) {
@@ -105,6 +73,15 @@ std::string masked(const std::string& text) {
     return text.substr(0, scheme + 3) + "***" + text.substr(at);
 }
 
+std::string quoted(const std::string& record) {
+    constexpr std::size_t longest = 160;
+    std::string text = printable(masked(record));
+    if (text.size() > longest) {
+        text = printable(text.substr(0, longest)) + "...";
+    }
+    return "\"" + text + "\"";
+}
+
 std::string utcText(std::time_t time) {
     char text[32];
     std::tm utc{};
@@ -121,8 +98,8 @@ void addItem(std::string& list, const std::string& item) {
 
 std::string counted(long long count, const std::string& noun) {
     std::string text = std::to_string(count) + " " + noun;
-    if (count == 1) {
-        return text;
+    if (count != 1) {
+        text += 's';
     }
-    return text + (noun.back() == 's' ? "es" : "s");
+    return text;
 }

@@ -16,6 +16,9 @@ std::string printable(const std::string& text);
 // The text, such as a URL, with "***" in place of a username and password before an "@".
 std::string masked(const std::string& text);
 
+// A log record in quotes, shortened, without possible secrets in a URL.
+std::string quoted(const std::string& record);
+
 // Such as 2026-11-21 10:00:04Z.
 std::string utcText(std::time_t time);
 
