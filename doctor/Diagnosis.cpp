@@ -24,11 +24,11 @@ const Check checks[] = {
     {"settings", On::FULL_RUN, {"configuration"}, 0, checkSettings},
     {"identity", On::FULL_RUN, {"configuration"}, 0, checkIdentity},
     {"log", On::FULL_RUN, {"configuration"}, 0, checkLogFile},
+    {"broker", On::FULL_RUN, {"configuration"}, 7000, checkBroker},
     {"cloud", On::FULL_RUN, {"configuration"}, 0, checkCloud},
     {"clock", On::FULL_RUN, {}, 0, checkClock},
     {"signature", On::SIGN, {"identity", "cloud"}, 3000, checkSignature},
     {"port", On::FULL_RUN, {"configuration"}, 0, checkPort},
-    {"broker", On::FULL_RUN, {"configuration"}, 7000, checkBroker},
     {"alive", On::ALWAYS, {}, 0, checkProcess},
     {"service", On::FULL_RUN, {}, 0, checkService},
     {"echo", On::FULL_RUN, {"broker", "alive"}, 6500, checkEcho},
@@ -63,7 +63,9 @@ class Diagnosis {
                 runOrSkip(check);
             }
         }
-        const bool offerMore = gateway.options.alive == 0 && !gateway.replyWasSeen;
+        const Options& options = gateway.options;
+        const bool didMore = options.publish != 0 && options.signedPath;
+        const bool offerMore = options.alive == 0 && !didMore && !gateway.replyWasSeen;
         const Outcome outcome = report.finish(gateway.fingerprint, offerMore);
         if (outcome == Outcome::BAD) {
             return 1;

@@ -33,11 +33,11 @@ Gateway::Gateway(const Options& given)
         configurationFile = daemon->commandLine.configurationFile;
         logFile = *daemon->commandLine.logFile;
         runDirectory = daemon->commandLine.runDirectory;
-        takeProxies(daemon->proxies);
+        proxies = daemon->proxies;
     } else {
-        takeProxies({});
         takeFromService();
     }
+    takeProxies(proxies);
     configurationFile =
         std::filesystem::absolute(options.configurationFile.value_or(configurationFile));
     logFile = std::filesystem::absolute(options.logFile.value_or(logFile));
@@ -49,11 +49,17 @@ Gateway::Gateway(const Options& given)
 void Gateway::takeFromService() {
     if (const auto found = findUser(service.user)) {
         user = *found;
-    } else if (!service.user.empty() && user.uid == 0) {
+    } else if (!service.user.empty()) {
         // The former owner of the log directory could link the log to a file of root.
         constexpr unsigned nobody = 65534;
         user = userWithId(nobody, nobody);
+        userIsMissing = true;
     }
+    user.gid = findGroup(service.group).value_or(user.gid);
+    for (const std::string& group : service.groups) {
+        user.groups.push_back(findGroup(group).value_or(user.gid));
+    }
+    proxies = proxiesIn(service.environment);
     if (!service.configurationFile.empty()) {
         configurationFile = service.configurationFile;
     }
@@ -135,6 +141,12 @@ std::string Gateway::asDaemonSees(const std::string& path) const {
     return isVisible ? root + path : path;
 }
 
+bool Gateway::isConfigurationCurrent() const {
+    return daemon != nullptr && configuration.isObject() &&
+           configurationFile == daemon->commandLine.configurationFile &&
+           changedSinceStart(configurationFile) == 0;
+}
+
 std::time_t Gateway::changedSinceStart(const std::string& path) const {
     constexpr double toleranceS = 0.1; // the kernel rounds the start time to 0.01 s
     const ActingAs actor(user);
@@ -144,7 +156,9 @@ std::time_t Gateway::changedSinceStart(const std::string& path) const {
     }
     const double changedAt = static_cast<double>(status.st_mtim.tv_sec) +
                              static_cast<double>(status.st_mtim.tv_nsec) / 1e9;
-    return changedAt > daemon->startedAt + toleranceS ? status.st_mtime : 0;
+    // A time in the future comes from a clock that was wrong, and proves nothing.
+    const bool isPast = status.st_mtime <= std::time(nullptr);
+    return isPast && changedAt > daemon->startedAt + toleranceS ? status.st_mtime : 0;
 }
 
 Look Gateway::look() {

@@ -17,7 +17,7 @@
 struct Gateway {
     explicit Gateway(const Options& given);
 
-    // Takes the user and the files of the service's start command.
+    // Takes the user, the proxies and the files of the service.
     void takeFromService();
 
     // Milliseconds that a step may take: `wantedMs`, or the time left in the run if that is
@@ -52,6 +52,9 @@ struct Gateway {
     // The inode of the connection between the daemon and its broker; 0 when there is none.
     std::uint64_t linkInode(const Look& look) const;
 
+    // Whether the running daemon has read this configuration.
+    bool isConfigurationCurrent() const;
+
     // When a file was last written, if that was after the start of the daemon; else 0.
     std::time_t changedSinceStart(const std::string& path) const;
 
@@ -64,8 +67,10 @@ struct Gateway {
 
     ServiceState service;
     Daemons daemons;
-    const Daemon* daemon = nullptr; // the daemon that is examined; null: no daemon runs
-    ServiceUser user;               // of the daemon, or of the service if none runs
+    const Daemon* daemon = nullptr;   // the daemon that is examined; null: no daemon runs
+    ServiceUser user;                 // of the daemon, or of the service if none runs
+    bool userIsMissing = false;       // no daemon runs, and the user of the service does not exist
+    std::vector<std::string> proxies; // of the daemon, or of the service: "name=value"
     Look firstLook;
     DatagramWatch datagrams;
 

@@ -24,7 +24,8 @@ Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
     const std::string& result = gateway.service.result;
     if (!result.empty() && result != "success") {
         return bad("alive.killed", subject,
-                   "The daemon is not running. systemd reports: " + result + "." + error, start);
+                   "The daemon is not running. systemd reports: " + result + "." + error,
+                   start + "\n" + seeWhy());
     }
     if (gateway.history.isStopped) {
         return bad("alive.stopped", subject,
@@ -53,16 +54,16 @@ Finding judgeEnd(const Gateway& gateway, const std::string& subject) {
 
 // What makes every start fail; empty when nothing is known.
 Findings judgeObstacle(const Gateway& gateway, const std::string& subject) {
-    if (gateway.service.isMasked) {
+    const std::string& loadState = gateway.service.loadState;
+    if (loadState == "masked") {
         return {bad("alive.masked", subject, "The unit is masked, so systemd refuses to start it.",
                     "Unmask and start it:" + command("systemctl unmask lora-veyra-server") +
                         command(serviceCommand("start")))};
     }
-    const std::string& user = gateway.service.user;
-    if (!user.empty() && !findUser(user)) {
-        return {bad("alive.no-user", subject,
-                    "The user of the service does not exist: " + user + ".",
-                    "Install the package again, or correct User= in the unit.")};
+    if (!loadState.empty() && loadState != "loaded") {
+        return {bad("alive.no-unit", subject, "systemd cannot load the unit: " + loadState + ".",
+                    "Install the package again, or correct the unit:" +
+                        command("systemctl status lora-veyra-server"))};
     }
     const ActingAs service(gateway.user);
     struct stat status {};
@@ -104,6 +105,11 @@ Finding judgeAbsence(const Gateway& gateway) {
                        "The doctor does not run as root, so it sees only your own processes. None "
                        "of them is the daemon.",
                        runAsRoot);
+    }
+    if (gateway.userIsMissing) {
+        return bad("alive.no-user", subject,
+                   "The user of the service does not exist: " + gateway.service.user + ".",
+                   "Install the package again, or correct User= in the unit.");
     }
     if (!gateway.daemons.untrusted.empty()) {
         const int pid = gateway.daemons.untrusted.front();

@@ -1,5 +1,6 @@
 // Whether the broker accepts the daemon's credentials, at the address that the daemon uses.
 #include "checks/Checks.h"
+#include "mqtt/Mosquitto.h"
 
 #include <cerrno>
 #include <cstring>
@@ -147,6 +148,8 @@ Finding judgeAnswer(Gateway& gateway, const std::string& subject, const BrokerAd
             "the daemon's connection when the doctor connected. The daemon reconnects by itself.",
             "Use lora-veyra-doctor --alive with this broker.");
     }
+    probe->subscribe(keepaliveTopic, 2);
+    probe->subscribe("lora/veyra", 0); // QoS 0, because one of many replies is enough
     gateway.broker = std::move(probe);
     return ok(subject);
 }
@@ -179,6 +182,7 @@ Finding asObserved(Finding finding, bool isLinked) {
 } // namespace
 
 Findings checkBroker(Gateway& gateway) {
+    gateway.readHistory();
     const BrokerAddress broker = brokerAddress(gateway.configuration["mqtt"]);
     const auto credentials = brokerCredentials(gateway.configuration["mqtt"]);
     std::string subject = broker.host + ":" + std::to_string(broker.port);

@@ -24,7 +24,7 @@ Finding compare(const std::string& subject, const HttpAnswer& cloud, const std::
         return unknown("clock.no-reference", subject,
                        "The cloud's own clock is wrong: it reports " + utcText(cloud.date) + ".");
     }
-    const std::time_t aheadS = cloud.dateTaken - cloud.date;
+    const std::time_t aheadS = cloud.dateTaken - (cloud.date + cloud.ageS);
     Finding finding = ok(subject);
     if (std::abs(aheadS) > toleranceS) {
         finding = bad("clock.wrong", subject,

@@ -27,16 +27,6 @@ std::string errorOf(const HttpAnswer& answer) {
     return text + ".";
 }
 
-bool hasDefaultRoute() {
-    const std::string ipv4 = textOf("/proc/net/route");
-    const std::string ipv6 = textOf("/proc/net/ipv6_route");
-    const std::string anyIpv6 = std::string(32, '0') + " 00 ";
-    const auto route = ipv6.rfind("\n" + anyIpv6);
-    const bool hasIpv6 = ipv6.rfind(anyIpv6, 0) == 0 || route != std::string::npos;
-    const bool isReal = hasIpv6 && ipv6.find(" lo", route) == std::string::npos;
-    return ipv4.find("\t00000000\t") != std::string::npos || isReal;
-}
-
 Finding judgeTimeout(const std::string& url, const HttpAnswer& answer) {
     if (!answer.isResolved) {
         return bad("cloud.dns-silent", url, "No name server answers.",
@@ -59,25 +49,28 @@ Finding judgeTimeout(const std::string& url, const HttpAnswer& answer) {
         "Ask the operator of the cloud. The daemon waits without a time limit.");
 }
 
-// Whether the name server runs on this machine. If so, the name server does not need a route.
-bool hasLocalNameServer() {
-    const std::string text = textOf("/etc/resolv.conf");
-    return text.find("nameserver 127.") != std::string::npos ||
-           text.find("nameserver ::1") != std::string::npos;
-}
-
 Finding judgeUnresolved(const Gateway& gateway, const std::string& url,
                         const std::string& fullUrl) {
     constexpr long resolverMs = 3000;
     const HttpAnswer& answer = gateway.cloud;
+    for (const char* const file : {"/etc/resolv.conf", "/etc/hosts"}) {
+        if (accessError(file, R_OK) == EACCES) {
+            return bad("cloud.dns-failed", url,
+                       "The user " + gateway.user.name + " cannot read " + file +
+                           ", so names are not resolved.",
+                       "Give all users read permission:" +
+                           command(std::string("chmod 644 ") + file));
+        }
+    }
     if (resolveWithin(hostOf(fullUrl), 443, gateway.limitMs(resolverMs)).error == EAI_NONAME) {
         return bad("cloud.unresolved", url,
                    "The name servers do not know the host name: " + errorOf(answer),
                    thenRestart("Correct the host in network.veyraServer. If it is correct, check "
                                "/etc/resolv.conf, /etc/hosts and /etc/nsswitch.conf."));
     }
-    if (!hasDefaultRoute() && !hasLocalNameServer()) {
-        return bad("cloud.no-route", url, "The gateway has no default route: " + errorOf(answer),
+    if (!hasRouteToNameServer()) {
+        return bad("cloud.no-route", url,
+                   "The gateway has no route to its name servers: " + errorOf(answer),
                    "Check the network:" + command("ip route"));
     }
     return bad("cloud.dns-failed", url,
@@ -213,14 +206,30 @@ Finding judgeAnswer(Gateway& gateway, const std::string& url, const std::string&
     }
 }
 
-// A request of the daemon that has just succeeded proves more than the doctor's own request.
-Finding asObserved(const Gateway& gateway, Finding finding) {
+// Evidence that requests of the daemon succeed now; empty when there is none.
+std::string evidenceOfSuccess(Gateway& gateway) {
+    constexpr long replyMs = 1500;
     constexpr std::time_t recentS = 60;
     const std::time_t successAt = gateway.history.currentSuccessAt();
-    if (finding.outcome == Outcome::BAD && successAt > std::time(nullptr) - recentS) {
+    if (successAt > std::time(nullptr) - recentS) {
+        return "a request of the daemon succeeded at " + utcText(successAt) + ".";
+    }
+    if (!gateway.broker) {
+        return {};
+    }
+    MqttProbe& probe = *gateway.broker;
+    probe.waitUntil([&] { return probe.replyWasSeen; }, gateway.limitMs(replyMs));
+    return probe.replyWasSeen ? "a reply of the cloud arrived on lora/veyra during this run." : "";
+}
+
+// A request of the daemon that has just succeeded proves more than the doctor's own request.
+Finding asObserved(Gateway& gateway, Finding finding) {
+    if (finding.outcome != Outcome::BAD) {
+        return finding;
+    }
+    if (const std::string evidence = evidenceOfSuccess(gateway); !evidence.empty()) {
         finding.outcome = Outcome::UNKNOWN;
-        finding.cause +=
-            " However, a request of the daemon succeeded at " + utcText(successAt) + ".";
+        finding.cause += " However, " + evidence;
         finding.fix.clear();
     }
     return finding;
@@ -240,12 +249,11 @@ Findings checkCloud(Gateway& gateway) {
     if (Findings faults = judgeCaFile(url, caError, caText); !faults.empty()) {
         return faults;
     }
-    gateway.readHistory();
     const ActingAs service(gateway.user); // a firewall rule may depend on the user
     gateway.cloud = askCloud(fullUrl, gateway.limitMs(requestMs));
     Finding finding = asObserved(gateway, judgeAnswer(gateway, url, fullUrl, caText));
-    if (finding.outcome == Outcome::BAD && gateway.daemon != nullptr) {
-        for (const std::string& proxy : gateway.daemon->proxies) {
+    if (finding.outcome == Outcome::BAD) {
+        for (const std::string& proxy : gateway.proxies) {
             finding.cause += " The service has the proxy setting " + masked(proxy) + ".";
         }
     }

@@ -7,9 +7,9 @@
 
 namespace {
 
-// `url` does not begin with "https://".
+// `url` does not begin with "https:".
 Finding judgeScheme(const std::string& url, const std::string& subject) {
-    if (ZEP::Text::toLowerCase(url).rfind("https://", 0) == 0) {
+    if (ZEP::Text::toLowerCase(url).rfind("https:", 0) == 0) {
         return bad(
             "settings.capital-letters", subject,
             "The scheme has capital letters. In this case the daemon does not use its own CA "
@@ -30,7 +30,7 @@ void judgeCloudUrl(const std::string& url, Findings& found) {
                             thenRestart("Remove the space.")));
         return;
     }
-    if (url.rfind("https://", 0) != 0) {
+    if (url.rfind("https:", 0) != 0) { // libcurl adds a missing slash
         found.push_back(judgeScheme(url, subject));
     }
     if (url.back() != '/') {

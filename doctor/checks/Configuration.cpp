@@ -146,6 +146,12 @@ std::string seeWhy() {
 }
 
 Findings checkConfiguration(Gateway& gateway) {
+    if (gateway.userIsMissing) {
+        return {unknown("configuration.no-user", gateway.configurationFile,
+                        "The user of the service does not exist, so the doctor cannot find out "
+                        "what this user may read.",
+                        "See the check \"alive\".")};
+    }
     const int error = gateway.readAsService(gateway.configurationFile, gateway.configurationText);
     if (error != 0) {
         return {unreadable(gateway, error)};

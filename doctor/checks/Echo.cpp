@@ -30,23 +30,6 @@ Finding judgeUnstable() {
         "second client.");
 }
 
-Finding judgeSilence(bool isSameLink) {
-    if (isSameLink) {
-        return bad("echo.silent", keepaliveTopic,
-                   "No keepalive arrived within 6 s, although the daemon is connected. The broker "
-                   "probably does not allow the daemon's MQTT user to publish to this topic or to "
-                   "read it.",
-                   allow);
-    }
-    return bad(
-        "echo.silent", keepaliveTopic,
-        "No keepalive arrived within 6 s, and the daemon's connection to the broker was "
-        "replaced. Either the broker denies this topic and ends the connection, or a second "
-        "client has the client id VEYRA_SERVER.",
-        std::string("Search the broker's log for VEYRA_SERVER. If it says \"Denied PUBLISH\": ") +
-            allow);
-}
-
 // No keepalive arrived. `isOpen`: the doctor's own connection lasted.
 Finding judgeAbsence(Gateway& gateway, const MqttProbe& probe, bool isOpen) {
     if (probe.isDenied) {
@@ -70,16 +53,21 @@ Finding judgeAbsence(Gateway& gateway, const MqttProbe& probe, bool isOpen) {
         return unknown("echo.no-daemon", keepaliveTopic, "The daemon ended during this run.",
                        "Run the doctor again.");
     }
-    const bool wasRebuilt = gateway.history.events.count(LogHistory::Kind::LINK_REBUILT) != 0;
-    return judgeSilence(gateway.links.size() == 1 && !wasRebuilt);
+    return bad(
+        "echo.silent", keepaliveTopic,
+        "No keepalive arrived within 6 s, although the daemon was connected. The usual causes: the "
+        "broker does not allow the daemon's MQTT user to publish to this topic or to read it, or a "
+        "second client uses the client id VEYRA_SERVER. Without a keepalive, the daemon replaces "
+        "its connection again and again.",
+        std::string(allow) +
+            "\nIf the ACL is correct, search the broker's log for VEYRA_SERVER. If it says "
+            "\"already connected\", stop the second client.");
 }
 
 } // namespace
 
 Findings checkEcho(Gateway& gateway) {
     MqttProbe& probe = *gateway.broker;
-    probe.subscribe(keepaliveTopic, 2);
-    probe.subscribe("lora/veyra", 0); // QoS 0, because one of many replies is enough
     std::uint64_t nextLookMs = 0;
     const auto isDone = [&] {
         const std::uint64_t nowMs = monotonicMillis();

@@ -16,8 +16,9 @@ constexpr std::uint64_t leastFreeBytes = 65536;
 bool syslogListens() {
     const Descriptor descriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     constexpr sockaddr_un address = {AF_UNIX, "/dev/log"};
-    return connect(descriptor.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
-           0;
+    const int result =
+        connect(descriptor.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    return result == 0 || errno == EPROTOTYPE; // some syslog daemons have a stream socket
 }
 
 Finding judgeSyslog() {
@@ -98,7 +99,7 @@ Findings checkLogFile(Gateway& gateway) {
         return {judgeSyslog()};
     }
     std::string other;
-    if (gateway.daemon != nullptr) {
+    if (gateway.daemon != nullptr && gateway.logFile == *gateway.daemon->commandLine.logFile) {
         other = otherOpenLog(gateway);
     }
     if (!other.empty()) {

@@ -24,19 +24,28 @@ Finding judgeOwner(const Gateway& gateway, const std::string& subject, const Soc
                "the network server.");
 }
 
+Finding judgeOtherPort(const Gateway& gateway, const std::string& subject, int port) {
+    const std::string cause = "The daemon listens on port " + std::to_string(port) + ".";
+    if (gateway.configurationFile != gateway.daemon->commandLine.configurationFile) {
+        return unknown("port.not-compared", subject,
+                       cause + " It uses the configuration " +
+                           gateway.daemon->commandLine.configurationFile + ".");
+    }
+    return bad("port.other", subject,
+               cause + " The configuration was changed after the daemon started.",
+               "Restart:" + command(serviceCommand("restart")));
+}
+
 // The daemon is running and the doctor sees its sockets, but the daemon does not have the port.
-Finding judgeMissing(const std::string& subject, const Look& look) {
+Finding judgeMissing(const Gateway& gateway, const std::string& subject, const Look& look) {
     if (isStarting(look)) {
         return unknown(
             "port.starting", subject,
-            "The daemon is still connecting to the broker. It opens the port afterwards.");
+            "The daemon has not finished starting. It opens the port at the end of the start.");
     }
     for (const Socket& socket : look.sockets) {
         if (socket.isOwn && !socket.isTcp && socket.remotePort == 0 && socket.localPort != 0) {
-            Finding finding = bad("port.other", subject,
-                                  "The daemon listens on port " + std::to_string(socket.localPort) +
-                                      ". The configuration was changed after the daemon started.",
-                                  "Restart:" + command(serviceCommand("restart")));
+            Finding finding = judgeOtherPort(gateway, subject, socket.localPort);
             finding.facts["listensOn"] = socket.localPort;
             return finding;
         }
@@ -128,7 +137,7 @@ Findings checkPort(Gateway& gateway) {
         return {judgeOwner(gateway, subject, *taken)};
     }
     if (gateway.daemon != nullptr) {
-        return {judgeMissing(subject, look)};
+        return {judgeMissing(gateway, subject, look)};
     }
     return {judgeFree(gateway, subject, port)};
 }

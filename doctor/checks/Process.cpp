@@ -25,9 +25,21 @@ Finding judgeTracing(const std::string& subject, const Look& look) {
                "End the debugger:" + command("kill " + std::to_string(look.status.tracerPid)));
 }
 
+Finding judgeBlocked(const std::string& subject, const Look& look) {
+    return bad("alive.output-blocked", subject,
+               "The daemon waits until another program reads its output: the program behind a "
+               "pipe, the syslog daemon, or a terminal hangs (kernel function: " +
+                   look.blockedIn + ").",
+               "Find that program and restart it. To see where the daemon's output goes:" +
+                   command("ls -l /proc/" + std::to_string(look.pid) + "/fd"));
+}
+
 // The start waits for the first connection to the broker: about two minutes for each address that
 // does not answer.
 Finding judgeStart(const std::string& subject, const Look& look) {
+    if (!look.blockedIn.empty()) {
+        return judgeBlocked(subject, look);
+    }
     const std::string fix = thenRestart("Start that broker, or correct mqtt.host.");
     for (const Socket& socket : look.sockets) {
         if (socket.isOwn && socket.isTcp && socket.state == tcpSynSent) {
@@ -83,8 +95,21 @@ Finding judgeSlowness(const std::string& subject, const LifeFacts& facts) {
     return bad(
         "alive.waits-for-cloud", subject,
         "A request to the cloud has been in progress for 10 s or more.",
-        "See the check \"cloud\". The request has no time limit. To end it, kill the daemon:" +
+        "See the check \"cloud\". A request has no time limit once its connection is open. To end "
+        "it, kill the daemon:" +
             kill);
+}
+
+// The main thread was last seen at work a long time ago.
+Finding judgeQuiet(const std::string& subject, const LifeFacts& facts) {
+    const Look& look = facts.now;
+    if (!look.blockedIn.empty()) {
+        return judgeBlocked(subject, look);
+    }
+    if (look.status.voluntarySwitches == facts.active.status.voluntarySwitches) {
+        return judgeStandstill(subject, facts);
+    }
+    return judgeSlowness(subject, facts);
 }
 
 Finding judgeLink(const std::string& subject, const LifeFacts& facts) {
@@ -118,11 +143,9 @@ std::uint64_t totalOf(std::uint64_t Socket::*number, const Look& look) {
 LifeFacts gatherFacts(const Gateway& gateway, const Look& active, const Look& now) {
     using Kind = LogHistory::Kind;
     const auto& events = gateway.history.events;
-    const bool isCurrent = gateway.configuration.isObject() &&
-                           gateway.changedSinceStart(gateway.configurationFile) == 0;
     LifeFacts facts{active, now};
-    facts.isLinked = gateway.wasLinked || !isCurrent;
-    facts.brokerIsOk = gateway.broker != nullptr;
+    facts.isLinked = gateway.wasLinked || !gateway.isConfigurationCurrent();
+    facts.brokerIsOk = gateway.broker != nullptr && !gateway.daemon->isForeign;
     facts.brokerIsBad = gateway.hasProblem("broker") || gateway.brokerIsUnresolved;
     facts.isRejected = facts.brokerIsOk && events.count(Kind::BROKER_REFUSED) != 0;
     facts.datagramsAreSeen = gateway.isRoot;
@@ -142,6 +165,19 @@ bool isFinal(const Finding& finding, std::uint64_t passedMs, std::uint64_t quiet
     return isOver || passedMs >= standstillMs + shortMs || quietMs >= standstillMs ||
            (passedMs >= shortMs && isPlain && !isQuiet) ||
            (passedMs >= standstillMs && finding.outcome != Outcome::OK);
+}
+
+Finding judgeSecondDaemon(const std::vector<Daemon>& daemons, int mainPid) {
+    const std::string first = std::to_string(daemons[0].pid);
+    const std::string second = std::to_string(daemons[1].pid);
+    std::string way =
+        "To see them:" + command("ps -o pid,user,lstart,args -p " + first + "," + second);
+    if (daemons[0].pid == mainPid) {
+        way = command("kill " + second);
+    }
+    return bad("alive.two-daemons", installedProgram(),
+               "Two daemons are running: processes " + first + " and " + second + ".",
+               "Stop the one that the service did not start. " + way);
 }
 
 Finding lookAgain(Gateway& gateway) {
@@ -201,11 +237,7 @@ Finding judgeLife(const LifeFacts& facts) {
         return judgeStart(subject, look);
     }
     if (look.atMs - facts.active.atMs >= standstillMs) {
-        const bool isStill = look.status.voluntarySwitches == facts.active.status.voluntarySwitches;
-        if (isStill) {
-            return judgeStandstill(subject, facts);
-        }
-        return judgeSlowness(subject, facts);
+        return judgeQuiet(subject, facts);
     }
     if (!look.socketsAreSeen) {
         return unknown("alive.hidden", subject,
@@ -230,11 +262,7 @@ Findings checkProcess(Gateway& gateway) {
         return found;
     }
     if (trusted.size() > 1) {
-        return {bad("alive.two-daemons", installedProgram(),
-                    "Two daemons are running: processes " + std::to_string(trusted[0].pid) +
-                        " and " + std::to_string(trusted[1].pid) + ".",
-                    "Stop the one that the service did not start:" +
-                        command("kill " + std::to_string(trusted[1].pid)))};
+        return {judgeSecondDaemon(trusted, gateway.service.mainPid)};
     }
     found.push_back(lookAgain(gateway));
     return found;

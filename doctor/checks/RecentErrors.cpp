@@ -195,6 +195,11 @@ Findings judgeRecentErrors(const RecentFacts& facts, const LogHistory& history) 
 
 Findings checkRecentErrors(Gateway& gateway) {
     if (gateway.configuration["log"]["syslog"].asBool()) {
+        if (gateway.hasProblem("log")) {
+            return {unknown("errors.in-syslog", "syslog",
+                            "The records are lost, because no syslog daemon listens.",
+                            "See the check \"log\".")};
+        }
         return {unknown("errors.in-syslog", "syslog", "The records are in syslog.",
                         "See the records:" + command("journalctl -t lora-veyra-server"))};
     }

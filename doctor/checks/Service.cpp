@@ -35,15 +35,17 @@ void judgeProgram(const Gateway& gateway, Findings& found) {
 
 // The daemon reads its files once, at its start.
 void judgeChanges(const Gateway& gateway, Findings& found) {
-    const std::string files[] = {gateway.configurationFile,
-                                 gateway.runDirectory + "/config/device_info.json", cloudCaFile};
+    const CommandLine& line = gateway.daemon->commandLine;
+    const std::string files[] = {line.configurationFile,
+                                 line.runDirectory + "/config/device_info.json", cloudCaFile};
     for (const std::string& file : files) {
         if (const std::time_t changedAt = gateway.changedSinceStart(file); changedAt != 0) {
             found.push_back(bad("service.changed-file", file,
-                                "The file was changed at " + utcText(changedAt) +
+                                "The file was written at " + utcText(changedAt) +
                                     ", after the start of the daemon at " +
                                     utcText(static_cast<std::time_t>(gateway.daemon->startedAt)) +
-                                    ".",
+                                    ". If its content changed, the daemon still uses the earlier "
+                                    "content.",
                                 "Restart:" + command(serviceCommand("restart"))));
         }
     }
@@ -68,7 +70,9 @@ void judgeUnit(const Gateway& gateway, Findings& found) {
                                 service.logFile + ".",
                             restart));
     }
-    if (!service.user.empty() && service.user != gateway.daemon->user.name) {
+    const auto user = findUser(service.user);
+    const bool isServiceUser = user && user->uid == gateway.daemon->user.uid;
+    if (!service.user.empty() && !isServiceUser) {
         found.push_back(
             bad("service.other-user", gateway.daemon->user.name,
                 "The daemon runs as this user. The user of the service is " + service.user + ".",
@@ -120,7 +124,9 @@ Findings checkService(Gateway& gateway) {
     Findings found;
     judgeProgram(gateway, found);
     judgeChanges(gateway, found);
-    judgeUnit(gateway, found);
+    if (!gateway.options.pid) { // the caller knows that it is another process
+        judgeUnit(gateway, found);
+    }
     judgeLimits(gateway, found);
     if (found.empty()) {
         found.push_back(ok("running as " + gateway.daemon->user.name + " since " +

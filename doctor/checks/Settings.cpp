@@ -245,6 +245,11 @@ Findings judgeSettings(const Value& root, std::vector<std::string>& ignored) {
             found.push_back(bad("settings.not-utf8", setting.name, "The value is not valid UTF-8.",
                                 thenRestart("Save the file as UTF-8.")));
         }
+        if (setting.name == "mqtt.host" && configured.isString() &&
+            configured.asString().find_first_of(" \t\r\n") != std::string::npos) {
+            found.push_back(bad("settings.space", setting.name + " " + jsonOf(configured),
+                                "The value contains a space.", thenRestart("Remove the space.")));
+        }
         if (!isExplained(setting, misspelt)) {
             judgeEffect(setting, configured, valueAt(effect, setting.name), found);
         }

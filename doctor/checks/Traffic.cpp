@@ -74,6 +74,7 @@ Findings checkTraffic(Gateway& gateway) {
     Finding finding = ok("no datagram during this run", facts);
     finding.fix = "Send a test datagram, with bash:" +
                   command("echo '{\"path\":\"test\",\"request\":{}}' >/dev/udp/127.0.0.1/" +
-                          std::to_string(port));
+                          std::to_string(port)) +
+                  "\nThe cloud may refuse it. If so, the check \"errors\" reports this request.";
     return {finding};
 }

@@ -81,27 +81,6 @@ CommandLine absoluteCommandLine(int pid) {
     return line;
 }
 
-// If a name occurs several times, libcurl reads the first variable, and so does this function. An
-// environment may contain thousands of variables.
-std::vector<std::string> proxiesOf(int pid) {
-    constexpr std::size_t longest = 1000;
-    std::map<std::string, std::string> first;
-    for (const std::string& entry : textsOf(processPath(pid, "environ"))) {
-        const std::string name = entry.substr(0, entry.find('='));
-        const bool isProxy =
-            std::find(proxyNames.begin(), proxyNames.end(), name) != proxyNames.end();
-        if (isProxy && name.size() < entry.size() && entry.size() <= longest) {
-            first.emplace(name, entry);
-        }
-    }
-    std::vector<std::string> proxies;
-    proxies.reserve(first.size());
-    for (const auto& [name, entry] : first) {
-        proxies.push_back(entry);
-    }
-    return proxies;
-}
-
 // The identity of a process. If the process changes its program or its user between two looks, this
 // value changes too.
 struct Identity {
@@ -183,7 +162,8 @@ std::optional<Daemon> examine(int pid, const ServiceState& service, bool isNamed
                       before.isReplaced,
                       !isProgram || isElsewhere,
                       absoluteCommandLine(pid),
-                      proxiesOf(pid)};
+                      proxiesIn(textsOf(processPath(pid, "environ")))};
+        daemon.user.groups = before.status.groups; // the service may have groups of its own
         // Equal identities: everything read in between belongs to the same program and user.
         if (!(before == identify(pid, service))) {
             return std::nullopt;
@@ -222,6 +202,25 @@ Daemons findDaemons(const ServiceState& service, std::optional<int> named) {
                   return left.startedAt < right.startedAt;
               });
     return daemons;
+}
+
+std::vector<std::string> proxiesIn(const std::vector<std::string>& environment) {
+    constexpr std::size_t longest = 1000;
+    std::map<std::string, std::string> first; // an environment may contain thousands of variables
+    for (const std::string& entry : environment) {
+        const std::string name = entry.substr(0, entry.find('='));
+        const bool isProxy =
+            std::find(proxyNames.begin(), proxyNames.end(), name) != proxyNames.end();
+        if (isProxy && name.size() < entry.size() && entry.size() <= longest) {
+            first.emplace(name, entry);
+        }
+    }
+    std::vector<std::string> proxies;
+    proxies.reserve(first.size());
+    for (const auto& [name, entry] : first) {
+        proxies.push_back(entry);
+    }
+    return proxies;
 }
 
 void takeProxies(const std::vector<std::string>& proxies) {

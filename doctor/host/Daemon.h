@@ -36,5 +36,9 @@ std::string installedProgram();
 // checked. Throws std::runtime_error when the process `named` cannot be examined.
 Daemons findDaemons(const ServiceState& service, std::optional<int> named);
 
-// Replaces the proxy settings of this process with the daemon's.
+// The variables of an environment that libcurl reads. If a name occurs several times, libcurl reads
+// the first variable, and so does this function.
+std::vector<std::string> proxiesIn(const std::vector<std::string>& environment);
+
+// Replaces the proxy settings of this process with those of the daemon.
 void takeProxies(const std::vector<std::string>& proxies);

@@ -37,7 +37,7 @@ void drain(int descriptor, bool isIpv4, const Take& take) {
     constexpr std::size_t udpHeaderBytes = 8;
     constexpr std::size_t destination = 16; // in the IP header
     constexpr std::uint64_t longestMs = 50;
-    std::array<char, 2048> buffer{};
+    std::array<char, 65536> buffer{};
     ssize_t count = 0;
     const std::uint64_t endMs = monotonicMillis() + longestMs; // despite a flood of datagrams
     while (monotonicMillis() < endMs &&
@@ -54,6 +54,11 @@ void drain(int descriptor, bool isIpv4, const Take& take) {
     }
 }
 
+bool isForDaemon(std::string_view payload) {
+    return payload.find("\"path\"") != std::string_view::npos &&
+           payload.find("\"request\"") != std::string_view::npos;
+}
+
 } // namespace
 
 DatagramWatch::DatagramWatch()
@@ -64,17 +69,16 @@ const DatagramCounts& DatagramWatch::count(int port) {
     counts.areSeen = ipv4.get() >= 0;
     drain(ipv4.get(), true, [&](const std::string& address, int to, std::string_view payload) {
         const bool isOwnAddress = address == "127.0.0.1";
-        const bool hasPath = payload.find("\"path\"") != std::string_view::npos;
         if (to == port && isOwnAddress) {
             ++counts.atPort;
-        } else if (hasPath && isOwnAddress) {
+        } else if (isOwnAddress && isForDaemon(payload)) {
             ++counts.atOtherPorts[to];
-        } else if (hasPath && to == port) {
+        } else if (to == port && isForDaemon(payload)) {
             ++counts.atOtherAddresses[address];
         }
     });
     drain(ipv6.get(), false, [&](const std::string&, int to, std::string_view payload) {
-        if (to == port && payload.find("\"path\"") != std::string_view::npos) {
+        if (to == port && isForDaemon(payload)) {
             ++counts.atPortByIpv6;
         }
     });

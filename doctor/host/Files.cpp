@@ -18,27 +18,47 @@ namespace {
 
 constexpr std::size_t kernelFileBytes = 16 << 20; // a list of sockets can be this long
 
+bool isNumber(const std::string& text) {
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
 } // namespace
 
 ServiceUser userWithId(uid_t uid, gid_t gid) {
     const passwd* const entry = getpwuid(uid);
     if (entry == nullptr) {
-        return {uid, gid, "user " + std::to_string(uid)};
+        return {uid, gid, "user " + std::to_string(uid), {}};
     }
-    return {uid, gid, entry->pw_name};
+    ServiceUser user{uid, gid, entry->pw_name, {}};
+    int count = 0;
+    getgrouplist(entry->pw_name, gid, nullptr, &count);
+    user.groups.resize(static_cast<std::size_t>(count));
+    getgrouplist(entry->pw_name, gid, user.groups.data(), &count);
+    return user;
 }
 
 std::optional<ServiceUser> findUser(const std::string& nameOrId) {
-    const passwd* entry = getpwnam(nameOrId.c_str());
-    const bool isId =
-        !nameOrId.empty() && nameOrId.find_first_not_of("0123456789") == std::string::npos;
-    if (isId) {
-        entry = getpwuid(static_cast<uid_t>(std::strtoul(nameOrId.c_str(), nullptr, 10)));
+    if (isNumber(nameOrId)) {
+        const auto id = static_cast<uid_t>(std::strtoul(nameOrId.c_str(), nullptr, 10));
+        const passwd* const entry = getpwuid(id);
+        return userWithId(id, entry == nullptr ? id : entry->pw_gid);
     }
+    const passwd* const entry = getpwnam(nameOrId.c_str());
     if (entry == nullptr) {
         return std::nullopt;
     }
-    return ServiceUser{entry->pw_uid, entry->pw_gid, entry->pw_name};
+    return userWithId(entry->pw_uid, entry->pw_gid);
+}
+
+std::optional<gid_t> findGroup(const std::string& nameOrId) {
+    if (isNumber(nameOrId)) {
+        return static_cast<gid_t>(std::strtoul(nameOrId.c_str(), nullptr, 10));
+    }
+    const group* const entry = getgrnam(nameOrId.c_str());
+    if (entry == nullptr) {
+        return std::nullopt;
+    }
+    return entry->gr_gid;
 }
 
 std::string groupName(gid_t gid) {
@@ -58,9 +78,8 @@ ActingAs::ActingAs(const ServiceUser& user)
     if (!changed) {
         return;
     }
-    const bool hasName = findUser(user.name).has_value();
-    const int groups = hasName ? initgroups(user.name.c_str(), user.gid) : setgroups(0, nullptr);
-    if (groups != 0 || setegid(user.gid) != 0 || seteuid(user.uid) != 0) {
+    const bool hasGroups = setgroups(user.groups.size(), user.groups.data()) == 0;
+    if (!hasGroups || setegid(user.gid) != 0 || seteuid(user.uid) != 0) {
         throw std::runtime_error("cannot act as the service user " + user.name);
     }
 }
@@ -133,11 +152,12 @@ int writeError(const std::string& path) {
         return EISDIR;
     }
     const bool isMissing = accessError(path, F_OK) == ENOENT;
-    const std::string directory = fs::path(path).parent_path();
-    if (isMissing) {
-        return accessError(directory, W_OK | X_OK);
+    if (!isMissing) {
+        return accessError(path, W_OK);
     }
-    return accessError(path, W_OK);
+    // A new file is created at the end of a symbolic link.
+    const fs::path directory = fs::path(path).parent_path();
+    return accessError((directory / linkTarget(path)).parent_path(), W_OK | X_OK);
 }
 
 std::uint64_t freeBytes(const std::string& path) {

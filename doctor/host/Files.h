@@ -7,6 +7,7 @@
 #include <string>
 #include <sys/types.h>
 #include <unistd.h>
+#include <vector>
 
 // Owns a file descriptor and closes it.
 class Descriptor {
@@ -31,12 +32,15 @@ struct ServiceUser {
     uid_t uid = 0;
     gid_t gid = 0;
     std::string name;
+    std::vector<gid_t> groups; // supplementary
 };
 
+// With the groups that the user has after a login.
 ServiceUser userWithId(uid_t uid, gid_t gid);
 
-// The user with this name or numeric id, as in a unit file.
+// The user or the group with this name or numeric id, as in a unit file.
 std::optional<ServiceUser> findUser(const std::string& nameOrId);
+std::optional<gid_t> findGroup(const std::string& nameOrId);
 
 std::string groupName(gid_t gid);
 

@@ -58,6 +58,8 @@ std::size_t takeHeader(char* data, std::size_t size, std::size_t count, HttpAnsw
         answer->status = std::strtol(status, nullptr, 10);
     } else if (has("Date:")) {
         takeDate(valueOf(line), *answer);
+    } else if (has("Age:")) {
+        answer->ageS = std::strtol(valueOf(line).c_str(), nullptr, 10);
     } else if (has("Content-Type:")) {
         answer->contentType = valueOf(line);
     } else if (has("Location:")) {

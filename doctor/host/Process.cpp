@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <set>
 #include <sstream>
@@ -102,6 +103,22 @@ std::set<std::uint64_t> socketInodesOf(int pid) {
     return inodes;
 }
 
+// The kernel function in which a thread of the process waits until another program reads a pipe, a
+// syslog socket or a terminal; empty when there is none or it cannot be read.
+std::string blockingFunctionOf(int pid) {
+    constexpr std::array functions = {"pipe_write", "wait_for_partner", "unix_wait_for_peer",
+                                      "sock_alloc_send", "tty_write"};
+    for (const int thread : numbersIn(processPath(pid, "task"))) {
+        std::string current = textOf(processPath(pid, "task/" + std::to_string(thread) + "/wchan"));
+        for (const char* const function : functions) {
+            if (current.find(function) != std::string::npos) {
+                return current;
+            }
+        }
+    }
+    return {};
+}
+
 } // namespace
 
 std::string processPath(int pid, const std::string& name) {
@@ -138,6 +155,8 @@ ProcessStatus readProcessStatus(int pid) {
     const std::string user = std::to_string(status.uid);
     status.hasOneUser = fields["Uid"] == user + "\t" + user + "\t" + user + "\t" + user;
     status.gid = static_cast<gid_t>(secondNumberIn(fields["Gid"]));
+    std::istringstream groups(fields["Groups"]);
+    status.groups.assign(std::istream_iterator<gid_t>(groups), {});
     status.threads = numberIn(fields["Threads"]);
     status.voluntarySwitches = numberIn(fields["voluntary_ctxt_switches"]);
     status.virtualKib = numberIn(fields["VmSize"]);
@@ -191,6 +210,7 @@ Look lookAt(int pid) {
     look.pid = pid;
     look.status = readProcessStatus(pid);
     look.waitsIn = textOf(processPath(pid, "wchan"));
+    look.blockedIn = blockingFunctionOf(pid);
     const std::set<std::uint64_t> own = socketInodesOf(pid);
     look.socketsAreSeen = !own.empty();
     look.sockets = readSockets(pid);

@@ -22,6 +22,7 @@ struct ProcessStatus {
     int parentPid = 0;
     uid_t uid = 0; // effective
     gid_t gid = 0;
+    std::vector<gid_t> groups; // supplementary
     std::uint64_t threads = 0;
     std::uint64_t voluntarySwitches = 0; // how often the main thread has waited
     std::uint64_t virtualKib = 0;
@@ -63,7 +64,8 @@ struct Look {
     std::uint64_t atMs = 0; // monotonic
     int pid = 0;
     ProcessStatus status;
-    std::string waitsIn;         // the kernel function in which it waits, if known
+    std::string waitsIn;   // the kernel function in which its main thread waits, if known
+    std::string blockedIn; // the kernel function in which a thread waits for a reader of its output
     bool socketsAreSeen = false; // `isOwn` is known
     std::vector<Socket> sockets; // of all processes in its network namespace
 };

@@ -1,7 +1,10 @@
 #include "host/Resolver.h"
 
+#include "host/Files.h"
+
 #include <chrono>
 #include <future>
+#include <sstream>
 #include <sys/socket.h>
 #include <thread>
 
@@ -20,6 +23,18 @@ Resolution resolve(const std::string& host, int port) {
     return resolution;
 }
 
+// connect(2) on a UDP socket only looks for the route.
+bool hasRoute(const std::string& address) {
+    constexpr int dnsPort = 53;
+    constexpr long limitMs = 100;
+    const Resolution found = resolveWithin(address, dnsPort, limitMs);
+    if (!found.list) {
+        return false;
+    }
+    const Descriptor descriptor(socket(found.list->ai_family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    return connect(descriptor.get(), found.list->ai_addr, found.list->ai_addrlen) == 0;
+}
+
 } // namespace
 
 // The resolver may wait for silent name servers longer than the doctor does. The call then
@@ -34,4 +49,20 @@ Resolution resolveWithin(const std::string& host, int port, long limitMs) {
         return {};
     }
     return result.get();
+}
+
+bool hasRouteToNameServer() {
+    std::istringstream lines(textOf("/etc/resolv.conf"));
+    bool isLocal = true; // without a line "nameserver"
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::string name;
+        std::string address;
+        words >> name >> address;
+        if (name == "nameserver" && hasRoute(address)) {
+            return true;
+        }
+        isLocal = isLocal && name != "nameserver";
+    }
+    return isLocal;
 }

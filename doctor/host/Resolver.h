@@ -12,3 +12,6 @@ struct Resolution {
 
 // The addresses of a host in the order in which the broker library tries them.
 Resolution resolveWithin(const std::string& host, int port, long limitMs);
+
+// Whether the kernel has a route to one of the name servers of this machine. Sends nothing.
+bool hasRouteToNameServer();

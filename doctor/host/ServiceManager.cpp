@@ -4,10 +4,12 @@
 
 #include <ZEP/Text.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <sstream>
 
@@ -23,12 +25,14 @@ bool unitCounts() {
     return systemdRuns() || access(initScript, F_OK) != 0;
 }
 
-// A fixed command with an empty environment, so that the caller's environment cannot redirect it.
+// Lines "NAME=VALUE", as systemd itself reads the unit and its drop-ins. A fixed command with an
+// empty environment, so that the caller's environment cannot redirect it.
 std::string askSystemd() {
     const std::unique_ptr<FILE, int (*)(FILE*)> output(
         popen( // NOLINT(cert-env33-c): the command is fixed
-            "exec /usr/bin/env -i /usr/bin/timeout 3 /usr/bin/systemctl show "
-            "--property=MainPID,Result,LoadState lora-veyra-server.service 2>/dev/null",
+            "exec /usr/bin/env -i /usr/bin/timeout 3 /usr/bin/systemctl show --property="
+            "MainPID,Result,LoadState,User,Group,SupplementaryGroups,Environment,ExecStart "
+            "lora-veyra-server.service 2>/dev/null",
             "re"),
         pclose);
     std::string text;
@@ -39,41 +43,82 @@ std::string askSystemd() {
     return text;
 }
 
-// The value of the last line "NAME=VALUE"; empty when there is none. As in systemd, an empty value
-// discards the earlier values.
-std::string lastValue(const std::string& text, const std::string& name) {
-    std::istringstream lines(text);
-    std::string value;
+// Adds the lines of the section [Service] of a unit file or a drop-in to `text`.
+void addServiceSection(const std::string& file, std::string& text) {
+    std::istringstream lines(textOf(file));
+    bool isService = false;
     for (std::string line; std::getline(lines, line);) {
-        if (line.rfind(name + "=", 0) == 0) {
-            value = ZEP::Text::trim(line.substr(name.size() + 1));
+        if (line.rfind('[', 0) == 0) {
+            isService = line.rfind("[Service]", 0) == 0;
+        } else if (isService) {
+            text += line + "\n";
         }
     }
-    return value;
+}
+
+// The unit file that counts, followed by its drop-ins. As in systemd, a drop-in replaces the one of
+// the same name in a directory of lower rank, and all drop-ins are sorted by name.
+std::string unitText() {
+    const std::string files[] = {"/etc/systemd/system/lora-veyra-server.service",
+                                 "/run/systemd/system/lora-veyra-server.service",
+                                 "/usr/local/lib/systemd/system/lora-veyra-server.service",
+                                 "/lib/systemd/system/lora-veyra-server.service"};
+    std::string text;
+    std::map<std::string, std::string> dropIns; // paths, by name
+    for (const std::string& file : files) {
+        if (text.empty()) {
+            addServiceSection(file, text);
+        }
+        std::error_code error;
+        for (const auto& dropIn : fs::directory_iterator(file + ".d", error)) {
+            if (dropIn.path().extension() == ".conf") {
+                dropIns.emplace(dropIn.path().filename(), dropIn.path());
+            }
+        }
+    }
+    for (const auto& [name, path] : dropIns) {
+        addServiceSection(path, text);
+    }
+    return text;
+}
+
+// The values of the lines "NAME=VALUE". As in systemd, an empty value discards the earlier ones.
+std::vector<std::string> valuesOf(const std::string& text, const std::string& name) {
+    std::istringstream lines(text);
+    std::vector<std::string> values;
+    for (std::string line; std::getline(lines, line);) {
+        const auto end = line.find('=');
+        if (end == std::string::npos || ZEP::Text::trim(line.substr(0, end)) != name) {
+            continue;
+        }
+        values.push_back(ZEP::Text::trim(line.substr(end + 1)));
+        if (values.back().empty()) {
+            values.clear();
+        }
+    }
+    return values;
+}
+
+std::string lastValue(const std::string& text, const std::string& name) {
+    const std::vector<std::string> values = valuesOf(text, name);
+    return values.empty() ? "" : values.back();
+}
+
+// The words of all values, without quotes.
+std::vector<std::string> wordsOf(const std::string& text, const std::string& name) {
+    std::vector<std::string> found;
+    for (std::string value : valuesOf(text, name)) {
+        value.erase(std::remove(value.begin(), value.end(), '"'), value.end());
+        std::istringstream words(value);
+        for (std::string word; words >> word;) {
+            found.push_back(word);
+        }
+    }
+    return found;
 }
 
 int numberIn(const std::string& text) {
     return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
-}
-
-// The unit file that counts, followed by its drop-ins.
-std::string unitText() {
-    const std::string files[] = {"/etc/systemd/system/lora-veyra-server.service",
-                                 "/run/systemd/system/lora-veyra-server.service",
-                                 "/lib/systemd/system/lora-veyra-server.service"};
-    std::string unit;
-    std::string dropIns;
-    for (const std::string& file : files) {
-        if (unit.empty()) {
-            unit = textOf(file);
-        }
-        std::error_code error;
-        for (const auto& dropIn : fs::directory_iterator(file + ".d", error)) {
-            dropIns += '\n';
-            dropIns += textOf(dropIn.path());
-        }
-    }
-    return unit + dropIns;
 }
 
 // The value of an option such as -c in a start command; empty when it has none, or when systemd
@@ -88,6 +133,16 @@ std::string optionOf(const std::string& command, const std::string& option) {
     return words.fail() || !isPlain ? "" : word;
 }
 
+void takeUnit(const std::string& unit, ServiceState& state) {
+    state.user = lastValue(unit, "User");
+    state.group = lastValue(unit, "Group");
+    state.groups = wordsOf(unit, "SupplementaryGroups");
+    state.environment = wordsOf(unit, "Environment");
+    const std::string start = lastValue(unit, "ExecStart");
+    state.configurationFile = optionOf(start, "-c");
+    state.logFile = optionOf(start, "-l");
+}
+
 } // namespace
 
 bool systemdRuns() {
@@ -100,22 +155,19 @@ ServiceState readServiceState() {
         const std::string answer = askSystemd();
         state.mainPid = numberIn(lastValue(answer, "MainPID"));
         state.result = lastValue(answer, "Result");
-        state.isMasked = lastValue(answer, "LoadState") == "masked";
-    } else {
-        state.mainPid = numberIn(textOf("/run/lora-veyra-server.pid"));
+        state.loadState = lastValue(answer, "LoadState");
+        takeUnit(answer, state);
+        return state;
     }
+    state.mainPid = numberIn(textOf("/run/lora-veyra-server.pid"));
     if (unitCounts()) {
-        const std::string unit = unitText();
-        state.user = lastValue(unit, "User");
-        const std::string start = lastValue(unit, "ExecStart");
-        state.configurationFile = optionOf(start, "-c");
-        state.logFile = optionOf(start, "-l");
-    } else {
-        state.user = scriptUser;
-        const std::string runAs = lastValue(textOf(initScript), "RUN_AS");
-        if (findUser(runAs)) {
-            state.user = runAs;
-        }
+        takeUnit(unitText(), state);
+        return state;
+    }
+    state.user = scriptUser;
+    const std::string runAs = lastValue(textOf(initScript), "RUN_AS");
+    if (findUser(runAs)) {
+        state.user = runAs;
     }
     return state;
 }

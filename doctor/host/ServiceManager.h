@@ -1,20 +1,23 @@
-// The state of the daemon according to the gateway's service manager: systemd and the unit, or the
-// process id file of the init script. One thread; the caller owns the results.
+// The service according to the gateway's service manager: systemd, or the init script and its
+// process id file. One thread; the caller owns the results.
 #pragma once
 
 #include <string>
+#include <vector>
 
 // Unknown members are 0 or empty.
 struct ServiceState {
     int mainPid = 0;
-    std::string user;
-    std::string configurationFile; // of the start command
-    std::string logFile;           // of the start command
-    std::string result;            // how the last run ended, such as "oom-kill" or "success"
-    bool isMasked = false;         // systemd refuses to start it
+    std::string user, group;
+    std::vector<std::string> groups;      // supplementary
+    std::vector<std::string> environment; // such as "https_proxy=http://192.0.2.1:3128"
+    std::string configurationFile;        // of the start command
+    std::string logFile;                  // of the start command
+    std::string result;                   // how the last run ended, such as "oom-kill" or "success"
+    std::string loadState;                // of the unit in systemd, such as "loaded" or "masked"
 };
 
-// Waits 3 s at most for systemd.
+// Asks systemd, and waits 3 s at most. If systemd does not run, reads the files of the service.
 ServiceState readServiceState();
 
 bool systemdRuns();
