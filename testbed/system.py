@@ -63,6 +63,13 @@ def write_kernel_records(folder: Path, *records: str) -> None:
     replace_file("/dev/kmsg", "".join(f"6,1,2,-;{record}\n" for record in records), folder)
 
 
+def replace_systemd(properties: str, folder: Path) -> None:
+    """Makes this machine look as if systemd runs, with these properties of the service."""
+    Path("/run/systemd/system").mkdir(parents=True, exist_ok=True)
+    replace_file("/usr/bin/systemctl", f"#!/bin/sh\necho '{properties}'\n", folder)
+    (folder / "systemctl").chmod(0o755)
+
+
 def replace_syslog() -> socket.socket:
     """Gives this namespace a /dev of its own, and replaces the syslog daemon with a socket."""
     run("mount", "-t", "tmpfs", "dev", "/mnt")

@@ -8,7 +8,7 @@ from pathlib import Path
 from unittest import skipIf, skipUnless
 
 from testbed.cloud import Answer
-from testbed.environment import CA_DIRECTORY, CLOUD_PORT, GATEWAY_SECRET
+from testbed.environment import CA_DIRECTORY, CLOUD_PORT, GATEWAY_SECRET, check_in
 from testbed.faulty_peers import name_server, scripted_server, silent_listener
 from tests.daemon.doctor_test_case import IS_EMULATED, DoctorTest, ago
 
@@ -39,7 +39,7 @@ class DoctorOnCloud(DoctorTest):
             ("cloud.other-ca", "alone", own, 'CN = localhost.*CN = Mock cloud CA'),
             ("cloud.ca-other-key", "cloud", impostor, 'CN = Mock cloud CA.* another key'),
             ("cloud.other-ca", "chain", strangers, 'CN = Mock cloud CA.*Root CA Zürich'),
-            ("cloud.ca-missing", "cloud", strangers + strangers, "CN = Mock cloud CA"),
+            ("cloud.ca-missing", "cloud", 5 * strangers, 'CN = Mock cloud CA.*and 2 more'),
             ("cloud.ca-expired", "cloud", expired, "has expired"),
             ("cloud.ca-expired", "chain", expired, "has expired"),
             ("cloud.incomplete-chain", "partial", own, "CN = Intermediate authority"),
@@ -68,21 +68,22 @@ class DoctorOnCloud(DoctorTest):
             threading.Thread(target=plain.serve_forever, daemon=True).start()
             self.expect("cloud.no-tls", says="does not speak TLS")
             plain.shutdown()
-        alert = b"\x15\x03\x01\x00\x02\x02\x46"
-        with scripted_server("127.0.0.1", CLOUD_PORT, lambda _: alert):
-            self.expect("cloud.tls-version", says="protocol version")
+        for alert, finding in ((b"\x46", "cloud.tls-version"), (b"\x28", "cloud.tls-rejected")):
+            record = b"\x15\x03\x01\x00\x02\x02" + alert
+            with scripted_server("127.0.0.1", CLOUD_PORT, lambda _: record):
+                self.expect(finding, says="alert")
         with silent_listener("127.0.0.1", CLOUD_PORT):
             self.expect("cloud.silent", says="127.0.0.1")
-        self.testbed.configuration["network"]["veyraServer"] = "https://no.such.invalid/api/"
-        self.stop_daemon()
-        self.expect("cloud.no-route", says="no default route")
+        self.configure("network", veyraServer="https://no.such.invalid/api/")
+        self.expect("cloud.no-route", says="no route to its name servers")
+        self.configure("network", veyraServer="https://192.0.2.1/api/")
+        self.expect("cloud.no-route", says="Network is unreachable")
 
     @skipIf(IS_EMULATED, "the emulator reads the name servers from the system root")
     @skipUnless(Path("/etc/resolv.conf").exists(), "the test mounts a file over it")
     def test_tells_faults_of_the_name_resolution_apart(self) -> None:
-        self.testbed.configuration["network"]["veyraServer"] = "https://cloud.invalid/api/"
-        self.testbed.configuration["mqtt"]["host"] = "broker.invalid"
-        self.stop_daemon()
+        self.configure("network", veyraServer="https://cloud.invalid/api/")
+        self.configure("mqtt", host="broker.invalid")
         cases = [(3, "unresolved", "unresolved"), (2, "dns-failed", "dns-failed"),
                  (None, "dns-silent", "dns-failed")]
         for code, finding, broker in cases:
@@ -102,6 +103,7 @@ class DoctorOnCloud(DoctorTest):
             ("cloud.html", Answer(200, headers=html), "HTML"),
             ("cloud.redirect", Answer(302, headers={"Location": "http://login/"}), "http://login/"),
             ("cloud.proxy-login", Answer(407), "proxy"),
+            ("cloud.network-login", Answer(511), "login"),
             ("cloud.no-response", Answer(200, stall_s=9), "does not answer"),
         ]
         for finding, answer, says in cases:
@@ -116,18 +118,23 @@ class DoctorOnCloud(DoctorTest):
             with self.subTest(answer=answer):
                 self.testbed.cloud.head = answer
                 self.assertEqual(self.examine().finding("cloud.ok")["httpStatus"], answer.status)
+        self.testbed.start_ready_daemon()
+        self.testbed.cloud.head = Answer(503)
+        report = self.examine(meanwhile=lambda: self.testbed.send(check_in()))
+        self.assertEqual((report.bad(), report.unknown()), (set(), {"cloud.unavailable"}))
+        self.testbed.cloud.clock_ahead_s = -9999
+        self.testbed.cloud.head = Answer(404, headers={"Age": "9999"})
+        self.assertIn("clock.ok", self.examine().outcomes(), "a cache answers")
 
     def test_ignores_the_date_of_an_unverified_server(self) -> None:
         self.serve("stranger")
         self.testbed.cloud.clock_ahead_s = 9999
         self.expect("cloud.ca-missing")
         self.assertIn("clock.unverified", self.examine().unknown())
-        self.testbed.configuration["network"]["veyraServer"] = f"HTTPS://localhost:{CLOUD_PORT}/x/"
-        self.stop_daemon()
+        self.configure("network", veyraServer=f"HTTPS://localhost:{CLOUD_PORT}/x/")
         unverified = {"clock.unverified", "signature.not-sent"}
         self.assertLessEqual(unverified, self.examine("--sign", "m1/x").unknown())
-        self.testbed.configuration["network"]["veyraServer"] = f"http://localhost:{CLOUD_PORT}/x/"
-        self.stop_daemon()
+        self.configure("network", veyraServer=f"http://localhost:{CLOUD_PORT}/x/")
         dated = (b"HTTP/1.1 200 OK\r\nDate: Sun, 22 Nov 2020 00:00:00 GMT\r\n"
                  b"Content-Length: 0\r\n\r\n")
         self.testbed.cloud.close()
@@ -146,11 +153,12 @@ class DoctorOnCloud(DoctorTest):
                  (ago(seconds=9) + success + ago(seconds=5) + failure, "bad")]
         for log, outcome in cases:
             self.testbed.log_file.write_text(log)
-            self.assertEqual(self.examine().outcomes()["cloud.unreachable"], outcome)
+            report = self.examine()
+            self.assertEqual(report.outcomes()["cloud.unreachable"], outcome)
+        self.assertIn('"cloud" first', report.finding("errors.request-failed")["fix"])
 
     def test_uses_only_http_and_https(self) -> None:
-        self.testbed.configuration["network"]["veyraServer"] = "telnet://127.0.0.1:7070//https:/"
-        self.stop_daemon()
+        self.configure("network", veyraServer="telnet://127.0.0.1:7070//https:/")
         received: list[bytes] = []
 
         def answer(data: bytes) -> bytes:
@@ -161,18 +169,6 @@ class DoctorOnCloud(DoctorTest):
             report = self.examine()
         self.assertLessEqual({"cloud.unreachable", "settings.not-encrypted"}, report.bad())
         self.assertEqual(received, [])
-
-    def test_uses_no_proxy_of_its_own(self) -> None:
-        report = self.examine(environment={"https_proxy": "http://127.0.0.1:9"})
-        self.assertIn("cloud.ok", report.outcomes())
-
-    def test_compares_the_clock_with_the_cloud(self) -> None:
-        for ahead_s, says in ((7200, "7200 seconds behind"), (-90, "90 seconds ahead of")):
-            with self.subTest(ahead_s=ahead_s):
-                self.testbed.cloud.clock_ahead_s = ahead_s
-                self.expect("clock.wrong", says=says)
-        self.testbed.cloud.clock_ahead_s = 30
-        self.assertIn("clock.ok", self.examine().outcomes())
 
     def test_judges_a_signed_request(self) -> None:
         self.testbed.cloud.secret = "another"
@@ -186,8 +182,7 @@ class DoctorOnCloud(DoctorTest):
         self.assertNotIn("/api/moved/x", [request.path for request in self.testbed.cloud.requests])
         self.testbed.cloud.answer = Answer(stall_s=9)
         self.assertIn("signature.no-response", self.examine("--sign", "m1/x").unknown())
-        self.testbed.configuration["network"]["gatewayKey"] = "0"
-        self.stop_daemon()
+        self.configure("network", gatewayKey="0")
         sent = len(self.testbed.cloud.requests)
         report = self.examine("--sign", "m1/x")
         self.assertIn({"check": "signature", "needs": "identity"}, report.data["skipped"])

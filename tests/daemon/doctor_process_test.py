@@ -7,7 +7,7 @@ import signal
 import socket
 import time
 from pathlib import Path
-from unittest import skipIf
+from unittest import skipIf, skipUnless
 
 from testbed import system
 from testbed.cloud import Answer
@@ -15,7 +15,7 @@ from testbed.environment import BROKER_HOST, BROKER_PORT, BUILD, DAEMON, UPSTREA
 from testbed.environment import run
 from testbed.faulty_peers import scripted_broker, silent_listener
 from testbed.processes import Process, eventually
-from tests.daemon.doctor_test_case import DOCTOR, IS_EMULATED, DoctorTest
+from tests.daemon.doctor_test_case import DOCTOR, IS_EMULATED, DoctorTest, ago
 
 NOT_RUNNING = "alive.not-running"
 
@@ -52,6 +52,7 @@ class DoctorOnProcess(DoctorTest):
         self.doctor = [str(installed / "lora-veyra-doctor")]
         self.testbed.start_ready_daemon(program=str(daemon))
         daemon.unlink()
+        self.expect_bad("service.program-deleted")
         shutil.copy(DAEMON, daemon)
         self.expect_bad("service.program-replaced")
 
@@ -62,11 +63,31 @@ class DoctorOnProcess(DoctorTest):
         report = self.examine()
         cause = report.finding("alive.two-daemons")["cause"]
         self.assertIn(f"processes {daemon.proc.name} and {second.proc.name}", cause)
-        self.assertIn(f"kill {second.proc.name}", report.finding("alive.two-daemons")["fix"])
+        self.assertNotIn("kill", report.finding("alive.two-daemons")["fix"], "which one is unknown")
         run("mount", "-t", "tmpfs", "run", "/run")
         Path("/run/lora-veyra-server.pid").write_text(f"{second.proc.name}\n")
-        cause = self.examine().finding("alive.two-daemons")["cause"]
-        self.assertIn(f"processes {second.proc.name} and {daemon.proc.name}", cause)
+        finding = self.examine().finding("alive.two-daemons")
+        self.assertIn(f"processes {second.proc.name} and {daemon.proc.name}", finding["cause"])
+        self.assertIn(f"kill {daemon.proc.name}", finding["fix"])
+
+    @skipUnless(Path("/usr/bin/systemctl").exists(), "the test mounts a file over it")
+    def test_asks_systemd_about_the_service(self) -> None:
+        run("mount", "-t", "tmpfs", "run", "/run")
+        self.stop_daemon()
+        self.testbed.log_file.write_text(ago(seconds=9) + "INFO Shutdown signal received 15\n")
+        system.replace_systemd("Result=oom-kill\nLoadState=loaded", self.testbed.folder)
+        self.assertIn("oom-kill", self.examine().finding("alive.killed")["cause"])
+        for state, finding in (("masked", "alive.masked"), ("not-found", "alive.no-unit")):
+            system.replace_systemd(f"Result=success\nLoadState={state}", self.testbed.folder)
+            self.assertIn(finding, self.examine().bad())
+        proxy = "Environment=A=b https_proxy=http://127.0.0.1:7"
+        system.replace_systemd(proxy, self.testbed.folder)
+        self.assertIn("port 7", self.examine().finding("cloud.unreachable")["cause"])
+        self.testbed.start_ready_daemon()
+        start = "{ path=/x ; argv[]=/x -c /own.conf -l /own.log ; ignore_errors=no ; pid=0 }"
+        system.replace_systemd(f"User={os.getuid()}\nExecStart={start}", self.testbed.folder)
+        self.assertEqual(self.examine().bad(),
+                         {"service.other-configuration", "service.other-log"})
 
     def test_compares_the_daemon_with_its_unit(self) -> None:
         system.install_unit("User=nobody\nExecStart=/x -c /etc/first.conf -l /first.log")
@@ -77,6 +98,13 @@ class DoctorOnProcess(DoctorTest):
         self.assertIn("/etc/first.conf", report.finding("service.other-configuration")["cause"])
         drop_in = Path("/etc/systemd/system/lora-veyra-server.service.d/x.conf")
         drop_in.parent.mkdir()
+        drop_in.write_text("[Service]\nUser=root\nExecStart=\nExecStart=/x -c %E/y -l '/z'\n"
+                           "[X-Own]\nUser=nobody\n")
+        drop_in.with_suffix(".bak").write_text("[Service]\nUser=nobody\n")
+        lower = Path("/lib/systemd/system", *drop_in.parts[-2:])
+        lower.parent.mkdir()
+        lower.write_text("[Service]\nUser=nobody\n")
+        self.assertEqual(self.examine().bad(), set(), "systemd would change or ignore these")
         drop_in.write_text("[Service]\nUser=root\nExecStart=\nExecStart=/x -c /y\n")
         report = self.examine()
         self.assertEqual(report.bad(), {"service.other-configuration"})
@@ -166,9 +194,9 @@ class DoctorOnProcess(DoctorTest):
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
             other.bind(("127.0.0.9", UPSTREAM_PORT))
             self.assertIn("port.ok", self.examine().outcomes())
-        self.testbed.configuration["udp"]["veyraPort"] = 80
-        self.stop_daemon()
-        self.assertIn("port.ok", self.examine().outcomes(), "root may use a low port")
+        for port, says in ((80, "127.0.0.1:80 (UDP), free"), (0, "any free port")):
+            self.configure("udp", veyraPort=port)
+            self.assertEqual(self.examine().finding("port.ok")["subject"], says)
 
     def test_counts_dropped_and_waiting_datagrams(self) -> None:
         daemon = self.testbed.start_ready_daemon()
@@ -178,26 +206,37 @@ class DoctorOnProcess(DoctorTest):
         facts = self.examine().finding("port.ok")
         self.assertIn(facts["droppedDatagrams"], range(1, 201))
         self.assertGreater(facts["waitingBytes"], 8000)
+        self.testbed.cloud.head = Answer(stall_s=1)
+        report = self.examine(meanwhile=lambda: self.testbed.send(check_in(padding=8000)))
+        self.assertIn("port.dropping", report.bad())
 
     def test_notices_files_that_changed_since_the_start(self) -> None:
         self.testbed.start_ready_daemon()
+        time.sleep(0.2)
         future = time.time() + 60
         device = self.testbed.folder / "run/config/device_info.json"
         for file in (self.testbed.folder / "daemon.conf", device,
                      Path("/etc/ssl/certs/DigiCert_Global_Root_CA.pem")):
             with self.subTest(file=file):
                 before = file.stat().st_mtime
-                os.utime(file, (future, future))
+                os.utime(file)
                 report = self.expect_bad("service.changed-file")
                 self.assertEqual(report.finding("service.changed-file")["subject"], str(file))
                 os.utime(file, (before, before))
+        os.utime(device, (future, future))
+        self.assertEqual(self.examine().bad(), set(), "a wrong clock wrote this time")
         configuration = self.testbed.folder / "daemon.conf"
         text = configuration.read_text().replace(f": {UPSTREAM_PORT}", ": 1791")
         configuration.write_text(text)
-        os.utime(configuration, (future, future))
         report = self.examine()
         self.assertEqual(report.bad(), {"service.changed-file", "port.other"})
         self.assertEqual(report.finding("port.other")["listensOn"], UPSTREAM_PORT)
+        other = self.testbed.folder / "other.conf"
+        shutil.copy(configuration, other)
+        os.utime(configuration, (0, 0))
+        report = self.examine("-c", other, "-l", self.testbed.folder / "other.log")
+        self.assertEqual((report.bad(), report.unknown()),
+                         (set(), {"port.not-compared", "errors.no-log"}))
         text = text.replace(": 1791", f": {UPSTREAM_PORT}").replace(f"{BROKER_PORT}", "1885")
         configuration.write_text(text)
         with scripted_broker(b"\x20\x02\x00\x00", b"", 1885):

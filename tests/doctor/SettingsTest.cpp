@@ -57,9 +57,10 @@ TEST(Settings, NamesEachValueThatIsReplacedOrUseless) {
         {"mqtt.hots", "\"x\"", "settings.misspelt", "mqtt.host is missing"},
         {"network.veyraServer", "\"HTTPS://cloud/api/\"", "settings.capital-letters", "CA file"},
         {"network.gatewaykey", "\"12\"", "settings.misspelt", "network.gatewayKey is missing"},
-        {"mqtt.user_name", "\"lora\"", "settings.misspelt", "mqtt.username is missing"},
+        {"mqtt.User-_name", "\"lora\"", "settings.misspelt", "mqtt.username is missing"},
         {"mqtt.usernaem", "\"x\"", "settings.misspelt", "mqtt.username is missing"},
         {"network.veyraServer", "\"https://cloud/\\tapi/\"", "settings.space", "space"},
+        {"mqtt.host", "\"10.0.0.1 \"", "settings.space", "space"},
         {"mqtt.pasword", "\"x\"", "settings.misspelt", "mqtt.password is missing"},
         {"log.sislog", "true", "settings.misspelt", "log.syslog is missing"},
         {"mqtt.password", "4711", "settings.no-effect", "has no effect"},
@@ -80,6 +81,7 @@ TEST(Settings, NamesEachValueThatIsReplacedOrUseless) {
 TEST(Settings, AcceptsEffectiveValuesAndKeysOfOtherPrograms) {
     const Setting cases[] = {
         {"udp.veyraPort", "65535"},
+        {"network.veyraServer", "\"https:/cloud/api/\""},
         {"log.syslog", "1"},
         {"veyra.breakerTime", "null"},
         {"mqtt_bridge.host", "1"},
