@@ -8,7 +8,7 @@ from pathlib import Path
 from unittest import skipIf, skipUnless
 
 from testbed.cloud import Answer
-from testbed.environment import CA_DIRECTORY, CLOUD_PORT, GATEWAY_SECRET, check_in
+from testbed.environment import CA_DIRECTORY, CLOUD_PORT, GATEWAY_SECRET, check_in, run
 from testbed.faulty_peers import name_server, scripted_server, silent_listener
 from tests.daemon.doctor_test_case import IS_EMULATED, DoctorTest, ago
 
@@ -78,6 +78,8 @@ class DoctorOnCloud(DoctorTest):
         self.expect("cloud.no-route", says="no route to its name servers")
         self.configure("network", veyraServer="https://192.0.2.1/api/")
         self.expect("cloud.no-route", says="Network is unreachable")
+        run("ip", "route", "add", "unreachable", "192.0.2.0/24")
+        self.expect("cloud.no-route", says="No route to host")
 
     @skipIf(IS_EMULATED, "the emulator reads the name servers from the system root")
     @skipUnless(Path("/etc/resolv.conf").exists(), "the test mounts a file over it")

@@ -215,6 +215,7 @@ class DoctorOnProcess(DoctorTest):
         time.sleep(0.2)
         future = time.time() + 60
         device = self.testbed.folder / "run/config/device_info.json"
+        device.symlink_to(device.rename(device.with_suffix(".real")))
         for file in (self.testbed.folder / "daemon.conf", device,
                      Path("/etc/ssl/certs/DigiCert_Global_Root_CA.pem")):
             with self.subTest(file=file):

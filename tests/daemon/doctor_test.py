@@ -71,6 +71,9 @@ class Doctor(DoctorTest):
         long = "/nowhere/" + 99 * "\u20ac"
         done = subprocess.run([DOCTOR, "-c", long], capture_output=True, encoding="utf-8")
         self.assertTrue(all(len(line) <= 80 for line in done.stdout.splitlines()))
+        text = subprocess.run([*self.command(), "-l", f"/nowhere/{99 * 'x'}/x.log"],
+                              capture_output=True, encoding="utf-8").stdout
+        self.assertRegex(text, r" install -d -m 750 -o root /nowhere/x{99}\n")
 
     def test_uses_colours_only_on_a_terminal(self) -> None:
         for variable, colour in (("TERM=dumb", b"\033[31mbad\033[0m"), ("NO_COLOR=1", b"bad  ")):

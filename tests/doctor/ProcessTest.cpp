@@ -1,5 +1,6 @@
 // The doctor's findings about the daemon's process, from two looks at the process.
 #include "checks/Process.h"
+#include "host/Daemon.h"
 
 #include <gtest/gtest.h>
 
@@ -112,6 +113,11 @@ TEST(Process, IsReportedAsNotLinkedUnlessAnotherProblemExplainsIt) {
     EXPECT_EQ(judgeLife(facts).outcome, Outcome::OK);
     looks.now.socketsAreSeen = false;
     EXPECT_EQ(judgeLife(facts).outcome, Outcome::UNKNOWN);
+}
+
+TEST(Proxies, AreTheFirstOfEachName) {
+    const std::vector<std::string> environment = {"a=b", "https_proxy=c", "https_proxy=d"};
+    EXPECT_EQ(proxiesIn(environment), std::vector<std::string>{"https_proxy=c"});
 }
 
 TEST(Sockets, AreAtLoopbackInBothFamilies) {
