@@ -139,6 +139,9 @@ void takeUnit(const std::string& unit, ServiceState& state) {
     state.groups = wordsOf(unit, "SupplementaryGroups");
     state.environment = wordsOf(unit, "Environment");
     const std::string start = lastValue(unit, "ExecStart");
+    if (state.user.empty() && !start.empty()) {
+        state.user = "root";
+    }
     state.configurationFile = optionOf(start, "-c");
     state.logFile = optionOf(start, "-l");
 }
