@@ -174,7 +174,9 @@ Finding asObserved(Finding finding, bool isLinked) {
         finding.outcome = Outcome::UNKNOWN;
         finding.cause += " However, the daemon's own connection to the broker has stayed open "
                          "during this run.";
-        finding.fix = "Run the doctor again in a minute.";
+        finding.fix = "Run the doctor again in a minute. If the result is the same, the broker "
+                      "treats the doctor and the daemon differently, for example because of their "
+                      "client ids.";
     }
     return finding;
 }

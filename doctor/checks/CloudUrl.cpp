@@ -33,6 +33,13 @@ void judgeCloudUrl(const std::string& url, Findings& found) {
     if (url.rfind("https:", 0) != 0) { // libcurl adds a missing slash
         found.push_back(judgeScheme(url, subject));
     }
+    if (url.find_first_of("?#") != std::string::npos) {
+        found.push_back(
+            bad("settings.query", subject,
+                "The URL contains \"?\" or \"#\". The daemon appends the path of each "
+                "datagram to this URL, so the path would not reach the cloud as a path.",
+                thenRestart("Write the URL of the API without \"?\" and \"#\".")));
+    }
     if (url.back() != '/') {
         found.push_back(bad("settings.no-slash", subject,
                             "The daemon appends the path of each datagram to this URL without "

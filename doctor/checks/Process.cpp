@@ -95,8 +95,9 @@ Finding judgeSlowness(const std::string& subject, const LifeFacts& facts) {
     return bad(
         "alive.waits-for-cloud", subject,
         "A request to the cloud has been in progress for 10 s or more.",
-        "See the check \"cloud\". A request has no time limit once its connection is open. To end "
-        "it, kill the daemon:" +
+        "See the check \"cloud\". If it is ok, ask the operator of the cloud why this request gets "
+        "no response. A request has no time limit once its connection is open. To end it, kill the "
+        "daemon:" +
             kill);
 }
 

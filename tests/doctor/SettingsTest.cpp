@@ -61,6 +61,7 @@ TEST(Settings, NamesEachValueThatIsReplacedOrUseless) {
         {"mqtt.usernaem", "\"x\"", "settings.misspelt", "mqtt.username is missing"},
         {"network.veyraServer", "\"https://cloud/\\tapi/\"", "settings.space", "space"},
         {"mqtt.host", "\"10.0.0.1 \"", "settings.space", "space"},
+        {"network.veyraServer", "\"https://cloud/?a=/\"", "settings.query", "path"},
         {"mqtt.pasword", "\"x\"", "settings.misspelt", "mqtt.password is missing"},
         {"log.sislog", "true", "settings.misspelt", "log.syslog is missing"},
         {"mqtt.password", "4711", "settings.no-effect", "has no effect"},
