@@ -34,11 +34,10 @@ void judgeCloudUrl(const std::string& url, Findings& found) {
         found.push_back(judgeScheme(url, subject));
     }
     if (url.find_first_of("?#") != std::string::npos) {
-        found.push_back(
-            bad("settings.query", subject,
-                "The URL contains \"?\" or \"#\". The daemon appends the path of each "
-                "datagram to this URL, so the path would not reach the cloud as a path.",
-                thenRestart("Write the URL of the API without \"?\" and \"#\".")));
+        found.push_back(bad("settings.query", subject,
+                            "The URL contains \"?\" or \"#\". The daemon appends the path of each "
+                            "datagram to this URL, and the cloud does not receive it as a path.",
+                            thenRestart("Write the URL of the API without \"?\" and \"#\".")));
     }
     if (url.back() != '/') {
         found.push_back(bad("settings.no-slash", subject,
