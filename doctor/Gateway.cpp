@@ -49,15 +49,12 @@ Gateway::Gateway(const Options& given)
 void Gateway::takeFromService() {
     if (const auto found = findUser(service.user)) {
         user = *found;
+        takeGroups();
     } else if (!service.user.empty()) {
         // The former owner of the log directory could link the log to a file of root.
         constexpr unsigned nobody = 65534;
         user = userWithId(nobody, nobody);
         userIsMissing = true;
-    }
-    user.gid = findGroup(service.group).value_or(user.gid);
-    for (const std::string& group : service.groups) {
-        user.groups.push_back(findGroup(group).value_or(user.gid));
     }
     proxies = proxiesIn(service.environment);
     if (!service.configurationFile.empty()) {
@@ -65,6 +62,21 @@ void Gateway::takeFromService() {
     }
     if (!service.logFile.empty()) {
         logFile = service.logFile;
+    }
+    struct stat status {};
+    const std::filesystem::path log = options.logFile.value_or(logFile);
+    if (service.user.empty() && user.uid == 0 && stat(log.parent_path().c_str(), &status) == 0) {
+        // The owner of the directory could link the log to a file of root.
+        user = userWithId(status.st_uid, status.st_gid);
+    }
+}
+
+void Gateway::takeGroups() {
+    if (const auto group = findGroup(service.group)) {
+        user = userWithId(user.uid, *group);
+    }
+    for (const std::string& group : service.groups) {
+        user.groups.push_back(findGroup(group).value_or(user.gid));
     }
 }
 

@@ -19,6 +19,7 @@ struct Gateway {
 
     // Takes the user, the proxies and the files of the service.
     void takeFromService();
+    void takeGroups();
 
     // Milliseconds that a step may take: `wantedMs`, or the time left in the run if that is
     // shorter. 0 when no time is left.

@@ -106,7 +106,7 @@ Finding judgeAbsence(const Gateway& gateway) {
                        "of them is the daemon.",
                        runAsRoot);
     }
-    if (gateway.userIsMissing) {
+    if (gateway.userIsMissing && !gateway.service.hasDynamicUser) {
         return bad("alive.no-user", subject,
                    "The user of the service does not exist: " + gateway.service.user + ".",
                    "Install the package again, or correct User= in the unit.");

@@ -148,7 +148,7 @@ std::string seeWhy() {
 Findings checkConfiguration(Gateway& gateway) {
     if (gateway.userIsMissing) {
         return {unknown("configuration.no-user", gateway.configurationFile,
-                        "The user of the service does not exist, so the doctor cannot find out "
+                        "The user of the service does not exist now, so the doctor cannot find out "
                         "what this user may read.",
                         "See the check \"alive\".")};
     }

@@ -21,9 +21,11 @@ bool syslogListens() {
     return result == 0 || errno == EPROTOTYPE; // some syslog daemons have a stream socket
 }
 
-Finding judgeSyslog() {
+Finding judgeSyslog(const ServiceUser& user) {
+    const ActingAs service(user);
     if (!syslogListens()) {
-        return bad("log.no-syslog", "/dev/log", "log.syslog is true, but no syslog daemon listens.",
+        return bad("log.no-syslog", "/dev/log",
+                   "log.syslog is true, but no syslog daemon accepts records of the daemon's user.",
                    thenRestart("Install a syslog daemon, or set log.syslog to false."));
     }
     return ok("syslog");
@@ -37,9 +39,12 @@ Finding judgeWriteError(const Gateway& gateway, int error) {
     }
     if (error == ENOENT && gateway.isOwnPath(path)) {
         const std::string directory = std::filesystem::path(path).parent_path();
-        return bad(
-            "log.not-writable", path, "The directory does not exist.",
-            thenRestart(command("install -d -m 750 -o " + gateway.user.name + " " + directory)));
+        std::string owner = std::to_string(gateway.user.uid);
+        if (findUser(gateway.user.name)) {
+            owner = gateway.user.name;
+        }
+        return bad("log.not-writable", path, "The directory does not exist.",
+                   thenRestart(command("install -d -m 750 -o " + owner + " " + directory)));
     }
     if (error == EROFS) {
         return bad(
@@ -96,7 +101,7 @@ Finding judgeFile(const Gateway& gateway) {
 
 Findings checkLogFile(Gateway& gateway) {
     if (gateway.configuration["log"]["syslog"].asBool()) {
-        return {judgeSyslog()};
+        return {judgeSyslog(gateway.user)};
     }
     std::string other;
     if (gateway.daemon != nullptr && gateway.logFile == *gateway.daemon->commandLine.logFile) {

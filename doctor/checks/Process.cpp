@@ -28,7 +28,7 @@ Finding judgeTracing(const std::string& subject, const Look& look) {
 Finding judgeBlocked(const std::string& subject, const Look& look) {
     return bad("alive.output-blocked", subject,
                "The daemon waits until another program reads its output: the program behind a "
-               "pipe, the syslog daemon, or a terminal hangs (kernel function: " +
+               "pipe, or the syslog daemon, hangs (kernel function: " +
                    look.blockedIn + ").",
                "Find that program and restart it. To see where the daemon's output goes:" +
                    command("ls -l /proc/" + std::to_string(look.pid) + "/fd"));

@@ -34,9 +34,18 @@ bool isInOtherNamespace(int pid, const std::string& name) {
     return !its.empty() && its != linkTarget("/proc/self/" + name);
 }
 
-// A container that shares the network of this host still has process ids of its own.
-bool hasOtherNamespaces(int pid) {
-    return isInOtherNamespace(pid, "ns/net") || isInOtherNamespace(pid, "ns/pid");
+// A service with mounts of its own still has the root directory of this host.
+bool hasOtherRoot(int pid) {
+    struct stat its {};
+    struct stat own {};
+    return stat(processPath(pid, "root/").c_str(), &its) == 0 && stat("/", &own) == 0 &&
+           (its.st_dev != own.st_dev || its.st_ino != own.st_ino);
+}
+
+// A container may share the network of this host, its processes, or both.
+bool isInContainer(int pid) {
+    return isInOtherNamespace(pid, "ns/net") || isInOtherNamespace(pid, "ns/pid") ||
+           hasOtherRoot(pid);
 }
 
 // Whether the process runs a deleted program file of the daemon, as after an upgrade. The file
@@ -133,7 +142,7 @@ bool isDaemonHere(int pid, const Identity& identity, const ServiceState& service
     if (!identity.isInstalled && !identity.isReplaced) {
         return false;
     }
-    const bool isElsewhere = hasOtherNamespaces(pid);
+    const bool isElsewhere = isInContainer(pid);
     const bool isTrusted = mayRunDaemon(identity.status.uid, service);
     if (isTrusted && isElsewhere) {
         daemons.elsewhere.push_back(pid);
@@ -151,7 +160,7 @@ std::optional<Daemon> examine(int pid, const ServiceState& service, bool isNamed
     const Identity before = identify(pid, service);
     const bool isProgram = before.isInstalled || before.isReplaced;
     const bool isGone = before.status.state == 0 || before.status.state == 'Z';
-    const bool isElsewhere = hasOtherNamespaces(pid);
+    const bool isElsewhere = isInContainer(pid);
     if (isGone || (!isNamed && !isDaemonHere(pid, before, service, daemons))) {
         return std::nullopt;
     }

@@ -54,9 +54,16 @@ void drain(int descriptor, bool isIpv4, const Take& take) {
     }
 }
 
+// Whether the payload has the members "path" and "request", and the request is an object.
 bool isForDaemon(std::string_view payload) {
-    return payload.find("\"path\"") != std::string_view::npos &&
-           payload.find("\"request\"") != std::string_view::npos;
+    constexpr std::string_view name = "\"request\"";
+    const auto request = payload.find(name);
+    if (request == std::string_view::npos) {
+        return false;
+    }
+    const auto value = payload.find_first_not_of(" \t\r\n:", request + name.size());
+    return value != std::string_view::npos && payload[value] == '{' &&
+           payload.find("\"path\"") != std::string_view::npos;
 }
 
 } // namespace

@@ -155,14 +155,20 @@ int writeError(const std::string& path) {
     if (!isMissing) {
         return accessError(path, W_OK);
     }
-    // A new file is created at the end of a symbolic link.
-    const fs::path directory = fs::path(path).parent_path();
-    return accessError((directory / linkTarget(path)).parent_path(), W_OK | X_OK);
+    // A new file is created at the end of symbolic links.
+    constexpr int mostLinks = 8;
+    fs::path target = path;
+    for (int count = 0; count < mostLinks && !linkTarget(target).empty(); ++count) {
+        target = target.parent_path() / linkTarget(target);
+    }
+    return accessError(target.parent_path(), W_OK | X_OK);
 }
 
 std::uint64_t freeBytes(const std::string& path) {
     struct statvfs space {};
-    if (statvfs(fs::path(path).parent_path().c_str(), &space) != 0) {
+    // A log that exists may be a link to another disk.
+    if (statvfs(path.c_str(), &space) != 0 &&
+        statvfs(fs::path(path).parent_path().c_str(), &space) != 0) {
         return 0;
     }
     const bool countsFiles = space.f_files != 0;

@@ -117,7 +117,8 @@ void addRecord(LogHistory& history, const Record& record) {
     if (record.level == "INFO" && startsWith(record.text, "Shutdown signal received")) {
         history.isStopped = true;
     }
-    if (record.level == "TRACE" && startsWith(record.text, "Curl Response")) {
+    const bool isResponse = record.level == "TRACE" && startsWith(record.text, "Curl Response");
+    if (isResponse && record.text.find("\"result\":null") == std::string::npos) {
         history.lastSuccessAt = record.time;
     }
     const auto kind = kindOf(history, record);

@@ -103,11 +103,11 @@ std::set<std::uint64_t> socketInodesOf(int pid) {
     return inodes;
 }
 
-// The kernel function in which a thread of the process waits until another program reads a pipe, a
-// syslog socket or a terminal; empty when there is none or it cannot be read.
+// The kernel function in which a thread of the process waits until another program reads a pipe or
+// a syslog socket; empty when there is none or it cannot be read.
 std::string blockingFunctionOf(int pid) {
     constexpr std::array functions = {"pipe_write", "wait_for_partner", "unix_wait_for_peer",
-                                      "sock_alloc_send", "tty_write"};
+                                      "sock_alloc_send"};
     for (const int thread : numbersIn(processPath(pid, "task"))) {
         std::string current = textOf(processPath(pid, "task/" + std::to_string(thread) + "/wchan"));
         for (const char* const function : functions) {

@@ -29,7 +29,7 @@ bool hasRoute(const std::string& address) {
     constexpr long limitMs = 100;
     const Resolution found = resolveWithin(address, dnsPort, limitMs);
     if (!found.list) {
-        return false;
+        return true; // no address, which is another fault
     }
     const Descriptor descriptor(socket(found.list->ai_family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     return connect(descriptor.get(), found.list->ai_addr, found.list->ai_addrlen) == 0;

@@ -31,8 +31,8 @@ std::string askSystemd() {
     const std::unique_ptr<FILE, int (*)(FILE*)> output(
         popen( // NOLINT(cert-env33-c): the command is fixed
             "exec /usr/bin/env -i /usr/bin/timeout 3 /usr/bin/systemctl show --property="
-            "MainPID,Result,LoadState,User,Group,SupplementaryGroups,Environment,ExecStart "
-            "lora-veyra-server.service 2>/dev/null",
+            "MainPID,Result,LoadState,User,DynamicUser,Group,SupplementaryGroups,Environment,"
+            "ExecStart lora-veyra-server.service 2>/dev/null",
             "re"),
         pclose);
     std::string text;
@@ -104,11 +104,12 @@ std::string lastValue(const std::string& text, const std::string& name) {
     return values.empty() ? "" : values.back();
 }
 
-// The words of all values, without quotes.
+// The words of all values, without quotes and backslashes.
 std::vector<std::string> wordsOf(const std::string& text, const std::string& name) {
     std::vector<std::string> found;
     for (std::string value : valuesOf(text, name)) {
-        value.erase(std::remove(value.begin(), value.end(), '"'), value.end());
+        const auto isQuote = [](char character) { return character == '"' || character == '\\'; };
+        value.erase(std::remove_if(value.begin(), value.end(), isQuote), value.end());
         std::istringstream words(value);
         for (std::string word; words >> word;) {
             found.push_back(word);
@@ -121,20 +122,40 @@ int numberIn(const std::string& text) {
     return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
 }
 
-// The value of an option such as -c in a start command; empty when it has none, or when systemd
-// would replace a part of the value, such as a specifier.
+// Whether the first program of a start command, not a wrapper such as a shell, is the daemon.
+// systemctl prints "{ path=PROGRAM ; argv[]=PROGRAM ARGUMENTS ; ... }".
+bool startsDaemon(const std::string& command) {
+    std::istringstream words(command);
+    std::string program;
+    words >> program;
+    if (program == "{") {
+        words >> program;
+    }
+    return fs::path(program).filename() == "lora-veyra-server";
+}
+
+// The absolute path after an option such as -c in a start command. Empty when there is none, or when
+// it may not be the whole path: a space or something that systemd replaces, such as a specifier.
 std::string optionOf(const std::string& command, const std::string& option) {
     std::istringstream words(command);
     std::string word;
     while (words >> word && word != option) {
     }
-    words >> word;
-    const bool isPlain = word.find_first_of("%$\"'\\") == std::string::npos;
-    return words.fail() || !isPlain ? "" : word;
+    std::string value;
+    std::string next;
+    words >> value >> next;
+    const bool isPlain = value.find_first_of("%$\"'\\") == std::string::npos;
+    const bool isWhole = next.empty() || next.front() == '-' || next == ";";
+    const bool isAbsolute = value.rfind('/', 0) == 0;
+    if (!isPlain || !isWhole || !isAbsolute) {
+        return {};
+    }
+    return fs::path(value).lexically_normal();
 }
 
 void takeUnit(const std::string& unit, ServiceState& state) {
     state.user = lastValue(unit, "User");
+    state.hasDynamicUser = lastValue(unit, "DynamicUser") == "yes";
     state.group = lastValue(unit, "Group");
     state.groups = wordsOf(unit, "SupplementaryGroups");
     state.environment = wordsOf(unit, "Environment");
@@ -142,8 +163,10 @@ void takeUnit(const std::string& unit, ServiceState& state) {
     if (state.user.empty() && !start.empty()) {
         state.user = "root";
     }
-    state.configurationFile = optionOf(start, "-c");
-    state.logFile = optionOf(start, "-l");
+    if (startsDaemon(start)) {
+        state.configurationFile = optionOf(start, "-c");
+        state.logFile = optionOf(start, "-l");
+    }
 }
 
 } // namespace
@@ -154,11 +177,14 @@ bool systemdRuns() {
 
 ServiceState readServiceState() {
     ServiceState state;
+    std::string answer;
     if (systemdRuns()) {
-        const std::string answer = askSystemd();
+        answer = askSystemd();
+    }
+    state.loadState = lastValue(answer, "LoadState");
+    if (!state.loadState.empty()) {
         state.mainPid = numberIn(lastValue(answer, "MainPID"));
         state.result = lastValue(answer, "Result");
-        state.loadState = lastValue(answer, "LoadState");
         takeUnit(answer, state);
         return state;
     }

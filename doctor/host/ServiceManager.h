@@ -9,6 +9,7 @@
 struct ServiceState {
     int mainPid = 0;
     std::string user, group;
+    bool hasDynamicUser = false;          // systemd creates the user at each start
     std::vector<std::string> groups;      // supplementary
     std::vector<std::string> environment; // such as "https_proxy=http://192.0.2.1:3128"
     std::string configurationFile;        // of the start command
@@ -17,7 +18,7 @@ struct ServiceState {
     std::string loadState;                // of the unit in systemd, such as "loaded" or "masked"
 };
 
-// Asks systemd, and waits 3 s at most. If systemd does not run, reads the files of the service.
+// Asks systemd, and waits 3 s at most. Without an answer, reads the files of the service.
 ServiceState readServiceState();
 
 bool systemdRuns();
