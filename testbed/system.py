@@ -42,7 +42,7 @@ def install(programs: Iterable[object], folder: Path) -> None:
 
 def install_unit(lines: str) -> None:
     """Installs an administrator's unit file with these lines, and a packaged one that differs."""
-    contents = {"/etc": lines, "/lib": "User=packaged\nExecStart=/packaged -c /packaged"}
+    contents = {"/etc": lines, "/lib": "User=packaged\nExecStart=/lora-veyra-server -c /packaged"}
     for directory, content in contents.items():
         units = Path(directory) / "systemd/system"
         run("mount", "-t", "tmpfs", "units", units)

@@ -124,9 +124,14 @@ class DoctorOnCloud(DoctorTest):
         self.testbed.cloud.head = Answer(503)
         report = self.examine(meanwhile=lambda: self.testbed.send(check_in()))
         self.assertEqual((report.bad(), report.unknown()), (set(), {"cloud.unavailable"}))
-        self.testbed.cloud.clock_ahead_s = -9999
-        self.testbed.cloud.head = Answer(404, headers={"Age": "9999"})
-        self.assertIn("clock.ok", self.examine().outcomes(), "a cache answers")
+        self.testbed.cloud.answer = Answer(200, b"<html>")
+        self.testbed.start_ready_daemon()
+        report = self.examine(meanwhile=lambda: self.testbed.send(check_in()))
+        self.assertIn("cloud.unavailable", report.bad(), "the replies have no result")
+        for ahead_s in (0, -9999):
+            self.testbed.cloud.clock_ahead_s = ahead_s
+            self.testbed.cloud.head = Answer(404, headers={"Age": "9999"})
+            self.assertIn("clock.ok", self.examine().outcomes(), "a cache answers")
 
     def test_ignores_the_date_of_an_unverified_server(self) -> None:
         self.serve("stranger")

@@ -29,7 +29,8 @@ class DoctorOnProcess(DoctorTest):
         system.install([], self.testbed.folder / "copies")
         named = self.testbed.folder / "copies/lora-veyra-server"
         sleep = shutil.which("sleep") or ""
-        cases = [(DAEMON, 0o755, False), (DAEMON, 0o777, True), (sleep, 0o755, True)]
+        cases = [(DAEMON, 0o755, False), (DAEMON, 0o757, True), (DAEMON, 0o775, True),
+                 (sleep, 0o755, True)]
         for program, mode, is_deleted in cases:
             with self.subTest(program=program, mode=mode):
                 shutil.copy(program, named)
@@ -80,17 +81,25 @@ class DoctorOnProcess(DoctorTest):
         for state, finding in (("masked", "alive.masked"), ("not-found", "alive.no-unit")):
             system.replace_systemd(f"Result=success\nLoadState={state}", self.testbed.folder)
             self.assertIn(finding, self.examine().bad())
-        proxy = "Environment=A=b https_proxy=http://127.0.0.1:7"
+        system.replace_systemd("LoadState=loaded\nUser=new\nDynamicUser=yes", self.testbed.folder)
+        self.assertNotIn("alive.no-user", self.examine().bad())
+        proxy = "LoadState=loaded\nEnvironment=A=b https_proxy=http://127.0.0.1:7"
         system.replace_systemd(proxy, self.testbed.folder)
         self.assertIn("port 7", self.examine().finding("cloud.unreachable")["cause"])
         self.testbed.start_ready_daemon()
-        start = "{ path=/x ; argv[]=/x -c /own.conf -l /own.log ; ignore_errors=no ; pid=0 }"
-        system.replace_systemd(f"User={os.getuid()}\nExecStart={start}", self.testbed.folder)
-        self.assertEqual(self.examine().bad(),
-                         {"service.other-configuration", "service.other-log"})
+        program = "{ path=/x/lora-veyra-server ; argv[]=/x/lora-veyra-server"
+        others = {"service.other-configuration", "service.other-log"}
+        starts = [(f"{program} -c /own.conf -l /own.log ; pid=0 }}", others),
+                  (f"{program} -c /own conf -l /own.log ; pid=0 }}", {"service.other-log"}),
+                  ("{ path=/x ; argv[]=/x -c 0 /x/lora-veyra-server ; pid=0 }", set())]
+        for start, bad in starts:
+            system.replace_systemd(f"LoadState=loaded\nUser=0\nExecStart={start}",
+                                   self.testbed.folder)
+            self.assertEqual(self.examine().bad(), bad)
 
     def test_compares_the_daemon_with_its_unit(self) -> None:
-        system.install_unit("User=nobody\nExecStart=/x -c /etc/first.conf -l /first.log")
+        program = "/usr/sbin/lora-veyra-server"
+        system.install_unit(f"User=nobody\nExecStart={program} -c /etc/first.conf -l /first.log")
         self.testbed.start_ready_daemon()
         report = self.examine()
         self.assertEqual(report.bad(), {"service.other-user", "service.other-configuration",
@@ -98,14 +107,14 @@ class DoctorOnProcess(DoctorTest):
         self.assertIn("/etc/first.conf", report.finding("service.other-configuration")["cause"])
         drop_in = Path("/etc/systemd/system/lora-veyra-server.service.d/x.conf")
         drop_in.parent.mkdir()
-        drop_in.write_text("[Service]\nUser=root\nExecStart=\nExecStart=/x -c %E/y -l '/z'\n"
-                           "[X-Own]\nUser=nobody\n")
+        drop_in.write_text("[Service]\nUser=root\nExecStart=\n"
+                           f"ExecStart={program} -c %E/y -l '/z'\n[X-Own]\nUser=nobody\n")
         drop_in.with_suffix(".bak").write_text("[Service]\nUser=nobody\n")
         lower = Path("/lib/systemd/system", *drop_in.parts[-2:])
         lower.parent.mkdir()
         lower.write_text("[Service]\nUser=nobody\n")
         self.assertEqual(self.examine().bad(), set(), "systemd would change or ignore these")
-        drop_in.write_text("[Service]\nUser=root\nExecStart=\nExecStart=/x -c /y\n")
+        drop_in.write_text(f"[Service]\nUser=root\nExecStart=\nExecStart={program} -c /y\n")
         report = self.examine()
         self.assertEqual(report.bad(), {"service.other-configuration"})
         self.assertIn("uses /y.", report.finding("service.other-configuration")["cause"])

@@ -150,6 +150,7 @@ class Doctor(DoctorTest):
             ("::1", UPSTREAM_PORT, check_in(), {"traffic.ipv6"}),
             ("127.0.0.5", UPSTREAM_PORT, check_in(), {"traffic.other-address"}),
             ("127.0.0.1", 1781, '{"path":"of another program"}', set()),
+            ("127.0.0.5", UPSTREAM_PORT, "of another program", set()),
             ("127.0.0.1", 1782, check_in(), set()),
             ("127.0.0.1", 1783, check_in(), set()),
         ]

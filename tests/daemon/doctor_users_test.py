@@ -181,11 +181,13 @@ class DoctorOnUsers(DoctorTest):
         report = self.examine()
         self.assertEqual((report.bad(), report.unknown()),
                          ({"alive.no-user"}, {"configuration.no-user", "clock.no-reference"}))
-        system.install_unit(f"User=nobody\nSupplementaryGroups={SERVICE}")
         os.chown(self.conf, 0, SERVICE)
         self.conf.chmod(0o640)
-        self.assertIn("configuration.ok", self.examine().outcomes())
-        system.install_unit("User=nobody\nExecStart=/x -c /etc/own.conf -l /own.log")
+        for setting in ("Group", "SupplementaryGroups"):
+            system.install_unit(f"User=nobody\n{setting}={SERVICE}")
+            self.assertIn("configuration.ok", self.examine().outcomes())
+        start = "ExecStart=/x/lora-veyra-server -c /etc/own.conf -l /own.log"
+        system.install_unit(f"User=nobody\n{start}")
         self.conf.chmod(0o600)
         self.assertIn("configuration.unreadable", self.examine().bad())
         text = subprocess.run(self.doctor, capture_output=True, text=True).stdout

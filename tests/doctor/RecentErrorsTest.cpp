@@ -163,6 +163,7 @@ TEST(Clock, IsComparedWithTheCloudOrWithTheCertificate) {
     EXPECT_EQ(judgeClock(tenOClock, cloud).outcome, Outcome::OK);
     cloud.date = tenOClock + 61;
     EXPECT_TRUE(contains(judgeClock(tenOClock, cloud).cause, "61 seconds behind"));
+    EXPECT_EQ(judgeClock(tenOClock, cloud).facts["aheadSeconds"], -61);
     cloud.date = tenOClock - 61;
     EXPECT_TRUE(contains(judgeClock(tenOClock, cloud).cause, "61 seconds ahead"));
 }
