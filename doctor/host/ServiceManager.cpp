@@ -134,8 +134,8 @@ bool startsDaemon(const std::string& command) {
     return fs::path(program).filename() == "lora-veyra-server";
 }
 
-// The absolute path after an option such as -c in a start command. Empty when there is none, or when
-// it may not be the whole path: a space or something that systemd replaces, such as a specifier.
+// The absolute path after an option such as -c in a start command. Empty when there is none, or if
+// it may not be the whole path, because of a space or a part that systemd replaces.
 std::string optionOf(const std::string& command, const std::string& option) {
     std::istringstream words(command);
     std::string word;
