@@ -168,7 +168,7 @@ std::time_t Gateway::changedSinceStart(const std::string& path) const {
     }
     const double changedAt = static_cast<double>(status.st_mtim.tv_sec) +
                              static_cast<double>(status.st_mtim.tv_nsec) / 1e9;
-    // A time in the future comes from a clock that was wrong, and proves nothing.
+    // A file time in the future was written with a wrong clock, so it proves nothing.
     const bool isPast = status.st_mtime <= std::time(nullptr);
     return isPast && changedAt > daemon->startedAt + toleranceS ? status.st_mtime : 0;
 }

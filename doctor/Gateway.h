@@ -17,8 +17,10 @@
 struct Gateway {
     explicit Gateway(const Options& given);
 
-    // Takes the user, the proxies and the files of the service.
+    // Copies the user, the proxies and the files from the service, because no daemon runs.
     void takeFromService();
+
+    // Adds the groups of the service to the user.
     void takeGroups();
 
     // Milliseconds that a step may take: `wantedMs`, or the time left in the run if that is
@@ -53,7 +55,7 @@ struct Gateway {
     // The inode of the connection between the daemon and its broker; 0 when there is none.
     std::uint64_t linkInode(const Look& look) const;
 
-    // Whether the running daemon has read this configuration.
+    // Whether the running daemon uses the content of this configuration file.
     bool isConfigurationCurrent() const;
 
     // When a file was last written, if that was after the start of the daemon; else 0.
@@ -68,9 +70,9 @@ struct Gateway {
 
     ServiceState service;
     Daemons daemons;
-    const Daemon* daemon = nullptr;   // the daemon that is examined; null: no daemon runs
+    const Daemon* daemon = nullptr;   // the examined daemon; null if no daemon was found
     ServiceUser user;                 // of the daemon, or of the service if none runs
-    bool userIsMissing = false;       // no daemon runs, and the user of the service does not exist
+    bool userIsMissing = false;       // no daemon was found, and the service user does not exist
     std::vector<std::string> proxies; // of the daemon, or of the service: "name=value"
     Look firstLook;
     DatagramWatch datagrams;

@@ -64,7 +64,7 @@ def write_kernel_records(folder: Path, *records: str) -> None:
 
 
 def replace_systemd(properties: str, folder: Path) -> None:
-    """Makes this machine look as if systemd runs, with these properties of the service."""
+    """Simulates systemd. The mock systemctl prints these properties of the service."""
     Path("/run/systemd/system").mkdir(parents=True, exist_ok=True)
     replace_file("/usr/bin/systemctl", f"#!/bin/sh\necho '{properties}'\n", folder)
     (folder / "systemctl").chmod(0o755)

@@ -61,7 +61,8 @@ Findings judgeObstacle(const Gateway& gateway, const std::string& subject) {
                         command(serviceCommand("start")))};
     }
     if (!loadState.empty() && loadState != "loaded") {
-        return {bad("alive.no-unit", subject, "systemd cannot load the unit: " + loadState + ".",
+        return {bad("alive.no-unit", subject,
+                    "systemd cannot load the unit. Its load state is " + loadState + ".",
                     "Install the package again, or correct the unit:" +
                         command("systemctl status lora-veyra-server"))};
     }
@@ -76,7 +77,7 @@ Findings judgeObstacle(const Gateway& gateway, const std::string& subject) {
     }
     if (!ZEP::Licence::check()) {
         return {bad("alive.no-licence", subject,
-                    "The licence check rejects this hardware. The daemon ends with status 1.",
+                    "The licence check rejects this hardware. The daemon ends with exit status 1.",
                     "Install the platform library that belongs to this gateway.")};
     }
     return {};
@@ -108,7 +109,7 @@ Finding judgeAbsence(const Gateway& gateway) {
     }
     if (gateway.userIsMissing && !gateway.service.hasDynamicUser) {
         return bad("alive.no-user", subject,
-                   "The user of the service does not exist: " + gateway.service.user + ".",
+                   "The service user " + gateway.service.user + " does not exist.",
                    "Install the package again, or correct User= in the unit.");
     }
     if (!gateway.daemons.untrusted.empty()) {
@@ -124,8 +125,8 @@ Finding judgeAbsence(const Gateway& gateway) {
         const int pid = gateway.daemons.elsewhere.front();
         return unknown(
             "alive.other-network", subject,
-            "No daemon runs in the namespaces of the doctor. A daemon runs in others, for "
-            "example in a container: " +
+            "No daemon runs directly on this host. A daemon runs in another network or process "
+            "namespace, or with another root directory, for example in a container: " +
                 describeProcess(pid) + ".",
             "If that is the daemon of this gateway:" +
                 command("lora-veyra-doctor --pid " + std::to_string(pid)));

@@ -174,9 +174,8 @@ Finding asObserved(Finding finding, bool isLinked) {
         finding.outcome = Outcome::UNKNOWN;
         finding.cause += " However, the daemon's own connection to the broker has stayed open "
                          "during this run.";
-        finding.fix = "Run the doctor again in a minute. If the result is the same, the broker "
-                      "treats the doctor and the daemon differently, for example because of their "
-                      "client ids.";
+        finding.fix = "Run the doctor again after one minute. If the result is the same, see the "
+                      "broker's log: the broker probably treats the two client ids differently.";
     }
     return finding;
 }

@@ -26,7 +26,8 @@ Finding compare(const std::string& subject, const HttpAnswer& cloud, const std::
                        "The cloud's own clock is wrong: it reports " + utcText(cloud.date) + ".");
     }
     std::time_t aheadS = cloud.dateTaken - cloud.date;
-    // Some caches write a date of their own, others keep the old one.
+    // Some caches replace the Date header. Others keep it, and the response then looks older by its
+    // age. Therefore the age may explain a part of the difference, but never more than all of it.
     aheadS -= std::clamp<std::time_t>(aheadS, 0, cloud.ageS);
     Finding finding = ok(subject);
     if (std::abs(aheadS) > toleranceS) {

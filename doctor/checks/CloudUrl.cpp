@@ -26,8 +26,9 @@ Finding judgeScheme(const std::string& url, const std::string& subject) {
 void judgeCloudUrl(const std::string& url, Findings& found) {
     const std::string subject = "network.veyraServer \"" + masked(url) + "\"";
     if (url.find_first_of(" \t\r\n") != std::string::npos) {
-        found.push_back(bad("settings.space", subject, "The URL contains a space.",
-                            thenRestart("Remove the space.")));
+        found.push_back(bad("settings.space", subject,
+                            "The URL contains a space, a tab or a line break.",
+                            thenRestart("Remove this character.")));
         return;
     }
     if (url.rfind("https:", 0) != 0) { // libcurl adds a missing slash
@@ -36,7 +37,8 @@ void judgeCloudUrl(const std::string& url, Findings& found) {
     if (url.find_first_of("?#") != std::string::npos) {
         found.push_back(bad("settings.query", subject,
                             "The URL contains \"?\" or \"#\". The daemon appends the path of each "
-                            "datagram to this URL, and the cloud does not receive it as a path.",
+                            "datagram to this URL. The cloud receives this path as a part of the "
+                            "query, or not at all.",
                             thenRestart("Write the URL of the API without \"?\" and \"#\".")));
     }
     if (url.back() != '/') {

@@ -148,8 +148,8 @@ std::string seeWhy() {
 Findings checkConfiguration(Gateway& gateway) {
     if (gateway.userIsMissing) {
         return {unknown("configuration.no-user", gateway.configurationFile,
-                        "The user of the service does not exist now, so the doctor cannot find out "
-                        "what this user may read.",
+                        "The service user does not exist now, so the doctor cannot examine the "
+                        "permissions of this user.",
                         "See the check \"alive\".")};
     }
     const int error = gateway.readAsService(gateway.configurationFile, gateway.configurationText);

@@ -55,10 +55,10 @@ Finding judgeAbsence(Gateway& gateway, const MqttProbe& probe, bool isOpen) {
     }
     return bad(
         "echo.silent", keepaliveTopic,
-        "No keepalive arrived within 6 s, although the daemon was connected. The usual causes: the "
-        "broker does not allow the daemon's MQTT user to publish to this topic or to read it, or a "
-        "second client uses the client id VEYRA_SERVER. Without a keepalive, the daemon replaces "
-        "its connection again and again.",
+        "No keepalive arrived within 6 s, although the daemon was connected to the broker during "
+        "this run. There are two usual causes. Either the broker does not allow the daemon's MQTT "
+        "user to publish to this topic or to read it, or a second client uses the client id "
+        "VEYRA_SERVER. Without a keepalive, the daemon reconnects repeatedly.",
         std::string(allow) +
             "\nIf the ACL is correct, search the broker's log for VEYRA_SERVER. If it says "
             "\"already connected\", stop the second client.");

@@ -138,8 +138,8 @@ Findings checkIdentity(Gateway& gateway) {
     judgeFirstPart(gateway, identity, found);
     if (gateway.device.isObject() && identity.deviceId.empty()) {
         found.push_back(bad("identity.device-id-missing", "deviceId of the device",
-                            "The deviceId is missing, empty or not a string. The daemon signs with "
-                            "a secret that the cloud does not know.",
+                            "The deviceId is missing, empty or not a string. The daemon therefore "
+                            "signs with a secret that the cloud does not know.",
                             thenRestart("Add deviceId to " + path + ".")));
     }
     gateway.fingerprint = fingerprintOf(gateway.device, network);

@@ -25,8 +25,10 @@ Finding judgeSyslog(const ServiceUser& user) {
     const ActingAs service(user);
     if (!syslogListens()) {
         return bad("log.no-syslog", "/dev/log",
-                   "log.syslog is true, but no syslog daemon accepts records of the daemon's user.",
-                   thenRestart("Install a syslog daemon, or set log.syslog to false."));
+                   "log.syslog is true, but no syslog daemon accepts records from the user " +
+                       user.name + ".",
+                   thenRestart("Install a syslog daemon, correct the permissions of /dev/log, or "
+                               "set log.syslog to false."));
     }
     return ok("syslog");
 }

@@ -28,8 +28,9 @@ Finding judgeOtherPort(const Gateway& gateway, const std::string& subject, int p
     const std::string cause = "The daemon listens on port " + std::to_string(port) + ".";
     if (gateway.configurationFile != gateway.daemon->commandLine.configurationFile) {
         return unknown("port.not-compared", subject,
-                       cause + " It uses the configuration " +
-                           gateway.daemon->commandLine.configurationFile + ".");
+                       cause + " The daemon uses another configuration file: " +
+                           gateway.daemon->commandLine.configurationFile + ".",
+                       "Run the doctor without -c.");
     }
     return bad("port.other", subject,
                cause + " The configuration was changed after the daemon started.",
@@ -41,7 +42,7 @@ Finding judgeMissing(const Gateway& gateway, const std::string& subject, const L
     if (isStarting(look)) {
         return unknown(
             "port.starting", subject,
-            "The daemon has not finished starting. It opens the port at the end of the start.");
+            "The daemon has not finished starting. The daemon opens the port as its last step.");
     }
     for (const Socket& socket : look.sockets) {
         if (socket.isOwn && !socket.isTcp && socket.remotePort == 0 && socket.localPort != 0) {

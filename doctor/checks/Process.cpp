@@ -27,10 +27,11 @@ Finding judgeTracing(const std::string& subject, const Look& look) {
 
 Finding judgeBlocked(const std::string& subject, const Look& look) {
     return bad("alive.output-blocked", subject,
-               "The daemon waits until another program reads its output: the program behind a "
-               "pipe, or the syslog daemon, hangs (kernel function: " +
+               "The daemon waits until another program reads its output. The program that reads "
+               "the pipe, or the syslog daemon, hangs or is not running (kernel function: " +
                    look.blockedIn + ").",
-               "Find that program and restart it. To see where the daemon's output goes:" +
+               "Find that program, and start or restart it. To see where the daemon's output "
+               "goes:" +
                    command("ls -l /proc/" + std::to_string(look.pid) + "/fd"));
 }
 
@@ -95,13 +96,14 @@ Finding judgeSlowness(const std::string& subject, const LifeFacts& facts) {
     return bad(
         "alive.waits-for-cloud", subject,
         "A request to the cloud has been in progress for 10 s or more.",
-        "See the check \"cloud\". If it is ok, ask the operator of the cloud why this request gets "
-        "no response. A request has no time limit once its connection is open. To end it, kill the "
-        "daemon:" +
+        "See the check \"cloud\". If that check is ok, ask the operator of the cloud why this "
+        "request "
+        "gets no response. A request has no time limit after its connection is open. To end the "
+        "request, kill the daemon:" +
             kill);
 }
 
-// The main thread was last seen at work a long time ago.
+// The main thread has not worked for a long time.
 Finding judgeQuiet(const std::string& subject, const LifeFacts& facts) {
     const Look& look = facts.now;
     if (!look.blockedIn.empty()) {
@@ -171,14 +173,15 @@ bool isFinal(const Finding& finding, std::uint64_t passedMs, std::uint64_t quiet
 Finding judgeSecondDaemon(const std::vector<Daemon>& daemons, int mainPid) {
     const std::string first = std::to_string(daemons[0].pid);
     const std::string second = std::to_string(daemons[1].pid);
-    std::string way =
-        "To see them:" + command("ps -o pid,user,lstart,args -p " + first + "," + second);
+    std::string way = "\nTo see both processes:" +
+                      command("ps -o pid,user,lstart,args -p " + first + "," + second);
     if (daemons[0].pid == mainPid) {
         way = command("kill " + second);
     }
     return bad("alive.two-daemons", installedProgram(),
-               "Two daemons are running: processes " + first + " and " + second + ".",
-               "Stop the one that the service did not start. " + way);
+               "More than one daemon is running. Two of them: processes " + first + " and " +
+                   second + ".",
+               "Stop the daemon that the service did not start." + way);
 }
 
 Finding lookAgain(Gateway& gateway) {
@@ -213,7 +216,7 @@ bool wasAtWork(const Look& before, const Look& after, bool datagramArrived) {
     constexpr std::uint64_t tickMs = 1000; // of libcurl
     const std::uint64_t waiting = totalOf(&Socket::waitingBytes, after);
     const std::uint64_t waitingBefore = totalOf(&Socket::waitingBytes, before);
-    // No datagram enters a queue that is full.
+    // A full queue accepts no datagram, so an arrival proves nothing.
     const bool isFull = totalOf(&Socket::drops, after) > totalOf(&Socket::drops, before);
     const bool wasTaken =
         waiting < waitingBefore || (datagramArrived && !isFull && waiting == waitingBefore);

@@ -197,7 +197,7 @@ Findings checkRecentErrors(Gateway& gateway) {
     if (gateway.configuration["log"]["syslog"].asBool()) {
         if (gateway.hasProblem("log")) {
             return {unknown("errors.in-syslog", "syslog",
-                            "The records are lost, because no syslog daemon listens.",
+                            "The records are lost, because no syslog daemon accepts them.",
                             "See the check \"log\".")};
         }
         return {unknown("errors.in-syslog", "syslog", "The records are in syslog.",

@@ -43,8 +43,8 @@ Findings checkReplies(Gateway& gateway) {
     if (*probe.publishResult == noSubscriber) {
         return {bad("replies.not-read", subject,
                     "The broker accepts replies, but no client is subscribed to them.",
-                    "Find out why the network server is not subscribed to lora/veyra on this "
-                    "broker.")};
+                    "Check that the network server runs, that it uses this broker, and that it "
+                    "subscribes to lora/veyra.")};
     }
     if (*probe.publishResult != 0) {
         return {bad("replies.denied", subject,

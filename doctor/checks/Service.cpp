@@ -44,8 +44,8 @@ void judgeChanges(const Gateway& gateway, Findings& found) {
                                 "The file was written at " + utcText(changedAt) +
                                     ", after the start of the daemon at " +
                                     utcText(static_cast<std::time_t>(gateway.daemon->startedAt)) +
-                                    ". If its content changed, the daemon still uses the earlier "
-                                    "content.",
+                                    ". If the content of the file changed, the daemon still uses "
+                                    "the old content.",
                                 "Restart:" + command(serviceCommand("restart"))));
         }
     }
@@ -124,7 +124,7 @@ Findings checkService(Gateway& gateway) {
     Findings found;
     judgeProgram(gateway, found);
     judgeChanges(gateway, found);
-    if (!gateway.options.pid) { // the caller knows that it is another process
+    if (!gateway.options.pid) { // with --pid, the unit may describe another process
         judgeUnit(gateway, found);
     }
     judgeLimits(gateway, found);

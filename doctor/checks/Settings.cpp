@@ -248,7 +248,8 @@ Findings judgeSettings(const Value& root, std::vector<std::string>& ignored) {
         if (setting.name == "mqtt.host" && configured.isString() &&
             configured.asString().find_first_of(" \t\r\n") != std::string::npos) {
             found.push_back(bad("settings.space", setting.name + " " + jsonOf(configured),
-                                "The value contains a space.", thenRestart("Remove the space.")));
+                                "The value contains a space, a tab or a line break.",
+                                thenRestart("Remove this character.")));
         }
         if (!isExplained(setting, misspelt)) {
             judgeEffect(setting, configured, valueAt(effect, setting.name), found);

@@ -75,6 +75,6 @@ Findings checkTraffic(Gateway& gateway) {
     finding.fix = "Send a test datagram, with bash:" +
                   command("echo '{\"path\":\"test\",\"request\":{}}' >/dev/udp/127.0.0.1/" +
                           std::to_string(port)) +
-                  "\nThe cloud may refuse it. If so, the check \"errors\" reports this request.";
+                  "\nIf the cloud rejects this datagram, the check \"errors\" reports the request.";
     return {finding};
 }

@@ -34,7 +34,7 @@ bool isInOtherNamespace(int pid, const std::string& name) {
     return !its.empty() && its != linkTarget("/proc/self/" + name);
 }
 
-// A service with mounts of its own still has the root directory of this host.
+// A service with its own mount namespace still has the root directory of this host.
 bool hasOtherRoot(int pid) {
     struct stat its {};
     struct stat own {};
@@ -42,7 +42,7 @@ bool hasOtherRoot(int pid) {
            (its.st_dev != own.st_dev || its.st_ino != own.st_ino);
 }
 
-// A container may share the network of this host, its processes, or both.
+// A container may share the network namespace or the process namespace of this host, or both.
 bool isInContainer(int pid) {
     return isInOtherNamespace(pid, "ns/net") || isInOtherNamespace(pid, "ns/pid") ||
            hasOtherRoot(pid);

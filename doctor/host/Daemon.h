@@ -24,7 +24,7 @@ struct Daemon {
 struct Daemons {
     std::vector<Daemon> trusted; // the daemon of the service manager first, then by age
     std::vector<int> untrusted;  // processes that run the installed program as another user
-    std::vector<int> elsewhere;  // daemons in other namespaces, such as in containers
+    std::vector<int> elsewhere;  // daemons in containers
 };
 
 // The installed program: "lora-veyra-server" in the directory of this program.
@@ -36,9 +36,9 @@ std::string installedProgram();
 // checked. Throws std::runtime_error when the process `named` cannot be examined.
 Daemons findDaemons(const ServiceState& service, std::optional<int> named);
 
-// The variables of an environment that libcurl reads. If a name occurs several times, libcurl reads
-// the first variable, and so does this function.
+// The proxy variables that libcurl reads, from an environment. If a name occurs several times, the
+// first variable counts, as in libcurl. Variables longer than 1000 characters are ignored.
 std::vector<std::string> proxiesIn(const std::vector<std::string>& environment);
 
-// Replaces the proxy settings of this process with those of the daemon.
+// Replaces the proxy settings of this process with `proxies`.
 void takeProxies(const std::vector<std::string>& proxies);

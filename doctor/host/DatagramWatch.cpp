@@ -54,7 +54,8 @@ void drain(int descriptor, bool isIpv4, const Take& take) {
     }
 }
 
-// Whether the payload has the members "path" and "request", and the request is an object.
+// Whether the payload looks like a datagram for the daemon: it contains "path", and "request" with
+// an object.
 bool isForDaemon(std::string_view payload) {
     constexpr std::string_view name = "\"request\"";
     const auto request = payload.find(name);

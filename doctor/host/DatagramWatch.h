@@ -10,7 +10,7 @@
 struct DatagramCounts {
     bool areSeen = false; // this user has permission to watch
     int atPort = 0;       // at 127.0.0.1 and the daemon's port
-    // Datagrams with "path" and "request" that the daemon does not receive.
+    // Datagrams that look like the daemon's, but that the daemon does not receive.
     int atPortByIpv6 = 0;                        // at its port, over IPv6
     std::map<std::string, int> atOtherAddresses; // at its port, by IPv4 address
     std::map<int, int> atOtherPorts;             // at 127.0.0.1, by port

@@ -155,7 +155,7 @@ int writeError(const std::string& path) {
     if (!isMissing) {
         return accessError(path, W_OK);
     }
-    // A new file is created at the end of symbolic links.
+    // open(2) creates a new file at the target of the last symbolic link.
     constexpr int mostLinks = 8;
     fs::path target = path;
     for (int count = 0; count < mostLinks && !linkTarget(target).empty(); ++count) {
@@ -166,7 +166,7 @@ int writeError(const std::string& path) {
 
 std::uint64_t freeBytes(const std::string& path) {
     struct statvfs space {};
-    // A log that exists may be a link to another disk.
+    // An existing log may be a symbolic link to a file on another disk.
     if (statvfs(path.c_str(), &space) != 0 &&
         statvfs(fs::path(path).parent_path().c_str(), &space) != 0) {
         return 0;

@@ -35,10 +35,10 @@ struct ServiceUser {
     std::vector<gid_t> groups; // supplementary
 };
 
-// With the groups that the user has after a login.
+// The user with the groups that the user has after a login.
 ServiceUser userWithId(uid_t uid, gid_t gid);
 
-// The user or the group with this name or numeric id, as in a unit file.
+// The user or group with this name or numeric id, as in a unit file. Empty if the name is unknown.
 std::optional<ServiceUser> findUser(const std::string& nameOrId);
 std::optional<gid_t> findGroup(const std::string& nameOrId);
 

@@ -59,7 +59,7 @@ std::size_t takeHeader(char* data, std::size_t size, std::size_t count, HttpAnsw
     } else if (has("Date:")) {
         takeDate(valueOf(line), *answer);
     } else if (has("Age:")) {
-        constexpr long longestS = 7L * 86400; // a longer one is nonsense
+        constexpr long longestS = 7L * 86400; // a larger value is not plausible
         answer->ageS = std::clamp(std::strtol(valueOf(line).c_str(), nullptr, 10), 0L, longestS);
     } else if (has("Content-Type:")) {
         answer->contentType = valueOf(line);

@@ -23,7 +23,7 @@ struct HttpAnswer {
     std::string contentType, location;
     bool isUnverified = false; // nothing proves that the response comes from the cloud
     std::time_t date = 0;      // of the response; 0 when it has none
-    std::time_t ageS = 0;      // how long ago a cache took the response from the server
+    std::time_t ageS = 0;      // seconds since a cache received the response from the server
     std::time_t dateTaken = 0; // when it arrived, by this machine's clock
 };
 

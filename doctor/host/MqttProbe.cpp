@@ -54,7 +54,7 @@ void onMessage(mosquitto* /*client*/, void* given, const mosquitto_message* mess
     }
     const std::string_view text(static_cast<const char*>(message->payload),
                                 static_cast<std::size_t>(message->payloadlen));
-    // The result is null when the cloud's response was not JSON, such as a login page.
+    // The result is null if the cloud's response was not valid JSON, for example a login page.
     const bool isReply = !isKeepalive && text.find("\"result\":") != std::string_view::npos &&
                          text.find("\"result\":null") == std::string_view::npos;
     probeOf(given).keepaliveWasSeen = probeOf(given).keepaliveWasSeen || isKeepalive;

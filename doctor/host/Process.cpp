@@ -104,7 +104,7 @@ std::set<std::uint64_t> socketInodesOf(int pid) {
 }
 
 // The kernel function in which a thread of the process waits until another program reads a pipe or
-// a syslog socket; empty when there is none or it cannot be read.
+// a syslog socket. Empty if no thread waits there, or if the function cannot be read.
 std::string blockingFunctionOf(int pid) {
     constexpr std::array functions = {"pipe_write", "wait_for_partner", "unix_wait_for_peer",
                                       "sock_alloc_send"};

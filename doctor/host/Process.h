@@ -64,8 +64,8 @@ struct Look {
     std::uint64_t atMs = 0; // monotonic
     int pid = 0;
     ProcessStatus status;
-    std::string waitsIn;   // the kernel function in which its main thread waits, if known
-    std::string blockedIn; // the kernel function in which a thread waits for a reader of its output
+    std::string waitsIn;         // the kernel function in which its main thread waits, if known
+    std::string blockedIn;       // the kernel function in which a thread waits for a reader, if any
     bool socketsAreSeen = false; // `isOwn` is known
     std::vector<Socket> sockets; // of all processes in its network namespace
 };

@@ -23,13 +23,13 @@ Resolution resolve(const std::string& host, int port) {
     return resolution;
 }
 
-// connect(2) on a UDP socket only looks for the route.
+// connect(2) on a UDP socket only looks up a route and sends nothing.
 bool hasRoute(const std::string& address) {
     constexpr int dnsPort = 53;
     constexpr long limitMs = 100;
     const Resolution found = resolveWithin(address, dnsPort, limitMs);
     if (!found.list) {
-        return true; // no address, which is another fault
+        return true; // not an address: this is another fault
     }
     const Descriptor descriptor(socket(found.list->ai_family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     return connect(descriptor.get(), found.list->ai_addr, found.list->ai_addrlen) == 0;
@@ -53,7 +53,7 @@ Resolution resolveWithin(const std::string& host, int port, long limitMs) {
 
 bool hasRouteToNameServer() {
     std::istringstream lines(textOf("/etc/resolv.conf"));
-    bool isLocal = true; // without a line "nameserver"
+    bool isLocal = true; // until a line "nameserver" is found
     for (std::string line; std::getline(lines, line);) {
         std::istringstream words(line);
         std::string name;

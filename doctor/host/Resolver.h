@@ -13,5 +13,6 @@ struct Resolution {
 // The addresses of a host in the order in which the broker library tries them.
 Resolution resolveWithin(const std::string& host, int port, long limitMs);
 
-// Whether the kernel has a route to one of the name servers of this machine. Sends nothing.
+// Whether the kernel has a route to at least one name server of this machine. True if
+// /etc/resolv.conf names none: the C library then asks this machine. Sends nothing.
 bool hasRouteToNameServer();

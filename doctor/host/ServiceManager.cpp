@@ -25,8 +25,8 @@ bool unitCounts() {
     return systemdRuns() || access(initScript, F_OK) != 0;
 }
 
-// Lines "NAME=VALUE", as systemd itself reads the unit and its drop-ins. A fixed command with an
-// empty environment, so that the caller's environment cannot redirect it.
+// Lines "NAME=VALUE" from systemd, which reads the unit and its drop-ins. The command is fixed and
+// has an empty environment, so the caller's environment cannot redirect it.
 std::string askSystemd() {
     const std::unique_ptr<FILE, int (*)(FILE*)> output(
         popen( // NOLINT(cert-env33-c): the command is fixed
@@ -56,8 +56,9 @@ void addServiceSection(const std::string& file, std::string& text) {
     }
 }
 
-// The unit file that counts, followed by its drop-ins. As in systemd, a drop-in replaces the one of
-// the same name in a directory of lower rank, and all drop-ins are sorted by name.
+// The unit file with the highest priority, followed by its drop-ins. As in systemd, a drop-in
+// replaces a drop-in with the same name in a directory of lower priority, and the drop-ins are
+// sorted by name.
 std::string unitText() {
     const std::string files[] = {"/etc/systemd/system/lora-veyra-server.service",
                                  "/run/systemd/system/lora-veyra-server.service",
@@ -122,7 +123,7 @@ int numberIn(const std::string& text) {
     return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
 }
 
-// Whether the first program of a start command, not a wrapper such as a shell, is the daemon.
+// Whether a start command runs the daemon directly, without a wrapper such as a shell.
 // systemctl prints "{ path=PROGRAM ; argv[]=PROGRAM ARGUMENTS ; ... }".
 bool startsDaemon(const std::string& command) {
     std::istringstream words(command);
@@ -134,8 +135,8 @@ bool startsDaemon(const std::string& command) {
     return fs::path(program).filename() == "lora-veyra-server";
 }
 
-// The absolute path after an option such as -c in a start command. Empty when there is none, or if
-// it may not be the whole path, because of a space or a part that systemd replaces.
+// The absolute path after an option such as -c in a start command. Empty if there is no such path,
+// or if a space, a quote or a systemd variable could make the path incomplete.
 std::string optionOf(const std::string& command, const std::string& option) {
     std::istringstream words(command);
     std::string word;

@@ -15,10 +15,10 @@ struct ServiceState {
     std::string configurationFile;        // of the start command
     std::string logFile;                  // of the start command
     std::string result;                   // how the last run ended, such as "oom-kill" or "success"
-    std::string loadState;                // of the unit in systemd, such as "loaded" or "masked"
+    std::string loadState;                // LoadState= of the unit, such as "masked"
 };
 
-// Asks systemd, and waits 3 s at most. Without an answer, reads the files of the service.
+// Asks systemd for at most 3 s. If systemd does not answer, reads the unit or the init script.
 ServiceState readServiceState();
 
 bool systemdRuns();

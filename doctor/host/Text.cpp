@@ -6,7 +6,7 @@
 namespace {
 
 // Returns the length of the UTF-8 sequence at `place` in bytes, or 0 when it is not valid. Stores
-// its value in `character`. OpenSSL accepts values that Unicode does not have.
+// the value of the sequence in `character`. OpenSSL also accepts values above U+10FFFF.
 std::size_t sequenceLength(const std::string& text, std::size_t place, unsigned long& character) {
     constexpr int longest = 4;
     const auto* const bytes = reinterpret_cast<const unsigned char*>(text.data() + place);

@@ -16,7 +16,7 @@ std::string printable(const std::string& text);
 // The text, such as a URL, with "***" in place of a username and password before an "@".
 std::string masked(const std::string& text);
 
-// A log record in quotes, shortened, without possible secrets in a URL.
+// A log record in quotes, shortened, with the username and password in a URL masked.
 std::string quoted(const std::string& record);
 
 // Such as 2026-11-21 10:00:04Z.

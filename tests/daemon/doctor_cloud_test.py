@@ -75,7 +75,7 @@ class DoctorOnCloud(DoctorTest):
         with silent_listener("127.0.0.1", CLOUD_PORT):
             self.expect("cloud.silent", says="127.0.0.1")
         self.configure("network", veyraServer="https://no.such.invalid/api/")
-        self.expect("cloud.no-route", says="no route to its name servers")
+        self.expect("cloud.no-route", says="no route to any of its name")
         self.configure("network", veyraServer="https://192.0.2.1/api/")
         self.expect("cloud.no-route", says="Network is unreachable")
         run("ip", "route", "add", "unreachable", "192.0.2.0/24")
@@ -131,7 +131,7 @@ class DoctorOnCloud(DoctorTest):
         for ahead_s in (0, -9999):
             self.testbed.cloud.clock_ahead_s = ahead_s
             self.testbed.cloud.head = Answer(404, headers={"Age": "9999"})
-            self.assertIn("clock.ok", self.examine().outcomes(), "a cache answers")
+            self.assertIn("clock.ok", self.examine().outcomes(), "the response is from a cache")
 
     def test_ignores_the_date_of_an_unverified_server(self) -> None:
         self.serve("stranger")

@@ -64,13 +64,14 @@ class DoctorOnProcess(DoctorTest):
         report = self.examine()
         cause = report.finding("alive.two-daemons")["cause"]
         self.assertIn(f"processes {daemon.proc.name} and {second.proc.name}", cause)
-        self.assertNotIn("kill", report.finding("alive.two-daemons")["fix"], "which one is unknown")
+        self.assertNotIn("kill", report.finding("alive.two-daemons")["fix"], "both may be right")
         run("mount", "-t", "tmpfs", "run", "/run")
         Path("/run/lora-veyra-server.pid").write_text(f"{second.proc.name}\n")
         finding = self.examine().finding("alive.two-daemons")
         self.assertIn(f"processes {second.proc.name} and {daemon.proc.name}", finding["cause"])
         self.assertIn(f"kill {daemon.proc.name}", finding["fix"])
 
+    @skipIf(IS_EMULATED, "the unit is not compared with a process that --pid names")
     @skipUnless(Path("/usr/bin/systemctl").exists(), "the test mounts a file over it")
     def test_asks_systemd_about_the_service(self) -> None:
         run("mount", "-t", "tmpfs", "run", "/run")
@@ -97,6 +98,7 @@ class DoctorOnProcess(DoctorTest):
                                    self.testbed.folder)
             self.assertEqual(self.examine().bad(), bad)
 
+    @skipIf(IS_EMULATED, "the unit is not compared with a process that --pid names")
     def test_compares_the_daemon_with_its_unit(self) -> None:
         program = "/usr/sbin/lora-veyra-server"
         system.install_unit(f"User=nobody\nExecStart={program} -c /etc/first.conf -l /first.log")
@@ -113,7 +115,7 @@ class DoctorOnProcess(DoctorTest):
         lower = Path("/lib/systemd/system", *drop_in.parts[-2:])
         lower.parent.mkdir()
         lower.write_text("[Service]\nUser=nobody\n")
-        self.assertEqual(self.examine().bad(), set(), "systemd would change or ignore these")
+        self.assertEqual(self.examine().bad(), set(), "systemd replaces or ignores these values")
         drop_in.write_text(f"[Service]\nUser=root\nExecStart=\nExecStart={program} -c /y\n")
         report = self.examine()
         self.assertEqual(report.bad(), {"service.other-configuration"})
@@ -234,7 +236,7 @@ class DoctorOnProcess(DoctorTest):
                 self.assertEqual(report.finding("service.changed-file")["subject"], str(file))
                 os.utime(file, (before, before))
         os.utime(device, (future, future))
-        self.assertEqual(self.examine().bad(), set(), "a wrong clock wrote this time")
+        self.assertEqual(self.examine().bad(), set(), "a file time in the future proves nothing")
         configuration = self.testbed.folder / "daemon.conf"
         text = configuration.read_text().replace(f": {UPSTREAM_PORT}", ": 1791")
         configuration.write_text(text)

@@ -67,7 +67,7 @@ class DoctorTest(DaemonTest):
                 meanwhile: Callable[[], object] | None = None) -> Report:
         """Runs the doctor. Calls `meanwhile` ten times a second until the doctor ends.
 
-        The time zone and the proxy must not matter: only the daemon's proxy counts.
+        The doctor must ignore the caller's time zone and proxy. It uses the daemon's proxy.
         """
         own = {"TZ": "Asia/Tokyo", "https_proxy": "http://127.0.0.1:9", **(environment or {})}
         doctor = subprocess.Popen([*self.command(*options), "--json"], text=True,
@@ -85,7 +85,7 @@ class DoctorTest(DaemonTest):
         return report
 
     def assert_form(self, report: Report, options: Sequence[object]) -> None:
-        """Checks what every report has in common."""
+        """Checks the properties that every report must have."""
         checks = report.data["checks"]
         outcomes = [check["outcome"] for check in checks]
         worst = next(outcome for outcome in ("bad", "unknown", "ok") if outcome in outcomes)

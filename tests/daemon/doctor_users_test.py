@@ -80,7 +80,7 @@ class DoctorOnUsers(DoctorTest):
         self.assertNotIn("chgrp", fix, "a shell would run a part of the path")
         os.link("/opt/own.conf", "/opt/linked.conf")
         fix = self.examine("-c", "/opt/linked.conf").finding("configuration.unreadable")["fix"]
-        self.assertNotIn("chgrp", fix, "the file has another name")
+        self.assertNotIn("chgrp", fix, "the file has a second hard link")
         Path("/opt/linked.conf").unlink()
         Path("/opt").chmod(0o775)
         fix = self.examine("-c", "/opt/own.conf").finding("configuration.unreadable")["fix"]

@@ -115,7 +115,7 @@ TEST(Process, IsReportedAsNotLinkedUnlessAnotherProblemExplainsIt) {
     EXPECT_EQ(judgeLife(facts).outcome, Outcome::UNKNOWN);
 }
 
-TEST(Proxies, AreTheFirstOfEachName) {
+TEST(Proxies, TakeTheFirstVariableOfEachName) {
     const std::vector<std::string> environment = {"a=b", "https_proxy=c", "https_proxy=d"};
     EXPECT_EQ(proxiesIn(environment), std::vector<std::string>{"https_proxy=c"});
 }
