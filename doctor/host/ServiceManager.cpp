@@ -123,8 +123,9 @@ int numberIn(const std::string& text) {
     return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
 }
 
-// Whether a start command runs the daemon directly, without a wrapper such as a shell.
-// systemctl prints "{ path=PROGRAM ; argv[]=PROGRAM ARGUMENTS ; ... }".
+// Whether a start command runs the daemon directly, without a wrapper such as a shell or the init
+// script, which choose user and options themselves. systemctl prints
+// "{ path=PROGRAM ; argv[]=PROGRAM ARGUMENTS ; ... }".
 bool startsDaemon(const std::string& command) {
     std::istringstream words(command);
     std::string program;
@@ -132,7 +133,8 @@ bool startsDaemon(const std::string& command) {
     if (program == "{") {
         words >> program;
     }
-    return fs::path(program).filename() == "lora-veyra-server";
+    const bool isScript = program.find(initScript) != std::string::npos;
+    return !isScript && fs::path(program).filename() == "lora-veyra-server";
 }
 
 // The absolute path after an option such as -c in a start command. Empty if there is no such path,
@@ -161,10 +163,10 @@ void takeUnit(const std::string& unit, ServiceState& state) {
     state.groups = wordsOf(unit, "SupplementaryGroups");
     state.environment = wordsOf(unit, "Environment");
     const std::string start = lastValue(unit, "ExecStart");
-    if (state.user.empty() && !start.empty()) {
-        state.user = "root";
-    }
     if (startsDaemon(start)) {
+        if (state.user.empty()) {
+            state.user = "root";
+        }
         state.configurationFile = optionOf(start, "-c");
         state.logFile = optionOf(start, "-l");
     }

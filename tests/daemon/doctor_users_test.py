@@ -44,6 +44,8 @@ class DoctorOnUsers(DoctorTest):
         report = self.examine()
         self.assertEqual((report.status, report.data["outcome"]), (0, "ok"), report.text)
         self.assertRegex(report.finding("service.ok")["subject"], "^running as lora-veyra since")
+        system.install_unit("ExecStart=/etc/init.d/lora-veyra-server start")
+        self.assertEqual(self.examine().bad(), set(), "the script chooses the user")
         certificate = Path("/etc/ssl/certs/DigiCert_Global_Root_CA.pem")
         cases = {
             self.conf: "configuration.unreadable",
